@@ -1,0 +1,246 @@
+/*
+ * Lumi: image-processing primitives for x86-64 Linux.
+ *
+ * The one public header: every type, constant, status code and prototype of
+ * what the library exports.  A host normally loads liblumi.so with dlopen,
+ * resolves GetProcAddressForSo, and asks it by name for each primitive; the
+ * prototypes below give the signature to cast the returned address to.
+ */
+#ifndef LUMI_H
+#define LUMI_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#if defined(LUMI_BUILDING_LIBRARY)
+#define LUMI_API __attribute__((visibility("default")))
+#else
+#define LUMI_API
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---------------------------------------------------------------- types -- */
+
+typedef uint8_t  Lum8u;
+typedef uint16_t Lum16u;
+typedef int16_t  Lum16s;
+typedef int32_t  Lum32s;
+typedef uint32_t Lum32u;
+typedef int64_t  Lum64s;
+typedef uint64_t Lum64u;
+typedef float    Lum32f;
+typedef double   Lum64f;
+
+/* Every primitive returns a status: 0 success, negative error, positive warning. */
+typedef int32_t LumStatus;
+
+typedef struct { int32_t width; int32_t height; } LumiSize;
+typedef struct { int32_t x; int32_t y; int32_t width; int32_t height; } LumiRect;
+typedef struct { int32_t x; int32_t y; } LumiPoint;
+
+/* Fixed small windows: width in the tens digit, height in the units. */
+typedef enum {
+    lumMaskSize1x3 = 13,
+    lumMaskSize1x5 = 15,
+    lumMaskSize3x1 = 31,
+    lumMaskSize3x3 = 33,
+    lumMaskSize5x1 = 51,
+    lumMaskSize5x5 = 55
+} LumiMaskSize;
+
+/* Interpolation selectors. */
+enum {
+    LUMI_INTER_NN = 1,
+    LUMI_INTER_LINEAR = 2,
+    LUMI_INTER_CUBIC = 4,
+    LUMI_INTER_CATMULLROM = 6,
+    LUMI_INTER_SUPER = 8,
+    LUMI_INTER_LANCZOS = 16
+};
+#define LUMI_SMOOTH_EDGE ((int32_t)0x80000000u)
+
+/* ------------------------------------------------------------- statuses -- */
+
+enum {
+    lumStsNoErr = 0,
+    lumStsBadArgErr = -5,
+    lumStsSizeErr = -6,
+    lumStsNullPtrErr = -8,
+    lumStsMemAllocErr = -9,
+    lumStsStepErr = -14,
+    lumStsContextMatchErr = -17,
+    lumStsInterpolationErr = -22,
+    lumStsResizeFactorErr = -23,
+    lumStsMaskSizeErr = -33,
+    lumStsAnchorErr = -34,
+    lumStsDivisorErr = -51,
+    lumStsCoeffErr = -56,
+    lumStsRectErr = -57,
+    lumStsQuadErr = -58,
+    lumStsResizeEmptyErr = -201,
+    lumStsBadFilterKindErr = -9999,
+    lumStsForeignCpuWarn = 20,
+    lumStsUnknownCpuCodeErr = 21,
+    lumStsNoIntersectRoiWarn = 29,
+    lumStsNoIntersectQuadWarn = 30,
+    lumStsCpuNotSupportedErr = 36,
+    lumStsCacheSizeUnknownWarn = 37
+};
+
+/* ------------------------------------------------------ version record -- */
+
+typedef struct {
+    int32_t major;
+    int32_t minor;
+    int32_t majorBuild;
+    int32_t build;
+    char targetCpu[4];
+    const char *Name;
+    const char *Version;
+    const char *BuildDate;
+} LumLibraryVersion;
+
+/* What lum_get_processor_ident fills, field by field. */
+typedef struct {
+    int32_t family;
+    int32_t stepping;
+    int32_t model;
+    int32_t type;
+    uint32_t leaf1Edx;
+    uint32_t leaf2Eax;
+    uint32_t leaf2Edx;
+    int32_t hasMmx;
+    int32_t reserved; /* never written */
+    int32_t hasSse;
+    int32_t hasSse2;
+    int32_t hasSmt;
+    int32_t hasSse3;
+    int32_t hasX64;
+    int32_t hasSsse3;
+    int32_t coresOnDie;
+    int32_t hasSse41;
+    int32_t hasSse42;
+    int32_t extendedFamily;
+    int32_t extendedModel;
+    int32_t hasMovbe;
+    int32_t hasAvxBit28;
+    int32_t hasOsxsaveBit27;
+} LumProcessorIdent;
+
+/* Feature-word bits of lumGetCpuFeatures. */
+#define LUM_CPU_MMX        0x1ull
+#define LUM_CPU_SSE        0x2ull
+#define LUM_CPU_SSE2       0x4ull
+#define LUM_CPU_SSE3       0x8ull
+#define LUM_CPU_SSSE3      0x10ull
+#define LUM_CPU_MOVBE      0x20ull
+#define LUM_CPU_SSE41      0x40ull
+#define LUM_CPU_SSE42      0x80ull
+#define LUM_CPU_AVX        0x100ull
+#define LUM_CPU_AVX_OS     0x200ull
+#define LUM_CPU_AES        0x400ull
+#define LUM_CPU_CLMUL      0x800ull
+#define LUM_CPU_EXT_0B     0x1000ull
+#define LUM_CPU_RDRAND     0x2000ull
+#define LUM_CPU_F16C       0x4000ull
+
+/* ------------------------------------------------------- entry by name -- */
+
+/* Address of the named primitive, or null for a name without a function. */
+LUMI_API void *GetProcAddressForSo(const char *name);
+LUMI_API void SetupLUMFunc(void);
+
+/* The staging slots behind the entry table, one per row 2 to 69. */
+#define LUMI_GF_SLOTS(X) \
+    X(lumiGetLibVersion) X(lumiResize_8u_C1R) X(lumiResize_8u_C3R) \
+    X(lumiRemap_8u_C1R) X(lumiRemap_8u_C3R) X(lumiFilter_8u_C3R) X(lumiFilter_8u_C1R) \
+    X(lumiFilter32f_8u_C3R) X(lumiFilter32f_8u_C1R) X(lumiCopy_8u_C3P3R) X(lumiCopy_8u_P3C3R) \
+    X(lumiConvert_8u16u_C1R) X(lumiConvert_8u16u_C3R) X(lumiConvert_16u8u_C1R) \
+    X(lumiConvert_16u8u_C3R) X(lumiSub_8u_C1IRSfs) X(lumiSub_8u_C3IRSfs) \
+    X(lumiLUT_8u_C1R) X(lumiLUT_8u_C3R) X(lumiLUT_16s_C1R) X(lumiLUT_16s_C3R) \
+    X(lumiLUT_8u_C1IR) X(lumiLUT_8u_C3IR) X(lumiLUT_16s_C1IR) X(lumiLUT_16s_C3IR) \
+    X(lumiBGRToHLS_8u_P3R) X(lumiRGBToHLS_8u_C3R) X(lumiRGBToHLS_16u_C3R) \
+    X(lumiRGBToHLS_16s_C3R) X(lumiRGBToHLS_32f_C3R) X(lumiHLSToBGR_8u_P3R) \
+    X(lumiHLSToRGB_8u_C3R) X(lumiHLSToRGB_16u_C3R) X(lumiHLSToRGB_16s_C3R) \
+    X(lumiHLSToRGB_32f_C3R) X(lumiRGBToYUV_8u_C3P3R) X(lumiYUVToRGB_8u_P3C3R) \
+    X(lumiRGBToYUV_8u_C3R) X(lumiYUVToRGB_8u_C3R) X(lumiFilterMedian_8u_C1R) \
+    X(lumiFilterMedian_8u_C3R) X(lumiFilterMedianColor_8u_C3R) X(lumiFilterBox_8u_C1R) \
+    X(lumiFilterBox_8u_C3R) X(lumiFilterBox_8u_C1IR) X(lumiFilterBox_8u_C3IR) \
+    X(lumiFilterMin_8u_C1R) X(lumiFilterMax_8u_C1R) X(lumiFilterBilateralGetBufSize_8u_C1R) \
+    X(lumiFilterBilateralInit_8u_C1R) X(lumiFilterBilateral_8u_C1R) X(lumiFilterGauss_8u_C1R) \
+    X(lumiFilterGauss_8u_C3R) X(lumiFilterWienerGetBufferSize) X(lumiFilterWiener_8u_C1R) \
+    X(lumiFilterWiener_8u_C3R) X(lumiMalloc_8u_C3) X(lumiFree) X(lumsMalloc_8u) X(lumsFree) \
+    X(lumiRotateCenter_8u_C1R) X(lumiRotateCenter_8u_C3R) X(lumiRotateCenter_8u_C4R) \
+    X(lumStaticInit) X(lumiGetRotateShift) X(lumiRotate_8u_C1R) X(lumiRotate_8u_C3R) \
+    X(lumiRotate_8u_C4R)
+#define LUMI_DECLARE_GF_SLOT(name) extern LUMI_API void *gf_##name;
+LUMI_GF_SLOTS(LUMI_DECLARE_GF_SLOT)
+#undef LUMI_DECLARE_GF_SLOT
+
+/* ------------------------------------------------ processor and tiers -- */
+
+/* Dispatch index 0..5 read by every dispatcher, and the low-power flag. */
+extern LUMI_API int32_t lumJumpIndexForMergedLibs;
+extern LUMI_API int32_t lumJumpIndexForMergedLibsLP;
+
+LUMI_API LumStatus lumStaticInit(void);
+LUMI_API LumStatus lumInit(void);
+LUMI_API LumStatus lumStaticInitCpu(int32_t code);
+LUMI_API LumStatus lumInitCpu(int32_t code);
+LUMI_API LumStatus lumGetCpuFeatures(Lum64u *pFeatures, Lum32u *pRegs);
+LUMI_API Lum64u lumGetEnabledCpuFeatures(void);
+LUMI_API LumStatus lumSetCpuFeaturesMask(Lum64u mask);
+LUMI_API int lumIsCpuEnabled(int32_t code);
+LUMI_API LumStatus lumEnableCpu(int32_t code);
+
+LUMI_API int lum_has_cpuid(void);
+LUMI_API int lum_max_cpuid_input(void);
+LUMI_API int lum_is_avx_extension(void);
+LUMI_API int lum_is_CorvaneChips(void);
+LUMI_API int lum_has_rdtsc(void);
+LUMI_API int lum_is_mmx_extension(void);
+LUMI_API int lum_is_sse_extension(void);
+LUMI_API int lum_is_sse2_extension(void);
+LUMI_API int lum_is_smt_extension(void);
+LUMI_API int lum_is_sse3_extension(void);
+LUMI_API int lum_is_x64_extension(void);
+LUMI_API int lum_is_ssse3_extension(void);
+LUMI_API int lum_is_sse41_extension(void);
+LUMI_API int lum_is_sse42_extension(void);
+LUMI_API int lum_is_movbe(void);
+LUMI_API int lum_get_cores_on_die(void);
+LUMI_API int lum_get_processor_ident(LumProcessorIdent *pRecord);
+LUMI_API Lum64u lum_get_processor_counter(void);
+
+/* ------------------------------------------------------- core services -- */
+
+/* The allocator vector: lumMalloc and lumFree go through i_malloc and i_free. */
+extern LUMI_API void *(*i_malloc)(size_t size);
+extern LUMI_API void *(*i_calloc)(size_t count, size_t size);
+extern LUMI_API void *(*i_realloc)(void *ptr, size_t size);
+extern LUMI_API void (*i_free)(void *ptr);
+extern LUMI_API int32_t i_version;
+extern LUMI_API int32_t i_min_version;
+
+/* 32-byte-aligned blocks; null on failure or for a size below 1. */
+LUMI_API void *lumMalloc(int32_t size);
+LUMI_API void lumFree(void *ptr);
+LUMI_API Lum8u *lumsMalloc_8u(int32_t len);
+LUMI_API void lumsFree(void *ptr);
+/* An image with rows padded to a multiple of 32 bytes; the step goes to *pStep. */
+LUMI_API Lum8u *lumiMalloc_8u_C3(int32_t width, int32_t height, int32_t *pStep);
+LUMI_API void lumiFree(void *ptr);
+
+/* The version record of the tier in force. */
+LUMI_API const LumLibraryVersion *lumiGetLibVersion(void);
+/* The largest cache of the processor, in bytes. */
+LUMI_API LumStatus lumGetMaxCacheSizeB(int32_t *pSize);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* LUMI_H */

@@ -1,0 +1,104 @@
+/*
+ * The largest cache of the processor, worked out once and cached with its
+ * status (failures are cached too).  Leaf 4 gives every cache's geometry;
+ * processors that stop at leaf 2 or 3 are read through the descriptor bytes
+ * of leaf 2 and tableCache, which falls by size so the first hit is largest.
+ */
+#include "lumcore_internal.h"
+
+extern "C" {
+
+int32_t ownStatus = 1; /* 1: not worked out yet */
+int32_t cacheSize = 0;
+
+const LumCacheRow tableCache[] = {
+    {0xEC, 25165824}, {0xEB, 18874368}, {0x4D, 16777216}, {0xEA, 12582912},
+    {0x4C, 12582912}, {0xE4, 8388608},  {0xDE, 8388608},  {0x4B, 8388608},
+    {0x47, 8388608},  {0x4E, 6291456},  {0x4A, 6291456},  {0xE3, 4194304},
+    {0xDD, 4194304},  {0xD8, 4194304},  {0x49, 4194304},  {0x29, 4194304},
+    {0x46, 4194304},  {0x48, 3145728},  {0xE2, 2097152},  {0xDC, 2097152},
+    {0xD7, 2097152},  {0xD2, 2097152},  {0x25, 2097152},  {0x7D, 2097152},
+    {0x85, 2097152},  {0x45, 2097152},  {0xD6, 1048576},  {0xD1, 1048576},
+    {0x23, 1048576},  {0x87, 1048576},  {0x7C, 1048576},  {0x78, 1048576},
+    {0x84, 1048576},  {0x44, 1048576},  {0xD0, 524288},   {0x22, 524288},
+    {0x7B, 524288},   {0x80, 524288},   {0x86, 524288},   {0x3E, 524288},
+    {0x7F, 524288},   {0x83, 524288},   {0x43, 524288},   {0x3D, 393216},
+    {0x21, 262144},   {0x7A, 262144},   {0x82, 262144},   {0x3C, 262144},
+    {0x3F, 262144},   {0x42, 262144},   {0x3A, 196608},   {0x79, 131072},
+    {0x39, 131072},   {0x3B, 131072},   {0x41, 131072},   {0, 0},
+};
+
+int32_t ownGetCacheSize(const LumCacheRow *pTable)
+{
+    uint32_t r[4];
+    ownCpuid(2, 0, r);
+    if ((r[0] & 0xffu) != 1)
+        return -1;
+    /* Registers with bit 31 set carry no descriptors.  The others are laid
+       out four bytes each; EAX counts three, since its low byte is the 1
+       tested above, and the walk below compares bytes count down to 1. */
+    uint8_t bytes[16] = {0};
+    int written = 0;
+    int count = 0;
+    for (int i = 0; i < 4; ++i) {
+        const uint32_t reg = (r[i] & 0x80000000u) ? 0 : r[i];
+        if (reg == 0)
+            continue;
+        for (int b = 0; b < 4; ++b)
+            bytes[written + b] = (uint8_t)(reg >> (8 * b));
+        written += 4;
+        count += (i == 0) ? 3 : 4;
+    }
+    if (count == 0)
+        return -1;
+    for (const LumCacheRow *row = pTable; row->key != 0; ++row)
+        for (int i = count; i >= 1; --i)
+            if (bytes[i] == (uint8_t)row->key)
+                return (int32_t)row->size;
+    return -1;
+}
+
+LUMI_API LumStatus lumGetMaxCacheSizeB(int32_t *pSize)
+{
+    if (!pSize)
+        return lumStsNullPtrErr;
+    if (ownStatus != 1) {
+        *pSize = cacheSize;
+        return ownStatus;
+    }
+    int maxLeaf = 0;
+    if (!lum_has_cpuid() || (maxLeaf = lum_max_cpuid_input()) < 2 || !lum_is_CorvaneChips()) {
+        ownStatus = lumStsCpuNotSupportedErr;
+    } else if (maxLeaf >= 4) {
+        int32_t largest = 0;
+        for (uint32_t sub = 0; sub < 32; ++sub) {
+            uint32_t r[4];
+            ownCpuid(4, sub, r);
+            const uint32_t type = r[0] & 0x1f;
+            if (type == 0)
+                break;
+            if (type == 2)
+                continue;
+            const uint32_t ways = (r[1] >> 22) + 1;
+            const uint32_t partitions = ((r[1] >> 12) & 0x3ff) + 1;
+            const uint32_t line = (r[1] & 0xfff) + 1;
+            const int32_t size = (int32_t)(ways * partitions * line * (r[2] + 1));
+            if (size > largest)
+                largest = size;
+        }
+        cacheSize = largest;
+        ownStatus = largest != 0 ? lumStsNoErr : lumStsCacheSizeUnknownWarn;
+    } else {
+        const int32_t size = ownGetCacheSize(tableCache);
+        if (size >= 0) {
+            cacheSize = size;
+            ownStatus = lumStsNoErr;
+        } else {
+            cacheSize = 0;
+            ownStatus = lumStsCacheSizeUnknownWarn;
+        }
+    }
+    *pSize = cacheSize;
+    return ownStatus;
+}
+}

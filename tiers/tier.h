@@ -1,0 +1,44 @@
+/*
+ * Included first by every source that is compiled once per tier.
+ *
+ * The build defines LUMI_TIER to the tier's prefix (m7, n8, u8, y8, e9) and
+ * LUMI_TIER_LEVEL to its instruction-set level:
+ *   1  m7  SSE3
+ *   2  n8  SSSE3      (u8 is the same level; LUMI_TIER_U8 tells them apart)
+ *   3  y8  SSE4.1
+ *   4  e9  AVX
+ *
+ * LUMI_T(name) gives a member its tier prefix (y8_lumiCopy_8u_C1R); members
+ * have C linkage and hidden visibility.  Everything else a tier defines goes
+ * in namespace LUMI_NS (lumi_y8, ...) or has internal linkage, so that an
+ * inline function or template is never merged across tiers by the linker.
+ */
+#ifndef LUMI_TIER_H
+#define LUMI_TIER_H
+
+#if !defined(LUMI_TIER) || !defined(LUMI_TIER_LEVEL)
+#error "tier sources are compiled through lumi_tiered_module()"
+#endif
+
+#include "lumi.h"
+
+#define LUMI_CAT_(a, b) a##_##b
+#define LUMI_CAT(a, b) LUMI_CAT_(a, b)
+#define LUMI_T(name) LUMI_CAT(LUMI_TIER, name)
+#define LUMI_NS LUMI_CAT(lumi, LUMI_TIER)
+
+#define LUMI_TIER_SSE3 1
+#define LUMI_TIER_SSSE3 2
+#define LUMI_TIER_SSE41 3
+#define LUMI_TIER_AVX 4
+
+#ifndef LUMI_TIER_U8
+#define LUMI_TIER_U8 0
+#endif
+
+/* Members of a tier: C linkage, never exported. */
+#define LUMI_MEMBER extern "C" __attribute__((visibility("hidden")))
+
+#include "tier_members.h"
+
+#endif
