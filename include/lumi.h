@@ -239,6 +239,24 @@ LUMI_API const LumLibraryVersion *lumiGetLibVersion(void);
 /* The largest cache of the processor, in bytes. */
 LUMI_API LumStatus lumGetMaxCacheSizeB(int32_t *pSize);
 
+/* -------------------------------------------------------- plane copies -- */
+
+/* ------------------------------------------------- colour: RGB and YUV -- */
+
+/* ------------------------------------------------- colour: RGB and HLS -- */
+
+/* -------------------------------------------------------- filters: box -- */
+
+/* ----------------------------------------------------- filters: median -- */
+
+/* ------------------------------------------------ filters: convolution -- */
+
+/* ------------------------------ filters: Gaussian, min, max, bilateral -- */
+
+/* -------------------------------------------------------------- resize -- */
+
+/* ------------------------------------------ geometry: remap and rotate -- */
+
 #ifdef __cplusplus
 }
 #endif

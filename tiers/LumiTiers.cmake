@@ -24,6 +24,7 @@ function(lumi_tiered_module name)
   foreach(tier IN LISTS LUMI_TIERS)
     set(lib ${name}_${tier})
     add_library(${lib} OBJECT ${ARGN})
+    lumi_library_target(${lib})
     target_compile_options(${lib} PRIVATE ${LUMI_TIER_FLAGS_${tier}} -mno-fma)
     target_compile_definitions(${lib} PRIVATE
       LUMI_TIER=${tier} LUMI_TIER_LEVEL=${LUMI_TIER_LEVEL_${tier}}

@@ -17,4 +17,25 @@ LUMI_MEMBER void LUMI_T(lumiFree)(void *ptr);
 
 LUMI_MEMBER const LumLibraryVersion *LUMI_T(lumiGetLibVersion)(void);
 
+/* Plain byte-image copies (image/copy), for the filter families. */
+LUMI_MEMBER LumStatus LUMI_T(lumiCopy_8u_C1R)(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst,
+                                              int32_t dstStep, LumiSize roiSize);
+LUMI_MEMBER LumStatus LUMI_T(lumiCopy_8u_C3R)(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst,
+                                              int32_t dstStep, LumiSize roiSize);
+
+/* Signal kernels (signal/), called by the image families of the same tier. */
+LUMI_MEMBER LumStatus LUMI_T(lumsZero_8u)(Lum8u *pDst, int32_t len);
+LUMI_MEMBER LumStatus LUMI_T(lumsZero_32f)(Lum32f *pDst, int32_t len);
+LUMI_MEMBER LumStatus LUMI_T(lumsSet_32f)(Lum32f val, Lum32f *pDst, int32_t len);
+LUMI_MEMBER LumStatus LUMI_T(lumsCopy_32f)(const Lum32f *pSrc, Lum32f *pDst, int32_t len);
+LUMI_MEMBER LumStatus LUMI_T(lumsMulC_32f)(const Lum32f *pSrc, Lum32f val, Lum32f *pDst, int32_t len);
+LUMI_MEMBER LumStatus LUMI_T(lumsMulC_32f_I)(Lum32f val, Lum32f *pSrcDst, int32_t len);
+LUMI_MEMBER LumStatus LUMI_T(lumsExp_32f_I)(Lum32f *pSrcDst, int32_t len);
+LUMI_MEMBER LumStatus LUMI_T(lumsSqr_16u_ISfs)(Lum16u *pSrcDst, int32_t len, int32_t scaleFactor);
+LUMI_MEMBER LumStatus LUMI_T(lumsConvert_16u32f)(const Lum16u *pSrc, Lum32f *pDst, int32_t len);
+LUMI_MEMBER LumStatus LUMI_T(lumsConvert_32f8u_Sfs)(const Lum32f *pSrc, Lum8u *pDst, int32_t len,
+                                                    int32_t rndMode, int32_t scaleFactor);
+LUMI_MEMBER LumStatus LUMI_T(lumsConvert_32f16u_Sfs)(const Lum32f *pSrc, Lum16u *pDst, int32_t len,
+                                                     int32_t rndMode, int32_t scaleFactor);
+
 #endif

@@ -1,0 +1,132 @@
+// Runs every registered pair and prints, per case, the median time per pixel
+// of Lumi and of OpenCV, their ratio, and the largest difference between the
+// two outputs.  Arguments are Google Benchmark's (--benchmark_filter=...).
+#include <benchmark/benchmark.h>
+#include <dlfcn.h>
+#include <stdio.h>
+
+#include <map>
+#include <memory>
+
+#include <opencv2/core.hpp>
+
+#include "bench_common.h"
+
+namespace lumibench {
+namespace {
+
+std::vector<Pair> &pairs()
+{
+    static std::vector<Pair> p;
+    return p;
+}
+
+void *library()
+{
+    static void *lib = dlopen(LUMI_SO_PATH, RTLD_NOW | RTLD_LOCAL);
+    if (!lib) {
+        fprintf(stderr, "cannot load %s: %s\n", LUMI_SO_PATH, dlerror());
+        exit(1);
+    }
+    return lib;
+}
+
+// Collects the median of each run, by benchmark name.
+class Collector : public benchmark::ConsoleReporter {
+public:
+    std::map<std::string, double> median_ns;
+    void ReportRuns(const std::vector<Run> &runs) override
+    {
+        for (const Run &r : runs)
+            if (r.run_type == Run::RT_Aggregate && r.aggregate_name == "median")
+                median_ns[r.run_name.function_name] = r.GetAdjustedRealTime();
+        ConsoleReporter::ReportRuns(runs);
+    }
+};
+
+} // namespace
+
+void add(const Pair &p) { pairs().push_back(p); }
+
+void *lookup(const char *name)
+{
+    typedef void *(*GetProc)(const char *);
+    typedef LumStatus (*InitCpu)(int32_t);
+    static GetProc getProc = (GetProc)dlsym(library(), "GetProcAddressForSo");
+    static InitCpu initCpu = (InitCpu)dlsym(library(), "lumInitCpu");
+    void *fn = getProc(name);
+    if (!fn) {
+        fprintf(stderr, "%s: not served by the library\n", name);
+        exit(1);
+    }
+    initCpu(70); // the AVX tier
+    return fn;
+}
+
+cv::Mat test_image(int width, int height, int channels)
+{
+    cv::Mat m(height, width, CV_8UC(channels));
+    uint32_t s = 12345;
+    for (int y = 0; y < height; ++y) {
+        uint8_t *row = m.ptr<uint8_t>(y);
+        for (int x = 0; x < width; ++x)
+            for (int c = 0; c < channels; ++c) {
+                s = s * 1664525u + 1013904223u;
+                int v = (x * 255 / width + y * 255 / height * (c + 1)) / 2;
+                if (((x / 37) + (y / 29)) % 2)
+                    v = 255 - v;                   // edges
+                v += (int)((s >> 28) & 15) - 8;    // noise
+                if ((x + y) % 7 == 0)
+                    v ^= 0x40;                     // fine detail
+                row[x * channels + c] = (uint8_t)(v < 0 ? 0 : v > 255 ? 255 : v);
+            }
+    }
+    return m;
+}
+
+int max_abs_diff(const cv::Mat &a, const cv::Mat &b)
+{
+    if (a.size() != b.size() || a.type() != b.type())
+        return -1;
+    cv::Mat d;
+    cv::absdiff(a, b, d);
+    double mx = 0;
+    cv::minMaxLoc(d.reshape(1), nullptr, &mx);
+    return (int)mx;
+}
+
+} // namespace lumibench
+
+int main(int argc, char **argv)
+{
+    using namespace lumibench;
+    cv::setNumThreads(1);
+    for (const Pair &p : pairs()) {
+        auto lumi = p.lumi, opencv = p.opencv;
+        benchmark::RegisterBenchmark((p.name + "/lumi").c_str(), [lumi](benchmark::State &st) {
+            for (auto _ : st)
+                lumi();
+        })->Repetitions(5)->ReportAggregatesOnly(true)->Unit(benchmark::kMicrosecond);
+        benchmark::RegisterBenchmark((p.name + "/opencv").c_str(), [opencv](benchmark::State &st) {
+            for (auto _ : st)
+                opencv();
+        })->Repetitions(5)->ReportAggregatesOnly(true)->Unit(benchmark::kMicrosecond);
+    }
+    benchmark::Initialize(&argc, argv);
+    Collector collector;
+    benchmark::RunSpecifiedBenchmarks(&collector);
+
+    printf("\n%-40s %12s %12s %8s %8s\n", "case", "lumi ns/px", "opencv ns/px", "ratio", "maxdiff");
+    for (const Pair &p : pairs()) {
+        auto l = collector.median_ns.find(p.name + "/lumi");
+        auto o = collector.median_ns.find(p.name + "/opencv");
+        if (l == collector.median_ns.end() || o == collector.median_ns.end())
+            continue;
+        const double px = p.pixels > 0 ? p.pixels : 1;
+        printf("%-40s %12.4f %12.4f %8.2f %8d  %s\n", p.name.c_str(), l->second / px,
+               o->second / px, o->second / l->second, p.max_diff ? p.max_diff() : -1,
+               p.note.c_str());
+    }
+    printf("ratio = OpenCV time / Lumi time: above 1 means Lumi is faster.\n");
+    return 0;
+}

@@ -1,0 +1,11 @@
+#!/usr/bin/env bash
+# Builds and runs the benchmark program (Lumi against OpenCV, single-threaded,
+# 1920x1080).  Extra arguments go to Google Benchmark, e.g.
+#   scripts/bench.sh --benchmark_filter=resize
+set -euo pipefail
+cd "$(dirname "$0")/.."
+. scripts/deps.sh
+lumi_need_packages cmake g++ make libbenchmark-dev libopencv-dev
+cmake -S . -B build -DCMAKE_BUILD_TYPE=Release >/dev/null
+cmake --build build -j"$(nproc)" --target lumi_bench
+./build/bench/lumi_bench "$@"
