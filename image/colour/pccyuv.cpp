@@ -26,8 +26,8 @@
  *
  * Every tier computes the same bytes with the same constants.  Tiers differ
  * only in how bytes travel between the interleaved layout and 16-bit lanes:
- * SSSE3 and up use byte shuffles, the SSE3 build fills lanes with word
- * inserts and interleaves through a small buffer.  n8 and u8 are one build.
+ * SSSE3 and up use byte shuffles; the SSE3 build fills lanes with word
+ * inserts and interleaves with unpacks, shifts and masks.  n8 and u8 are one build.
  * Blocks load and store unaligned and never touch a byte outside the row.
  */
 #include "tier.h"
@@ -94,8 +94,8 @@ inline void yuv_to_rgb_tail(int32_t y, int32_t u, int32_t v, const TailWeights &
 
 inline __m128i k16(int v) { return _mm_set1_epi16((short)v); }
 
-/* Eight pixels RGB -> YUV.  r, g, b hold the bytes shifted left by 8; the
- * results are 16-bit, U and V still to be clamped by the pack. */
+/* Eight pixels RGB -> YUV.  r, g, b hold the bytes shifted left by 8.  Y is
+ * final; U and V are the shifted sums before 128 is added (chroma_bytes). */
 inline void yuv_lanes(__m128i r, __m128i g, __m128i b, __m128i &y, __m128i &u, __m128i &v)
 {
     y = _mm_adds_epu16(_mm_mulhi_epu16(r, k16(19595)), _mm_mulhi_epu16(g, k16(38469)));
@@ -104,10 +104,18 @@ inline void yuv_lanes(__m128i r, __m128i g, __m128i b, __m128i &y, __m128i &u, _
     const __m128i r7 = _mm_srli_epi16(r, 1), g7 = _mm_srli_epi16(g, 1), b7 = _mm_srli_epi16(b, 1);
     u = _mm_adds_epi16(_mm_mulhi_epi16(r7, k16(-4816)), _mm_mulhi_epi16(g7, k16(-9469)));
     u = _mm_adds_epi16(u, _mm_mulhi_epi16(b7, k16(14286)));
-    u = _mm_add_epi16(_mm_srai_epi16(u, 6), k16(128));
+    u = _mm_srai_epi16(u, 6);
     v = _mm_adds_epi16(_mm_mulhi_epi16(r7, k16(20152)), _mm_mulhi_epi16(g7, k16(-16875)));
     v = _mm_adds_epi16(v, _mm_mulhi_epi16(b7, k16(-3276)));
-    v = _mm_add_epi16(_mm_srai_epi16(v, 6), k16(128));
+    v = _mm_srai_epi16(v, 6);
+}
+
+/* U and V to bytes: clamp(a + 128) in the low eight bytes, clamp(b + 128) in
+ * the high eight.  A signed pack clamps to -128..127, and flipping the top bit
+ * then adds 128. */
+inline __m128i chroma_bytes(__m128i a, __m128i b)
+{
+    return _mm_xor_si128(_mm_packs_epi16(a, b), _mm_set1_epi8((char)0x80));
 }
 
 /* Eight pixels YUV -> RGB for interleaved images: chroma 8 (C - 128). */
@@ -140,17 +148,33 @@ inline void rgb_lanes_p3(__m128i y, __m128i u, __m128i v, __m128i &r, __m128i &g
  * gather16<Shift>(p, lo, hi): channel c of pixels 0..7 of the 16 interleaved
  * pixels at p into lo[c], of pixels 8..15 into hi[c], one pixel per 16-bit
  * lane, each byte shifted left by Shift (0 or 8).  gather8 does pixels 0..7
- * and reads 24 bytes only.  scatter16(p, c0, c1, c2) interleaves 16 bytes of
- * each channel to 48 bytes; scatter8 the low 8 bytes of each to 24.
+ * and reads 24 bytes only.
+ *
+ * scatter16(p, lead, lo, hi) writes 16 interleaved pixels from bytes packed
+ * the way the pack instructions give them: lead holds channel 0 of pixels
+ * 0..15, lo channels 1 and 2 of pixels 0..7 (eight bytes each), hi the same
+ * for pixels 8..15.  With that layout each 16-byte output draws on two or
+ * three registers instead of always three.  scatter8 writes pixels 0..7 and
+ * does not read hi.
  */
 
 #if LUMI_TIER_LEVEL >= LUMI_TIER_SSSE3
+
+/* Which byte of (lead, lo, hi) feeds output byte i of a 16-pixel block, as
+ * register * 16 + byte. */
+constexpr int scatter_source(int i)
+{
+    const int pixel = i / 3, c = i % 3;
+    if (c == 0)
+        return pixel;
+    return 16 * (1 + pixel / 8) + 8 * (c - 1) + pixel % 8;
+}
 
 /* Byte-shuffle masks, worked out once from the layout: byte i of a block is
  * channel i % 3 of pixel i / 3. */
 struct ShuffleMasks {
     alignas(16) Lum8u gather[2][2][3][2][16]; /* [Shift is 8][half][channel][register] */
-    alignas(16) Lum8u scatter[3][3][16];      /* [channel][output register] */
+    alignas(16) Lum8u scatter[3][3][16];      /* [lead, lo, hi][output register] */
 };
 
 constexpr ShuffleMasks make_masks()
@@ -167,11 +191,11 @@ constexpr ShuffleMasks make_masks()
                         const bool here = (t % 2 == high) && at >= 0 && at < 16;
                         m.gather[high][half][c][reg][t] = here ? (Lum8u)at : 0x80;
                     }
-    for (int c = 0; c < 3; ++c)
+    for (int src = 0; src < 3; ++src)
         for (int reg = 0; reg < 3; ++reg)
             for (int t = 0; t < 16; ++t) {
-                const int i = 16 * reg + t;
-                m.scatter[c][reg][t] = i % 3 == c ? (Lum8u)(i / 3) : 0x80;
+                const int from = scatter_source(16 * reg + t);
+                m.scatter[src][reg][t] = from / 16 == src ? (Lum8u)(from % 16) : 0x80;
             }
     return m;
 }
@@ -208,97 +232,158 @@ inline void gather8(const Lum8u *p, __m128i lo[3])
     gather_half<Shift>(v0, v1, 0, lo);
 }
 
-inline __m128i scatter_reg(__m128i c0, __m128i c1, __m128i c2, int reg)
+/* Output register 0 holds pixels 0..5 (lead, lo), 1 pixels 5..10 (all
+ * three), 2 pixels 10..15 (lead, hi). */
+inline __m128i scatter_two(__m128i a, int ia, __m128i b, int ib, int reg)
 {
-    return _mm_or_si128(_mm_or_si128(shuffle(c0, masks.scatter[0][reg]),
-                                     shuffle(c1, masks.scatter[1][reg])),
-                        shuffle(c2, masks.scatter[2][reg]));
+    return _mm_or_si128(shuffle(a, masks.scatter[ia][reg]), shuffle(b, masks.scatter[ib][reg]));
 }
 
-inline void scatter16(Lum8u *p, __m128i c0, __m128i c1, __m128i c2)
+inline void scatter16(Lum8u *p, __m128i lead, __m128i lo, __m128i hi)
 {
-    for (int reg = 0; reg < 3; ++reg)
-        _mm_storeu_si128((__m128i *)(p + 16 * reg), scatter_reg(c0, c1, c2, reg));
+    const __m128i mid = _mm_or_si128(scatter_two(lead, 0, lo, 1, 1), shuffle(hi, masks.scatter[2][1]));
+    _mm_storeu_si128((__m128i *)p, scatter_two(lead, 0, lo, 1, 0));
+    _mm_storeu_si128((__m128i *)(p + 16), mid);
+    _mm_storeu_si128((__m128i *)(p + 32), scatter_two(lead, 0, hi, 2, 2));
 }
 
-inline void scatter8(Lum8u *p, __m128i c0, __m128i c1, __m128i c2)
+inline void scatter8(Lum8u *p, __m128i lead, __m128i lo)
 {
-    _mm_storeu_si128((__m128i *)p, scatter_reg(c0, c1, c2, 0));
-    _mm_storel_epi64((__m128i *)(p + 16), scatter_reg(c0, c1, c2, 1));
+    _mm_storeu_si128((__m128i *)p, scatter_two(lead, 0, lo, 1, 0));
+    _mm_storel_epi64((__m128i *)(p + 16), scatter_two(lead, 0, lo, 1, 1));
 }
 
 #else /* SSE3: no byte shuffle */
 
-template <int Shift>
-inline __m128i lanes_of(const Lum8u *p)
+/* Without a byte shuffle, pixels travel as 32-bit words (c0 c1 c2 x), four
+ * to a register; x is whatever byte follows and is never used. */
+
+/* The four pixels of 12 bytes at bytes 0..11 of q as words. */
+inline __m128i unpack_pixel_words(__m128i q)
 {
-    return _mm_setr_epi16((short)(p[0] << Shift), (short)(p[3] << Shift), (short)(p[6] << Shift),
-                          (short)(p[9] << Shift), (short)(p[12] << Shift), (short)(p[15] << Shift),
-                          (short)(p[18] << Shift), (short)(p[21] << Shift));
+    const __m128i p01 = _mm_unpacklo_epi32(q, _mm_srli_si128(q, 3));
+    const __m128i p23 = _mm_unpacklo_epi32(_mm_srli_si128(q, 6), _mm_srli_si128(q, 9));
+    return _mm_unpacklo_epi64(p01, p23);
+}
+
+/* Channel c of eight pixel words in 16-bit lanes, shifted left by Shift. */
+template <int Shift>
+inline __m128i channel_lanes(__m128i w0, __m128i w1, int c)
+{
+    const __m128i byte = _mm_set1_epi32(0xFF);
+    const __m128i lanes = _mm_packs_epi32(_mm_and_si128(_mm_srli_epi32(w0, 8 * c), byte),
+                                          _mm_and_si128(_mm_srli_epi32(w1, 8 * c), byte));
+    return Shift ? _mm_slli_epi16(lanes, Shift) : lanes;
+}
+
+template <int Shift>
+inline void channels_of(__m128i w0, __m128i w1, __m128i out[3])
+{
+    for (int c = 0; c < 3; ++c)
+        out[c] = channel_lanes<Shift>(w0, w1, c);
 }
 
 template <int Shift>
 inline void gather8(const Lum8u *p, __m128i lo[3])
 {
-    for (int c = 0; c < 3; ++c)
-        lo[c] = lanes_of<Shift>(p + c);
+    const __m128i v0 = _mm_loadu_si128((const __m128i *)p);
+    const __m128i v1 = _mm_loadl_epi64((const __m128i *)(p + 16));
+    channels_of<Shift>(unpack_pixel_words(v0),
+                       unpack_pixel_words(_mm_or_si128(_mm_srli_si128(v0, 12), _mm_slli_si128(v1, 4))),
+                       lo);
 }
 
 template <int Shift>
 inline void gather16(const Lum8u *p, __m128i lo[3], __m128i hi[3])
 {
-    gather8<Shift>(p, lo);
-    gather8<Shift>(p + 24, hi);
+    const __m128i v0 = _mm_loadu_si128((const __m128i *)p);
+    const __m128i v1 = _mm_loadu_si128((const __m128i *)(p + 16));
+    const __m128i v2 = _mm_loadu_si128((const __m128i *)(p + 32));
+    channels_of<Shift>(unpack_pixel_words(v0),
+                       unpack_pixel_words(_mm_or_si128(_mm_srli_si128(v0, 12), _mm_slli_si128(v1, 4))),
+                       lo);
+    channels_of<Shift>(unpack_pixel_words(_mm_or_si128(_mm_srli_si128(v1, 8), _mm_slli_si128(v2, 8))),
+                       unpack_pixel_words(_mm_srli_si128(v2, 4)), hi);
 }
 
-inline void scatter_n(Lum8u *p, __m128i c0, __m128i c1, __m128i c2, int n)
+/* Pixels as 32-bit words (c0 c1 c2 0): pixels 0..3 of (lead, lo) in q[0],
+ * 4..7 in q[1]; of (lead >> 8 bytes, hi) pixels 8..11 and 12..15. */
+inline void pixel_words(__m128i lead, __m128i lo, __m128i q[2])
 {
-    alignas(16) Lum8u t[3][16];
-    _mm_store_si128((__m128i *)t[0], c0);
-    _mm_store_si128((__m128i *)t[1], c1);
-    _mm_store_si128((__m128i *)t[2], c2);
-    for (int k = 0; k < n; ++k) {
-        p[3 * k] = t[0][k];
-        p[3 * k + 1] = t[1][k];
-        p[3 * k + 2] = t[2][k];
-    }
+    const __m128i c01 = _mm_unpacklo_epi8(lead, lo);
+    const __m128i c2 = _mm_unpackhi_epi8(lo, _mm_setzero_si128());
+    q[0] = _mm_unpacklo_epi16(c01, c2);
+    q[1] = _mm_unpackhi_epi16(c01, c2);
 }
 
-inline void scatter16(Lum8u *p, __m128i c0, __m128i c1, __m128i c2) { scatter_n(p, c0, c1, c2, 16); }
-inline void scatter8(Lum8u *p, __m128i c0, __m128i c1, __m128i c2) { scatter_n(p, c0, c1, c2, 8); }
+/* Four pixel words to 12 bytes at bytes 0..11, zeros after. */
+inline __m128i pack_pixel_words(__m128i q)
+{
+    /* In each 64-bit half, the upper pixel moves down one byte next to the
+     * lower, then the upper half's six bytes close up on the lower's. */
+    const __m128i lower = _mm_set_epi32(0, 0xFFFFFF, 0, 0xFFFFFF);
+    const __m128i upper = _mm_set_epi32(0xFFFF, (int)0xFF000000, 0xFFFF, (int)0xFF000000);
+    q = _mm_or_si128(_mm_and_si128(q, lower), _mm_and_si128(_mm_srli_epi64(q, 8), upper));
+    return _mm_or_si128(_mm_move_epi64(q), _mm_slli_si128(_mm_srli_si128(q, 8), 6));
+}
+
+inline void scatter16(Lum8u *p, __m128i lead, __m128i lo, __m128i hi)
+{
+    __m128i q[4];
+    pixel_words(lead, lo, q);
+    pixel_words(_mm_srli_si128(lead, 8), hi, q + 2);
+    for (int k = 0; k < 4; ++k)
+        q[k] = pack_pixel_words(q[k]);
+    _mm_storeu_si128((__m128i *)p, _mm_or_si128(q[0], _mm_slli_si128(q[1], 12)));
+    _mm_storeu_si128((__m128i *)(p + 16), _mm_or_si128(_mm_srli_si128(q[1], 4), _mm_slli_si128(q[2], 8)));
+    _mm_storeu_si128((__m128i *)(p + 32), _mm_or_si128(_mm_srli_si128(q[2], 8), _mm_slli_si128(q[3], 4)));
+}
+
+inline void scatter8(Lum8u *p, __m128i lead, __m128i lo)
+{
+    __m128i q[2];
+    pixel_words(lead, lo, q);
+    q[0] = pack_pixel_words(q[0]);
+    q[1] = pack_pixel_words(q[1]);
+    _mm_storeu_si128((__m128i *)p, _mm_or_si128(q[0], _mm_slli_si128(q[1], 12)));
+    _mm_storel_epi64((__m128i *)(p + 16), _mm_srli_si128(q[1], 4));
+}
 
 #endif
 
 /* ------------------------------------------------------------ body blocks */
 
-/* RGB -> YUV of 16 or 8 interleaved pixels, packed to bytes (8: low half). */
-inline void yuv_block16(const Lum8u *src, __m128i &y, __m128i &u, __m128i &v)
+/* RGB -> YUV of 16 interleaved pixels: Y bytes of pixels 0..15, and U|V
+ * bytes of pixels 0..7 and 8..15, the layout scatter16 takes. */
+inline void yuv_block16(const Lum8u *src, __m128i &y, __m128i &uv_lo, __m128i &uv_hi)
 {
     __m128i lo[3], hi[3], y0, u0, v0, y1, u1, v1;
     gather16<8>(src, lo, hi);
     yuv_lanes(lo[0], lo[1], lo[2], y0, u0, v0);
     yuv_lanes(hi[0], hi[1], hi[2], y1, u1, v1);
     y = _mm_packus_epi16(y0, y1);
-    u = _mm_packus_epi16(u0, u1);
-    v = _mm_packus_epi16(v0, v1);
+    uv_lo = chroma_bytes(u0, v0);
+    uv_hi = chroma_bytes(u1, v1);
 }
 
-inline void yuv_block8(const Lum8u *src, __m128i &y, __m128i &u, __m128i &v)
+/* The same for 8 pixels: Y in the low eight bytes of y, U|V in uv. */
+inline void yuv_block8(const Lum8u *src, __m128i &y, __m128i &uv)
 {
-    __m128i lo[3];
+    __m128i lo[3], u, v;
     gather8<8>(src, lo);
     yuv_lanes(lo[0], lo[1], lo[2], y, u, v);
     y = _mm_packus_epi16(y, y);
-    u = _mm_packus_epi16(u, u);
-    v = _mm_packus_epi16(v, v);
+    uv = chroma_bytes(u, v);
 }
 
-inline void rgb_pack(const __m128i *r, const __m128i *g, const __m128i *b, __m128i &r8, __m128i &g8,
-                     __m128i &b8)
+/* YUV -> RGB results of 16 pixels (lanes [0] pixels 0..7, [1] 8..15) to the
+ * bytes scatter16 takes: R of all, then G|B of each half. */
+inline void rgb_bytes(const __m128i *r, const __m128i *g, const __m128i *b, __m128i &lead,
+                      __m128i &lo, __m128i &hi)
 {
-    r8 = _mm_packus_epi16(r[0], r[1]);
-    g8 = _mm_packus_epi16(g[0], g[1]);
-    b8 = _mm_packus_epi16(b[0], b[1]);
+    lead = _mm_packus_epi16(r[0], r[1]);
+    lo = _mm_packus_epi16(g[0], b[0]);
+    hi = _mm_packus_epi16(g[1], b[1]);
 }
 
 /* ------------------------------------------------------------ row kernels */
@@ -313,9 +398,9 @@ void innerRGBToYUV_8u_C3R(const Lum8u *src, Lum8u *dst, int32_t width)
 {
     int32_t x = 0;
     for (; x + 16 <= width; x += 16) {
-        __m128i y, u, v;
-        yuv_block16(src + 3 * x, y, u, v);
-        scatter16(dst + 3 * x, y, u, v);
+        __m128i y, uv_lo, uv_hi;
+        yuv_block16(src + 3 * x, y, uv_lo, uv_hi);
+        scatter16(dst + 3 * x, y, uv_lo, uv_hi);
     }
     for (; x < width; ++x)
         rgb_to_yuv_tail(src + 3 * x, dst + 3 * x, dst + 3 * x + 1, dst + 3 * x + 2);
@@ -325,18 +410,20 @@ void innerRGBToYUV_8u_C3P3R(const Lum8u *src, Lum8u *py, Lum8u *pu, Lum8u *pv, i
 {
     const int32_t body = width & ~7;
     int32_t x = 0;
-    __m128i y, u, v;
+    __m128i y, uv_lo, uv_hi;
     for (; x + 16 <= body; x += 16) {
-        yuv_block16(src + 3 * x, y, u, v);
+        yuv_block16(src + 3 * x, y, uv_lo, uv_hi);
         _mm_storeu_si128((__m128i *)(py + x), y);
-        _mm_storeu_si128((__m128i *)(pu + x), u);
-        _mm_storeu_si128((__m128i *)(pv + x), v);
+        _mm_storel_epi64((__m128i *)(pu + x), uv_lo);
+        _mm_storel_epi64((__m128i *)(pu + x + 8), uv_hi);
+        _mm_storeh_pi((__m64 *)(pv + x), _mm_castsi128_ps(uv_lo));
+        _mm_storeh_pi((__m64 *)(pv + x + 8), _mm_castsi128_ps(uv_hi));
     }
     if (x < body) {
-        yuv_block8(src + 3 * x, y, u, v);
+        yuv_block8(src + 3 * x, y, uv_lo);
         _mm_storel_epi64((__m128i *)(py + x), y);
-        _mm_storel_epi64((__m128i *)(pu + x), u);
-        _mm_storel_epi64((__m128i *)(pv + x), v);
+        _mm_storel_epi64((__m128i *)(pu + x), uv_lo);
+        _mm_storeh_pi((__m64 *)(pv + x), _mm_castsi128_ps(uv_lo));
         x += 8;
     }
     for (; x < width; ++x)
@@ -347,20 +434,20 @@ void innerYUVToRGB_8u_C3R(const Lum8u *src, Lum8u *dst, int32_t width)
 {
     const int32_t body = width & ~7;
     int32_t x = 0;
-    __m128i yuv[2][3], r[2], g[2], b[2], r8, g8, b8;
+    __m128i yuv[2][3], r[2], g[2], b[2], lead, lo, hi;
     for (; x + 16 <= body; x += 16) {
         gather16<0>(src + 3 * x, yuv[0], yuv[1]);
         for (int h = 0; h < 2; ++h)
             rgb_lanes_c3(yuv[h][0], yuv[h][1], yuv[h][2], r[h], g[h], b[h]);
-        rgb_pack(r, g, b, r8, g8, b8);
-        scatter16(dst + 3 * x, r8, g8, b8);
+        rgb_bytes(r, g, b, lead, lo, hi);
+        scatter16(dst + 3 * x, lead, lo, hi);
     }
     if (x < body) {
         gather8<0>(src + 3 * x, yuv[0]);
         rgb_lanes_c3(yuv[0][0], yuv[0][1], yuv[0][2], r[0], g[0], b[0]);
         r[1] = r[0], g[1] = g[0], b[1] = b[0];
-        rgb_pack(r, g, b, r8, g8, b8);
-        scatter8(dst + 3 * x, r8, g8, b8);
+        rgb_bytes(r, g, b, lead, lo, hi);
+        scatter8(dst + 3 * x, lead, lo);
         x += 8;
     }
     for (; x < width; ++x) {
@@ -374,7 +461,7 @@ void innerYUVToRGB_8u_P3C3R(const Lum8u *py, const Lum8u *pu, const Lum8u *pv, L
 {
     const __m128i zero = _mm_setzero_si128();
     int32_t x = 0;
-    __m128i r[2], g[2], b[2], r8, g8, b8;
+    __m128i r[2], g[2], b[2], lead, lo, hi;
     for (; x + 16 <= width; x += 16) {
         const __m128i y = _mm_loadu_si128((const __m128i *)(py + x));
         const __m128i u = _mm_loadu_si128((const __m128i *)(pu + x));
@@ -383,8 +470,8 @@ void innerYUVToRGB_8u_P3C3R(const Lum8u *py, const Lum8u *pu, const Lum8u *pv, L
                      _mm_unpacklo_epi8(v, zero), r[0], g[0], b[0]);
         rgb_lanes_p3(_mm_unpackhi_epi8(y, zero), _mm_unpackhi_epi8(u, zero),
                      _mm_unpackhi_epi8(v, zero), r[1], g[1], b[1]);
-        rgb_pack(r, g, b, r8, g8, b8);
-        scatter16(dst + 3 * x, r8, g8, b8);
+        rgb_bytes(r, g, b, lead, lo, hi);
+        scatter16(dst + 3 * x, lead, lo, hi);
     }
     for (; x < width; ++x)
         yuv_to_rgb_tail(py[x], pu[x], pv[x], kTailP3, dst + 3 * x);
