@@ -26,8 +26,8 @@
  *
  * Every tier computes the same bytes with the same constants.  Tiers differ
  * only in how bytes travel between the interleaved layout and 16-bit lanes:
- * SSSE3 and up use byte shuffles; the SSE3 build fills lanes with word
- * inserts and interleaves with unpacks, shifts and masks.  n8 and u8 are one build.
+ * SSSE3 and up use byte shuffles; the SSE3 build moves pixels as 32-bit
+ * words with unpacks, shifts and masks.  n8 and u8 run the same code.
  * Blocks load and store unaligned and never touch a byte outside the row.
  */
 #include "tier.h"
@@ -241,7 +241,8 @@ inline __m128i scatter_two(__m128i a, int ia, __m128i b, int ib, int reg)
 
 inline void scatter16(Lum8u *p, __m128i lead, __m128i lo, __m128i hi)
 {
-    const __m128i mid = _mm_or_si128(scatter_two(lead, 0, lo, 1, 1), shuffle(hi, masks.scatter[2][1]));
+    const __m128i mid =
+        _mm_or_si128(scatter_two(lead, 0, lo, 1, 1), shuffle(hi, masks.scatter[2][1]));
     _mm_storeu_si128((__m128i *)p, scatter_two(lead, 0, lo, 1, 0));
     _mm_storeu_si128((__m128i *)(p + 16), mid);
     _mm_storeu_si128((__m128i *)(p + 32), scatter_two(lead, 0, hi, 2, 2));
@@ -257,6 +258,13 @@ inline void scatter8(Lum8u *p, __m128i lead, __m128i lo)
 
 /* Without a byte shuffle, pixels travel as 32-bit words (c0 c1 c2 x), four
  * to a register; x is whatever byte follows and is never used. */
+
+/* The 16 bytes that start at byte n of the 32 bytes a:b. */
+template <int N>
+inline __m128i bytes_from(__m128i a, __m128i b)
+{
+    return _mm_or_si128(_mm_srli_si128(a, N), _mm_slli_si128(b, 16 - N));
+}
 
 /* The four pixels of 12 bytes at bytes 0..11 of q as words. */
 inline __m128i unpack_pixel_words(__m128i q)
@@ -288,9 +296,7 @@ inline void gather8(const Lum8u *p, __m128i lo[3])
 {
     const __m128i v0 = _mm_loadu_si128((const __m128i *)p);
     const __m128i v1 = _mm_loadl_epi64((const __m128i *)(p + 16));
-    channels_of<Shift>(unpack_pixel_words(v0),
-                       unpack_pixel_words(_mm_or_si128(_mm_srli_si128(v0, 12), _mm_slli_si128(v1, 4))),
-                       lo);
+    channels_of<Shift>(unpack_pixel_words(v0), unpack_pixel_words(bytes_from<12>(v0, v1)), lo);
 }
 
 template <int Shift>
@@ -299,10 +305,8 @@ inline void gather16(const Lum8u *p, __m128i lo[3], __m128i hi[3])
     const __m128i v0 = _mm_loadu_si128((const __m128i *)p);
     const __m128i v1 = _mm_loadu_si128((const __m128i *)(p + 16));
     const __m128i v2 = _mm_loadu_si128((const __m128i *)(p + 32));
-    channels_of<Shift>(unpack_pixel_words(v0),
-                       unpack_pixel_words(_mm_or_si128(_mm_srli_si128(v0, 12), _mm_slli_si128(v1, 4))),
-                       lo);
-    channels_of<Shift>(unpack_pixel_words(_mm_or_si128(_mm_srli_si128(v1, 8), _mm_slli_si128(v2, 8))),
+    channels_of<Shift>(unpack_pixel_words(v0), unpack_pixel_words(bytes_from<12>(v0, v1)), lo);
+    channels_of<Shift>(unpack_pixel_words(bytes_from<8>(v1, v2)),
                        unpack_pixel_words(_mm_srli_si128(v2, 4)), hi);
 }
 
@@ -334,9 +338,13 @@ inline void scatter16(Lum8u *p, __m128i lead, __m128i lo, __m128i hi)
     pixel_words(_mm_srli_si128(lead, 8), hi, q + 2);
     for (int k = 0; k < 4; ++k)
         q[k] = pack_pixel_words(q[k]);
-    _mm_storeu_si128((__m128i *)p, _mm_or_si128(q[0], _mm_slli_si128(q[1], 12)));
-    _mm_storeu_si128((__m128i *)(p + 16), _mm_or_si128(_mm_srli_si128(q[1], 4), _mm_slli_si128(q[2], 8)));
-    _mm_storeu_si128((__m128i *)(p + 32), _mm_or_si128(_mm_srli_si128(q[2], 8), _mm_slli_si128(q[3], 4)));
+    /* Twelve bytes per register: the outputs start at bytes 0, 16 and 32. */
+    const __m128i first = _mm_or_si128(q[0], _mm_slli_si128(q[1], 12));
+    const __m128i mid = _mm_or_si128(_mm_srli_si128(q[1], 4), _mm_slli_si128(q[2], 8));
+    const __m128i last = _mm_or_si128(_mm_srli_si128(q[2], 8), _mm_slli_si128(q[3], 4));
+    _mm_storeu_si128((__m128i *)p, first);
+    _mm_storeu_si128((__m128i *)(p + 16), mid);
+    _mm_storeu_si128((__m128i *)(p + 32), last);
 }
 
 inline void scatter8(Lum8u *p, __m128i lead, __m128i lo)
