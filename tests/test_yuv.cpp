@@ -225,28 +225,6 @@ TEST_P(Yuv, SaturatingColours)
         });
 }
 
-// A bottom-up source: rows addressed from the last one with a negative step.
-TEST_P(Yuv, NegativeSourceStep)
-{
-    for (Kind k : kAll) {
-        Image src(planar_src(k), 37, 3, 5);
-        Image dst(planar_dst(k), 37, 3, 7), want(planar_dst(k), 37, 3, 7);
-        for (int y = 0; y < 3; ++y)
-            for (int x = 0; x < 37; ++x)
-                for (int c = 0; c < 3; ++c)
-                    src.at(x, y, c) = noise(x, y, c);
-        ASSERT_EQ(run(k, src, want, {37, 3}), lumStsNoErr);
-        for (auto &p : src.parts)
-            p.margin += 2 * p.step, p.step = -p.step;
-        ASSERT_EQ(run(k, src, dst, {37, 3}), lumStsNoErr);
-        for (int y = 0; y < 3; ++y)
-            for (int x = 0; x < 37; ++x)
-                for (int c = 0; c < 3; ++c)
-                    ASSERT_EQ(dst.at(x, y, c), want.at(x, 2 - y, c)) << kName[k];
-        EXPECT_TRUE(dst.guards_intact());
-    }
-}
-
 // Pointers before size in the interleaved forms; in the planar forms the
 // image and the array, then size, then each plane.  Nothing is written.
 TEST_P(Yuv, StatusOrder)

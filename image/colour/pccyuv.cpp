@@ -405,7 +405,7 @@ inline const Lum8u *row_at(const Lum8u *p, int32_t step, int32_t j)
 void innerRGBToYUV_8u_C3R(const Lum8u *src, Lum8u *dst, int32_t width)
 {
     int32_t x = 0;
-    for (; x + 16 <= width; x += 16) {
+    for (; x < (width & ~15); x += 16) {
         __m128i y, uv_lo, uv_hi;
         yuv_block16(src + 3 * x, y, uv_lo, uv_hi);
         scatter16(dst + 3 * x, y, uv_lo, uv_hi);
@@ -419,7 +419,7 @@ void innerRGBToYUV_8u_C3P3R(const Lum8u *src, Lum8u *py, Lum8u *pu, Lum8u *pv, i
     const int32_t body = width & ~7;
     int32_t x = 0;
     __m128i y, uv_lo, uv_hi;
-    for (; x + 16 <= body; x += 16) {
+    for (; x < (body & ~15); x += 16) {
         yuv_block16(src + 3 * x, y, uv_lo, uv_hi);
         _mm_storeu_si128((__m128i *)(py + x), y);
         _mm_storel_epi64((__m128i *)(pu + x), uv_lo);
@@ -443,7 +443,7 @@ void innerYUVToRGB_8u_C3R(const Lum8u *src, Lum8u *dst, int32_t width)
     const int32_t body = width & ~7;
     int32_t x = 0;
     __m128i yuv[2][3], r[2], g[2], b[2], lead, lo, hi;
-    for (; x + 16 <= body; x += 16) {
+    for (; x < (body & ~15); x += 16) {
         gather16<0>(src + 3 * x, yuv[0], yuv[1]);
         for (int h = 0; h < 2; ++h)
             rgb_lanes_c3(yuv[h][0], yuv[h][1], yuv[h][2], r[h], g[h], b[h]);
@@ -470,7 +470,7 @@ void innerYUVToRGB_8u_P3C3R(const Lum8u *py, const Lum8u *pu, const Lum8u *pv, L
     const __m128i zero = _mm_setzero_si128();
     int32_t x = 0;
     __m128i r[2], g[2], b[2], lead, lo, hi;
-    for (; x + 16 <= width; x += 16) {
+    for (; x < (width & ~15); x += 16) {
         const __m128i y = _mm_loadu_si128((const __m128i *)(py + x));
         const __m128i u = _mm_loadu_si128((const __m128i *)(pu + x));
         const __m128i v = _mm_loadu_si128((const __m128i *)(pv + x));
