@@ -396,8 +396,9 @@ inline void rgb_bytes(const __m128i *r, const __m128i *g, const __m128i *b, __m1
 
 /* ------------------------------------------------------------ row kernels */
 
-inline Lum8u *row_at(Lum8u *p, int32_t step, int32_t j) { return p + (ptrdiff_t)step * j; }
-inline const Lum8u *row_at(const Lum8u *p, int32_t step, int32_t j)
+/* Row j of an image; steps may be negative. */
+template <typename Byte>
+inline Byte *row_at(Byte *p, int32_t step, int32_t j)
 {
     return p + (ptrdiff_t)step * j;
 }
