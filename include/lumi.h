@@ -243,6 +243,19 @@ LUMI_API LumStatus lumGetMaxCacheSizeB(int32_t *pSize);
 
 /* ------------------------------------------------- colour: RGB and YUV -- */
 
+/* RGB <-> YUV with the analogue weights, fixed point.  The body of a row (its
+ * width rounded down to 16 pixels for RGBToYUV C3R and YUVToRGB P3C3R, to 8 for
+ * the other two) and the pixels after it use different arithmetic.  Planes are
+ * Y, U, V (or R, G, B) in that order and share one step. */
+LUMI_API LumStatus lumiRGBToYUV_8u_C3R(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst,
+                                       int32_t dstStep, LumiSize roiSize);
+LUMI_API LumStatus lumiRGBToYUV_8u_C3P3R(const Lum8u *pSrc, int32_t srcStep, Lum8u *const pDst[3],
+                                         int32_t dstStep, LumiSize roiSize);
+LUMI_API LumStatus lumiYUVToRGB_8u_C3R(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst,
+                                       int32_t dstStep, LumiSize roiSize);
+LUMI_API LumStatus lumiYUVToRGB_8u_P3C3R(const Lum8u *const pSrc[3], int32_t srcStep, Lum8u *pDst,
+                                         int32_t dstStep, LumiSize roiSize);
+
 /* ------------------------------------------------- colour: RGB and HLS -- */
 
 /* -------------------------------------------------------- filters: box -- */
