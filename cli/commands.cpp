@@ -15,7 +15,8 @@ const char kUsage[] =
     "  lumi run NAME [options] IN OUT   run one primitive on a picture\n"
     "  lumi ALIAS [options] IN OUT      the same by a short name (see below)\n"
     "  lumi demo [--out DIR]            run every live primitive on a built-in picture and\n"
-    "                                   write PNGs, a contact sheet and index.html (default demo-out)\n"
+    "                                   write PNGs, a contact sheet and index.html (default "
+    "demo-out)\n"
     "  lumi run NAME --help             the options of one primitive\n"
     "\n"
     "Options of every run:\n"
@@ -67,7 +68,8 @@ void print_op_help(const std::string &name)
     }
     const Op *op = is_alias(name) ? find_alias(name, 3) : find_op(name);
     printf("usage: lumi %s %s[--roi X,Y,W,H] [--tier T] [--time] IN OUT\n",
-           is_alias(name) ? name.c_str() : ("run " + name).c_str(), op->options ? "[options] " : "");
+           is_alias(name) ? name.c_str() : ("run " + name).c_str(),
+           op->options ? "[options] " : "");
     printf("%s", options_help(op->options).c_str());
 }
 
@@ -197,10 +199,12 @@ int cmd_run(const std::string &name, const std::vector<std::string> &args,
         return 0;
     }
     if (ra.files.size() != 2)
-        return fail("lumi " + std::string(alias ? "" : "run ") + name + " wants IN and OUT files", 2);
+        return fail("lumi " + std::string(alias ? "" : "run ") + name + " wants IN and OUT files",
+                    2);
     const std::string &in_path = ra.files[0], &out_path = ra.files[1];
     if (!supported_output(out_path))
-        return fail("cannot write " + out_path + ": the name must end in .png, .jpg, .ppm or .pgm", 2);
+        return fail("cannot write " + out_path + ": the name must end in .png, .jpg, .ppm or .pgm",
+                    2);
     if (alias)
         op = find_alias(name, file_channels(in_path) == 1 ? 1 : 3);
 

@@ -27,31 +27,31 @@ struct DemoCase {
     const char *op;
     const char *args;
     const char *file; // without .png
-    const char *source;
+    const char *source = nullptr;
 };
 
 const DemoCase kCases[] = {
-    {"lumiCopy_8u_C3P3R", "", "split", nullptr},
+    {"lumiCopy_8u_C3P3R", "", "split"},
     {"lumiCopy_8u_P3C3R", "", "merge", "split"},
-    {"lumiRGBToYUV_8u_C3R", "", "rgb2yuv", nullptr},
+    {"lumiRGBToYUV_8u_C3R", "", "rgb2yuv"},
     {"lumiYUVToRGB_8u_C3R", "", "yuv2rgb", "rgb2yuv"},
-    {"lumiRGBToYUV_8u_C3P3R", "", "rgb2yuv-planes", nullptr},
+    {"lumiRGBToYUV_8u_C3P3R", "", "rgb2yuv-planes"},
     {"lumiYUVToRGB_8u_P3C3R", "", "yuv2rgb-planes", "rgb2yuv-planes"},
-    {"lumiResize_8u_C3R", "--scale 0.5 --method linear", "resize-half-linear", nullptr},
-    {"lumiResize_8u_C3R", "--roi 136,96,48,48 --scale 5 --method nn", "resize-zoom-nn", nullptr},
-    {"lumiResize_8u_C3R", "--roi 136,96,48,48 --scale 5 --method linear", "resize-zoom-linear", nullptr},
-    {"lumiResize_8u_C3R", "--roi 136,96,48,48 --scale 5 --method cubic", "resize-zoom-cubic", nullptr},
-    {"lumiResize_8u_C3R", "--roi 136,96,48,48 --scale 5 --method lanczos", "resize-zoom-lanczos", nullptr},
-    {"lumiResize_8u_C1R", "--scale 0.37 --method nn", "resize-grey-nn", nullptr},
-    {"lumiResize_8u_C1R", "--scale 0.37 --method lanczos", "resize-grey-lanczos", nullptr},
-    {"lumiFilterBox_8u_C1R", "--mask 5x5", "box-grey-5x5", nullptr},
-    {"lumiFilterBox_8u_C3R", "--mask 9x9", "box-9x9", nullptr},
-    {"lumiFilterBox_8u_C3R", "--mask 21x1", "box-21x1", nullptr},
-    {"lumiFilterBox_8u_C1IR", "--mask 1x15", "box-inplace-grey-1x15", nullptr},
-    {"lumiFilterBox_8u_C3IR", "--roi 40,30,240,180 --mask 7x7", "box-inplace-roi", nullptr},
-    {"lumiFilterMedian_8u_C1R", "--mask 3x3", "median-grey-3x3", nullptr},
-    {"lumiFilterMedian_8u_C3R", "--mask 5x5", "median-5x5", nullptr},
-    {"lumiFilterMedian_8u_C3R", "--mask 7x3", "median-7x3", nullptr},
+    {"lumiResize_8u_C3R", "--scale 0.5 --method linear", "resize-half-linear"},
+    {"lumiResize_8u_C3R", "--roi 136,96,48,48 --scale 5 --method nn", "resize-zoom-nn"},
+    {"lumiResize_8u_C3R", "--roi 136,96,48,48 --scale 5 --method linear", "resize-zoom-linear"},
+    {"lumiResize_8u_C3R", "--roi 136,96,48,48 --scale 5 --method cubic", "resize-zoom-cubic"},
+    {"lumiResize_8u_C3R", "--roi 136,96,48,48 --scale 5 --method lanczos", "resize-zoom-lanczos"},
+    {"lumiResize_8u_C1R", "--scale 0.37 --method nn", "resize-grey-nn"},
+    {"lumiResize_8u_C1R", "--scale 0.37 --method lanczos", "resize-grey-lanczos"},
+    {"lumiFilterBox_8u_C1R", "--mask 5x5", "box-grey-5x5"},
+    {"lumiFilterBox_8u_C3R", "--mask 9x9", "box-9x9"},
+    {"lumiFilterBox_8u_C3R", "--mask 21x1", "box-21x1"},
+    {"lumiFilterBox_8u_C1IR", "--mask 1x15", "box-inplace-grey-1x15"},
+    {"lumiFilterBox_8u_C3IR", "--roi 40,30,240,180 --mask 7x7", "box-inplace-roi"},
+    {"lumiFilterMedian_8u_C1R", "--mask 3x3", "median-grey-3x3"},
+    {"lumiFilterMedian_8u_C3R", "--mask 5x5", "median-5x5"},
+    {"lumiFilterMedian_8u_C3R", "--mask 7x3", "median-7x3"},
 };
 
 const int kPictureW = 320, kPictureH = 240;
@@ -78,12 +78,18 @@ void hsv(double h, double s, double v, uint8_t *rgb)
 {
     double c = v * s, hp = fmod(h / 60.0, 6.0), x = c * (1 - fabs(fmod(hp, 2.0) - 1));
     double r = 0, g = 0, b = 0;
-    if (hp < 1) r = c, g = x;
-    else if (hp < 2) r = x, g = c;
-    else if (hp < 3) g = c, b = x;
-    else if (hp < 4) g = x, b = c;
-    else if (hp < 5) r = x, b = c;
-    else r = c, b = x;
+    if (hp < 1)
+        r = c, g = x;
+    else if (hp < 2)
+        r = x, g = c;
+    else if (hp < 3)
+        g = c, b = x;
+    else if (hp < 4)
+        g = x, b = c;
+    else if (hp < 5)
+        r = x, b = c;
+    else
+        r = c, b = x;
     rgb[0] = clamp8((r + v - c) * 255);
     rgb[1] = clamp8((g + v - c) * 255);
     rgb[2] = clamp8((b + v - c) * 255);
@@ -152,8 +158,8 @@ Image contact_sheet(const std::vector<Shown> &shown)
     int rows = ((int)shown.size() + kColumns - 1) / kColumns;
     Image sheet;
     std::string err;
-    make_image(&sheet, kGap + kColumns * (kCellW + kGap), kGap + rows * (kCellH + kLabelH + kGap), 3,
-               &err);
+    make_image(&sheet, kGap + kColumns * (kCellW + kGap), kGap + rows * (kCellH + kLabelH + kGap),
+               3, &err);
     std::fill(sheet.pixels.begin(), sheet.pixels.end(), 40);
     const uint8_t white[3] = {240, 240, 240}, grey[3] = {170, 190, 210};
     for (size_t i = 0; i < shown.size(); ++i) {
@@ -176,10 +182,14 @@ std::string html_escape(const std::string &s)
 {
     std::string out;
     for (char c : s) {
-        if (c == '<') out += "&lt;";
-        else if (c == '>') out += "&gt;";
-        else if (c == '&') out += "&amp;";
-        else out += c;
+        if (c == '<')
+            out += "&lt;";
+        else if (c == '>')
+            out += "&gt;";
+        else if (c == '&')
+            out += "&amp;";
+        else
+            out += c;
     }
     return out;
 }

@@ -58,8 +58,7 @@ bool write_file(const std::string &path, const std::vector<uint8_t> &bytes, std:
 
 bool make_image(Image *img, int width, int height, int channels, std::string *err)
 {
-    if (width < 1 || height < 1 ||
-        (double)width * height * channels > (double)kMaxImageBytes) {
+    if (width < 1 || height < 1 || (double)width * height * channels > (double)kMaxImageBytes) {
         *err = "an image of " + std::to_string(width) + "x" + std::to_string(height) +
                " is out of range";
         return false;

@@ -35,7 +35,8 @@ bool open_library(const std::string &path, Library *lib, std::string *err)
     }
     lib->get_proc = (GetProcFn)dlsym(lib->handle, "GetProcAddressForSo");
     lib->init_cpu = (LumStatus(*)(int32_t))dlsym(lib->handle, "lumInitCpu");
-    lib->get_cpu_features = (LumStatus(*)(Lum64u *, Lum32u *))dlsym(lib->handle, "lumGetCpuFeatures");
+    lib->get_cpu_features =
+        (LumStatus(*)(Lum64u *, Lum32u *))dlsym(lib->handle, "lumGetCpuFeatures");
     lib->jump_index = (int32_t *)dlsym(lib->handle, "lumJumpIndexForMergedLibs");
     if (!lib->get_proc || !lib->init_cpu || !lib->get_cpu_features) {
         *err = "the library does not export GetProcAddressForSo, lumInitCpu and lumGetCpuFeatures";
@@ -120,11 +121,11 @@ struct IndexCode {
     Lum64u needs;
 };
 const IndexCode kIndexCodes[6] = {
-    {-1, 0},                         // index 0: no code forces it
-    {0, LUM_CPU_SSE3},               // m7
-    {33, LUM_CPU_SSSE3},             // SSSE3
-    {36, LUM_CPU_SSSE3},             // SSSE3, low-power flag
-    {38, LUM_CPU_SSE41},             // y8
+    {-1, 0},                            // index 0: no code forces it
+    {0, LUM_CPU_SSE3},                  // m7
+    {33, LUM_CPU_SSSE3},                // SSSE3
+    {36, LUM_CPU_SSSE3},                // SSSE3, low-power flag
+    {38, LUM_CPU_SSE41},                // y8
     {73, LUM_CPU_AVX | LUM_CPU_AVX_OS}, // e9
 };
 

@@ -129,12 +129,12 @@ struct Op;
 
 // One call of an operation: input, parameters, result.
 struct Job {
-    void *fn = nullptr;  // the address GetProcAddressForSo gave
+    void *fn = nullptr; // the address GetProcAddressForSo gave
     const Image *in = nullptr;
-    Params p;            // roi filled in (whole picture when not given)
+    Params p; // roi filled in (whole picture when not given)
     Image out;
-    double seconds = 0;  // time of the library call alone
-    std::string error;   // a host-side failure, when the status is not from the library
+    double seconds = 0; // time of the library call alone
+    std::string error;  // a host-side failure, when the status is not from the library
 };
 
 struct Op {
@@ -142,7 +142,7 @@ struct Op {
     const char *alias; // short command; one alias may name a 1- and a 3-channel form
     int channels;      // channels of the input picture
     Layout in, out;
-    unsigned options;  // kOpt bits
+    unsigned options; // kOpt bits
     // Sizes the result, prepares the buffers, times the call, fills job.out.
     // Returns the library's status, or 1 with job.error set for a host failure.
     LumStatus (*run)(const Op &op, Job &job);

@@ -8,7 +8,9 @@
 // resize scales the region alone.  Neighbourhood filters read a footprint
 // around the region: where it leaves the picture, the shape supplies the
 // nearest edge pixel, as the library generates no border of its own.
+#include <errno.h>
 #include <math.h>
+#include <stdlib.h>
 #include <string.h>
 
 #include <algorithm>
@@ -26,8 +28,8 @@ typedef LumStatus (*ToPlanesFn)(const Lum8u *, int, Lum8u *const *, int, LumiSiz
 typedef LumStatus (*FromPlanesFn)(const Lum8u *const *, int, Lum8u *, int, LumiSize);
 typedef LumStatus (*FilterFn)(const Lum8u *, int, Lum8u *, int, LumiSize, LumiSize, LumiPoint);
 typedef LumStatus (*FilterInPlaceFn)(Lum8u *, int, LumiSize, LumiSize, LumiPoint);
-typedef LumStatus (*ResizeFn)(const Lum8u *, LumiSize, int, LumiRect, Lum8u *, int, LumiSize, double,
-                              double, int);
+typedef LumStatus (*ResizeFn)(const Lum8u *, LumiSize, int, LumiRect, Lum8u *, int, LumiSize,
+                              double, double, int);
 
 template <typename Call>
 LumStatus timed(Job &job, Call call)
@@ -141,7 +143,8 @@ LumStatus run_filter_in_place(const Op &, Job &job)
     const LumiRect &r = job.p.roi;
     job.out = *job.in;
     for (int y = 0; y < r.height; ++y)
-        memcpy(job.out.at(r.x, r.y + y), f.img.at(f.left, f.top + y), (size_t)r.width * f.img.channels);
+        memcpy(job.out.at(r.x, r.y + y), f.img.at(f.left, f.top + y),
+               (size_t)r.width * f.img.channels);
     return st;
 }
 
@@ -169,7 +172,8 @@ LumStatus run_resize(const Op &, Job &job)
         return 1;
     return timed(job, [&] {
         return ((ResizeFn)job.fn)(in.pixels.data(), {in.width, in.height}, in.step(), p.roi,
-                                  job.out.pixels.data(), job.out.step(), {w, h}, p.fx, p.fy, p.method);
+                                  job.out.pixels.data(), job.out.step(), {w, h}, p.fx, p.fy,
+                                  p.method);
     });
 }
 
@@ -250,12 +254,14 @@ struct OptionInfo {
 
 const OptionInfo kOptions[] = {
     {"--mask", kOptMask, "--mask WxH       window size (default 3x3; N means NxN)"},
-    {"--anchor", kOptAnchor, "--anchor X,Y     output pixel's place in the window (default its centre)"},
+    {"--anchor", kOptAnchor,
+     "--anchor X,Y     output pixel's place in the window (default its centre)"},
     {"--scale", kOptScale, "--scale F        factor for both axes (default 1)"},
     {"--fx", kOptScale, "--fx F, --fy F   factor for one axis"},
     {"--fy", kOptScale, nullptr},
     {"--size", kOptScale, "--size WxH       result size instead of factors"},
-    {"--method", kOptMethod, "--method M       nn, linear, cubic, lanczos, super or a number (default linear)"},
+    {"--method", kOptMethod,
+     "--method M       nn, linear, cubic, lanczos, super or a number (default linear)"},
 };
 
 } // namespace
@@ -348,9 +354,9 @@ bool parse_option(const Op &op, const std::string &key, const std::string &value
         static const struct {
             const char *name;
             int code;
-        } methods[] = {{"nn", LUMI_INTER_NN},         {"linear", LUMI_INTER_LINEAR},
-                       {"cubic", LUMI_INTER_CUBIC},   {"catmullrom", LUMI_INTER_CATMULLROM},
-                       {"super", LUMI_INTER_SUPER},   {"lanczos", LUMI_INTER_LANCZOS}};
+        } methods[] = {{"nn", LUMI_INTER_NN},       {"linear", LUMI_INTER_LINEAR},
+                       {"cubic", LUMI_INTER_CUBIC}, {"catmullrom", LUMI_INTER_CATMULLROM},
+                       {"super", LUMI_INTER_SUPER}, {"lanczos", LUMI_INTER_LANCZOS}};
         ok = false;
         for (const auto &m : methods)
             if (value == m.name) {
@@ -363,9 +369,13 @@ bool parse_option(const Op &op, const std::string &key, const std::string &value
     if (!ok) {
         static const struct {
             const char *key, *form;
-        } forms[] = {{"--mask", "WxH with sides up to 1024"}, {"--anchor", "X,Y"},
-                     {"--scale", "a number"}, {"--fx", "a number"}, {"--fy", "a number"},
-                     {"--size", "WxH"}, {"--method", "nn, linear, cubic, lanczos, super or a number"}};
+        } forms[] = {{"--mask", "WxH with sides up to 1024"},
+                     {"--anchor", "X,Y"},
+                     {"--scale", "a number"},
+                     {"--fx", "a number"},
+                     {"--fy", "a number"},
+                     {"--size", "WxH"},
+                     {"--method", "nn, linear, cubic, lanczos, super or a number"}};
         for (const auto &f : forms)
             if (key == f.key)
                 *err = key + " wants " + f.form + ", not '" + value + "'";
@@ -383,8 +393,9 @@ bool settle_roi(const Op &op, const Image &in, Params *p, std::string *err)
         if (r.x < 0 || r.y < 0 || r.width < 1 || r.height < 1 || r.x > w - r.width ||
             r.y > h - r.height) {
             *err = "--roi " + std::to_string(r.x) + "," + std::to_string(r.y) + "," +
-                   std::to_string(r.width) + "," + std::to_string(r.height) + " does not lie within the " +
-                   std::to_string(w) + "x" + std::to_string(h) + " picture";
+                   std::to_string(r.width) + "," + std::to_string(r.height) +
+                   " does not lie within the " + std::to_string(w) + "x" + std::to_string(h) +
+                   " picture";
             return false;
         }
     }
@@ -398,9 +409,9 @@ bool load_input(const Op &op, const std::string &path, Image *img, std::string *
     if (!load_image(path, op.in == kPlanes ? 1 : op.channels, img, err))
         return false;
     if (op.in == kPlanes && img->height % 3 != 0) {
-        *err = std::string(op.name) + " reads three planes stacked in one grey picture, so " + path +
-               " must be three times as tall as the picture; it is " + std::to_string(img->height) +
-               " rows tall";
+        *err = std::string(op.name) + " reads three planes stacked in one grey picture, so " +
+               path + " must be three times as tall as the picture; it is " +
+               std::to_string(img->height) + " rows tall";
         return false;
     }
     return true;

@@ -58,7 +58,8 @@ protected:
 
     Result lumi(const std::string &args)
     {
-        std::string cmd = "cd '" + dir + "' && '" LUMI_CLI_PATH "' " + args + " >stdout.txt 2>stderr.txt";
+        std::string cmd =
+            "cd '" + dir + "' && '" LUMI_CLI_PATH "' " + args + " >stdout.txt 2>stderr.txt";
         int rc = system(cmd.c_str());
         Result r{WIFEXITED(rc) ? WEXITSTATUS(rc) : -1, slurp(path("stdout.txt")),
                  slurp(path("stderr.txt"))};
@@ -171,7 +172,8 @@ TEST_F(Cli, NonZeroStatusesAreNamedAndWriteNothing)
         {"lumiFilterMedian_8u_C3R", "median --mask 4x3", "returned -33 (lumStsMaskSizeErr)"},
         {"lumiFilterBox_8u_C3R", "box --mask 3x3 --anchor 3,0", "returned -34 (lumStsAnchorErr)"},
         {"lumiFilterBox_8u_C3R", "box --mask 0x3", "returned -33 (lumStsMaskSizeErr)"},
-        {"lumiResize_8u_C3R", "resize --method catmullrom", "returned -22 (lumStsInterpolationErr)"},
+        {"lumiResize_8u_C3R", "resize --method catmullrom",
+         "returned -22 (lumStsInterpolationErr)"},
         {"lumiResize_8u_C3R", "resize --scale 0", "returned -23 (lumStsResizeFactorErr)"},
         {"lumiResize_8u_C3R", "resize --scale 0.01", "returned -201 (lumStsResizeEmptyErr)"},
     };
@@ -205,8 +207,8 @@ typedef LumStatus (*ResizeFn)(const Lum8u *, LumiSize, int, LumiRect, Lum8u *, i
 struct AliasCase {
     const char *alias;
     const char *prim;
-    int channels;    // of the input file
-    bool planes_in;  // input is three stacked planes
+    int channels;   // of the input file
+    bool planes_in; // input is three stacked planes
     const char *args;
     // The expected result, from a direct call on the input.
     std::function<Image(void *fn, const Image &in)> expect;
@@ -225,7 +227,8 @@ Image blank(int w, int h, int channels)
 Image pixels(void *fn, const Image &in)
 {
     Image out = blank(in.width, in.height, 3);
-    EXPECT_EQ(((PixelsFn)fn)(in.pixels.data(), in.step(), out.pixels.data(), out.step(), {W, H}), 0);
+    EXPECT_EQ(((PixelsFn)fn)(in.pixels.data(), in.step(), out.pixels.data(), out.step(), {W, H}),
+              0);
     return out;
 }
 
@@ -274,8 +277,8 @@ Image resize(void *fn, const Image &in)
 {
     // --roi 2,3,15,11 --size 31x7: factors 31/15 and 7/11.
     Image out = blank(31, 7, in.channels);
-    EXPECT_EQ(((ResizeFn)fn)(in.pixels.data(), {W, H}, in.step(), {2, 3, 15, 11},
-                             out.pixels.data(), out.step(), {31, 7}, 31.0 / 15, 7.0 / 11, 2),
+    EXPECT_EQ(((ResizeFn)fn)(in.pixels.data(), {W, H}, in.step(), {2, 3, 15, 11}, out.pixels.data(),
+                             out.step(), {31, 7}, 31.0 / 15, 7.0 / 11, 2),
               0);
     return out;
 }
@@ -289,7 +292,8 @@ TEST_F(Cli, EachAliasGivesWhatTheDirectCallGives)
         {"yuv2rgb", "lumiYUVToRGB_8u_C3R", 3, false, "", pixels},
         {"rgb2yuv-planes", "lumiRGBToYUV_8u_C3P3R", 3, false, "", to_planes},
         {"yuv2rgb-planes", "lumiYUVToRGB_8u_P3C3R", 1, true, "", from_planes},
-        {"resize", "lumiResize_8u_C1R", 1, false, "--roi 2,3,15,11 --size 31x7 --method linear", resize},
+        {"resize", "lumiResize_8u_C1R", 1, false, "--roi 2,3,15,11 --size 31x7 --method linear",
+         resize},
         {"resize", "lumiResize_8u_C3R", 3, false, "--roi 2,3,15,11 --size 31x7 --method 2", resize},
         {"box", "lumiFilterBox_8u_C1R", 1, false, kFilterArgs, filter},
         {"box", "lumiFilterBox_8u_C3R", 3, false, kFilterArgs, filter},
@@ -331,7 +335,8 @@ TEST_F(Cli, EachAliasGivesWhatTheDirectCallGives)
 // command repeats the edge pixels, so a constant picture stays constant.
 TEST_F(Cli, FiltersKeepThePictureSizeAndRepeatTheEdges)
 {
-    for (const char *prim : {"lumiFilterBox_8u_C3R", "lumiFilterMedian_8u_C3R", "lumiFilterBox_8u_C3IR"}) {
+    for (const char *prim :
+         {"lumiFilterBox_8u_C3R", "lumiFilterMedian_8u_C3R", "lumiFilterBox_8u_C3IR"}) {
         SCOPED_TRACE(prim);
         if (!live(prim))
             continue;
@@ -339,7 +344,8 @@ TEST_F(Cli, FiltersKeepThePictureSizeAndRepeatTheEdges)
         for (size_t i = 0; i < flat.pixels.size(); ++i)
             flat.pixels[i] = (uint8_t)(40 + 50 * (i % 3));
         save("flat.ppm", flat);
-        ASSERT_EQ(lumi(std::string("run ") + prim + " --mask 7x5 --anchor 6,0 flat.ppm out.ppm").code, 0);
+        ASSERT_EQ(
+            lumi(std::string("run ") + prim + " --mask 7x5 --anchor 6,0 flat.ppm out.ppm").code, 0);
         EXPECT_TRUE(load("out.ppm", 3).pixels == flat.pixels);
     }
     if (!live("lumiFilterMedian_8u_C1R"))
@@ -352,7 +358,8 @@ TEST_F(Cli, FiltersKeepThePictureSizeAndRepeatTheEdges)
     ASSERT_EQ(got.height, H);
     Image expected = in;
     EXPECT_EQ(((FilterFn)lib.get_proc("lumiFilterMedian_8u_C1R"))(
-                  in.at(1, 1), in.step(), expected.at(1, 1), expected.step(), {W - 2, H - 2}, {3, 3}, {1, 1}),
+                  in.at(1, 1), in.step(), expected.at(1, 1), expected.step(), {W - 2, H - 2},
+                  {3, 3}, {1, 1}),
               0);
     for (int y = 1; y < H - 1; ++y)
         EXPECT_EQ(memcmp(got.at(1, y), expected.at(1, y), W - 2), 0) << "row " << y;
@@ -371,12 +378,15 @@ TEST_F(Cli, ForcedTiersAgreeAndUnknownOnesAreRefused)
     const struct {
         const char *tier;
         Lum64u needs;
-    } tiers[] = {{"m7", LUM_CPU_SSE3}, {"u8", LUM_CPU_SSSE3}, {"y8", LUM_CPU_SSE41},
+    } tiers[] = {{"m7", LUM_CPU_SSE3},
+                 {"u8", LUM_CPU_SSSE3},
+                 {"y8", LUM_CPU_SSE41},
                  {"e9", LUM_CPU_AVX | LUM_CPU_AVX_OS}};
     for (const auto &t : tiers) {
         if ((features & t.needs) != t.needs)
             continue;
-        Result r = lumi(std::string("median --mask 5x5 --tier ") + t.tier + " --time in.ppm out.ppm");
+        Result r =
+            lumi(std::string("median --mask 5x5 --tier ") + t.tier + " --time in.ppm out.ppm");
         ASSERT_EQ(r.code, 0) << r.err;
         EXPECT_NE(r.out.find(std::string("ms on tier ") + t.tier), std::string::npos) << r.out;
         EXPECT_TRUE(load("out.ppm", 3).pixels == automatic.pixels) << t.tier;
