@@ -143,7 +143,12 @@ LumStatus run_op(const Library &lib, const Op &op, const Image &in, const RunArg
         const EntryRow *row = find_entry(op.name);
         int index = row ? tier_index(*row, args.tier) : -1;
         if (index < 0) {
-            job->error = std::string(op.name) + " has no " + args.tier + " tier";
+            std::string has;
+            for (int i = 1; row && i < 6; ++i)
+                if (has.find(row->slots[i]) == std::string::npos)
+                    has += std::string(has.empty() ? "" : " ") + row->slots[i];
+            job->error =
+                std::string(op.name) + " has no " + args.tier + " tier (it has " + has + ")";
             return 1;
         }
         // After the lookup: every lookup puts the automatic choice back.

@@ -393,7 +393,7 @@ TEST_F(Cli, ForcedTiersAgreeAndUnknownOnesAreRefused)
     }
     // The three-channel median has no n8 member.
     Result r = lumi("median --mask 5x5 --tier n8 in.ppm none.ppm");
-    EXPECT_EQ(r.err, std::string("lumi: ") + prim + " has no n8 tier\n");
+    EXPECT_EQ(r.err, std::string("lumi: ") + prim + " has no n8 tier (it has m7 u8 y8 e9)\n");
     EXPECT_FALSE(exists(path("none.ppm")));
 }
 
