@@ -146,8 +146,10 @@ Image thumbnail(const Image &img, int w, int h)
     return t;
 }
 
+// A picture of the gallery: its file, the primitive (title), the
+// parameters (caption), and for the page the command and what it gave.
 struct Shown {
-    std::string file, title, caption, note;
+    std::string file, title, caption, command, result;
     Image img;
 };
 
@@ -206,11 +208,13 @@ std::string index_html(const std::vector<Shown> &shown, const std::vector<std::s
         "<h1>lumi demo</h1>\n<p>Each picture is one call of a primitive of liblumi.so, tier " +
         html_escape(tier) +
         ", on the built-in picture (<code>input.png</code>, and <code>input-grey.png</code> for "
-        "the one-channel forms) or on the result named. The command under each one repeats it. "
+        "the one-channel forms) or on the result named, with the parameters used and the command "
+        "that repeats it. "
         "<a href=\"contact-sheet.png\">Contact sheet</a>.</p>\n";
     for (const Shown &s : shown) {
         h += "<figure><a href=\"" + s.file + "\"><img src=\"" + s.file + "\" alt=\"" + s.file +
-             "\"></a><figcaption><b>" + html_escape(s.title) + "</b><br>" + html_escape(s.note) +
+             "\"></a><figcaption><b>" + html_escape(s.title) + "</b><br>" + html_escape(s.caption) +
+             "<br><code>" + html_escape(s.command) + "</code><br>" + html_escape(s.result) +
              "</figcaption></figure>\n";
     }
     if (!skipped.empty()) {
@@ -303,7 +307,8 @@ int cmd_demo(const std::vector<std::string> &args, const std::string &lib_path)
 
     Image picture = demo_picture(kPictureW, kPictureH);
     std::vector<Shown> shown;
-    shown.push_back({"input.png", "input", "the built-in picture, 320x240", "", picture});
+    shown.push_back({"input.png", "input", "the built-in picture, 320x240", "",
+                     "drawn by the program; input-grey.png is its grey version", picture});
     if (!save_image(dir + "/input.png", picture, &err) ||
         !save_image(dir + "/input-grey.png", with_channels(picture, 1), &err))
         return fail(err);
@@ -361,14 +366,13 @@ int cmd_demo(const std::vector<std::string> &args, const std::string &lib_path)
         snprintf(ms, sizeof ms, "%.3f ms", job.seconds * 1e3);
         std::string caption = std::string(c.args[0] ? c.args : "(no parameters)") +
                               (c.source ? std::string(" on ") + c.source : "");
-        shown.push_back({file, c.op, caption,
-                         cmd + "  (" + std::to_string(job.out.width) + "x" +
-                             std::to_string(job.out.height) + ", " + ms + ")",
+        shown.push_back({file, c.op, caption, cmd,
+                         std::to_string(job.out.width) + "x" + std::to_string(job.out.height) +
+                             ", " + ms + " on tier " + serving_tier(lib, c.op),
                          job.out});
         printf("%-28s %-24s %s\n", file.c_str(), c.op, ms);
     }
 
-    shown[0].note = "320x240, drawn by the program; input-grey.png is its grey version";
     if (!save_image(dir + "/contact-sheet.png", contact_sheet(shown), &err))
         return fail(err);
     std::string html = index_html(shown, skipped, current_tier(lib));
