@@ -214,8 +214,8 @@ std::string index_html(const std::vector<Shown> &shown, const std::vector<std::s
     for (const Shown &s : shown) {
         h += "<figure><a href=\"" + s.file + "\"><img src=\"" + s.file + "\" alt=\"" + s.file +
              "\"></a><figcaption><b>" + html_escape(s.title) + "</b><br>" + html_escape(s.caption) +
-             "<br><code>" + html_escape(s.command) + "</code><br>" + html_escape(s.result) +
-             "</figcaption></figure>\n";
+             "<br>" + (s.command.empty() ? "" : "<code>" + html_escape(s.command) + "</code><br>") +
+             html_escape(s.result) + "</figcaption></figure>\n";
     }
     if (!skipped.empty()) {
         h += "<h2>Not shown</h2>\n<ul>\n";
