@@ -15,8 +15,8 @@ const char kUsage[] =
     "  lumi run NAME [options] IN OUT   run one primitive on a picture\n"
     "  lumi ALIAS [options] IN OUT      the same by a short name (see below)\n"
     "  lumi demo [--out DIR]            run every live primitive on a built-in picture and\n"
-    "                                   write PNGs, a contact sheet and index.html (default "
-    "demo-out)\n"
+    "                                   write PNGs, a contact sheet and index.html\n"
+    "                                   (in demo-out unless --out says otherwise)\n"
     "  lumi run NAME --help             the options of one primitive\n"
     "\n"
     "Options of every run:\n"
@@ -144,7 +144,7 @@ LumStatus run_op(const Library &lib, const Op &op, const Image &in, const RunArg
         int index = row ? tier_index(*row, args.tier) : -1;
         if (index < 0) {
             std::string has;
-            for (int i = 1; row && i < 6; ++i)
+            for (int i = 1; row && i < 6 && row->slots[i]; ++i)
                 if (has.find(row->slots[i]) == std::string::npos)
                     has += std::string(has.empty() ? "" : " ") + row->slots[i];
             job->error =
