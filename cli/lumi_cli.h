@@ -1,0 +1,205 @@
+// The lumi command: a host of liblumi.so like any other.  It loads the
+// library with dlopen, resolves GetProcAddressForSo, and looks every
+// primitive up by name; it uses lumi.h for types and status codes only.
+//
+// What runs is driven by two tables: the operation table (ops.cpp), one row
+// per primitive the command can call, and the demo table (demo.cpp), one row
+// per picture the demo writes.  A new primitive is one row in each.
+#ifndef LUMI_CLI_H
+#define LUMI_CLI_H
+
+#include <stdint.h>
+#include <stdio.h>
+
+#include <string>
+#include <vector>
+
+#include "lumi.h"
+
+namespace cli {
+
+// ------------------------------------------------------------------ images --
+
+// An 8-bit image of 1 or 3 interleaved channels, rows packed.
+struct Image {
+    int width = 0;
+    int height = 0;
+    int channels = 0;
+    std::vector<uint8_t> pixels;
+
+    int step() const { return width * channels; }
+    uint8_t *at(int x, int y) { return pixels.data() + (size_t)y * step() + (size_t)x * channels; }
+    const uint8_t *at(int x, int y) const
+    {
+        return pixels.data() + (size_t)y * step() + (size_t)x * channels;
+    }
+};
+
+// Largest image the command makes, in bytes: bigger results are refused.
+constexpr size_t kMaxImageBytes = (size_t)1 << 30;
+
+bool make_image(Image *img, int width, int height, int channels, std::string *err);
+// Channels stored in the file (1 or 3; grey with alpha counts 1, RGBA 3), or 0.
+int file_channels(const std::string &path);
+// Reads PNG, JPEG, BMP, PPM/PGM (and what else the decoder knows), converted
+// to the channel count asked for (1 or 3).
+bool load_image(const std::string &path, int channels, Image *img, std::string *err);
+// Writes by the extension: .png, .jpg/.jpeg, .ppm (RGB), .pgm (grey).  The
+// file is written whole or not at all.
+bool save_image(const std::string &path, const Image &img, std::string *err);
+bool supported_output(const std::string &path);
+// Grey to RGB by repeating, RGB to grey by the usual luma weights.
+Image with_channels(const Image &img, int channels);
+
+// Text in a 5 by 7 pixel font, each font pixel drawn as scale by scale.
+void draw_text(Image *img, int x, int y, const std::string &text, int scale, const uint8_t rgb[3]);
+int text_width(const std::string &text, int scale);
+constexpr int kGlyphW = 6; // advance, one column of space included
+constexpr int kGlyphH = 8; // line height, one row of space included
+
+// ----------------------------------------------------------------- library --
+
+typedef void *(*GetProcFn)(const char *);
+
+struct Library {
+    void *handle = nullptr;
+    GetProcFn get_proc = nullptr;
+    LumStatus (*init_cpu)(int32_t) = nullptr;
+    LumStatus (*get_cpu_features)(Lum64u *, Lum32u *) = nullptr;
+    const LumLibraryVersion *(*version)(void) = nullptr;
+    int32_t *jump_index = nullptr;
+};
+
+// Opens the library: the path given, else $LUMI_LIBRARY, else the one next to
+// the build, else liblumi.so on the loader's path.
+bool open_library(const std::string &path, Library *lib, std::string *err);
+
+// One row of the library's entry table: its name and, for a dispatched
+// primitive, the tier behind each dispatch index 0..5 (else null).
+struct EntryRow {
+    const char *name;
+    const char *slots[6];
+};
+const std::vector<EntryRow> &entry_rows();
+const EntryRow *find_entry(const std::string &name);
+
+const char *status_name(LumStatus status);
+// "-33 (lumStsMaskSizeErr)"
+std::string status_text(LumStatus status);
+
+// The tier at dispatch index 1..5 of every primitive: m7, n8/u8, n8/u8, y8, e9.
+bool is_tier_name(const std::string &tier);
+// Dispatch index through which `tier` serves the row, or -1.
+int tier_index(const EntryRow &row, const std::string &tier);
+// Forces dispatch index 1..5 through lumInitCpu, after checking that the
+// processor runs it.  Any later lookup puts the automatic choice back.
+bool force_index(const Library &lib, int index, std::string *err);
+// The tier the library runs at now ("y8"), from its version record.
+std::string current_tier(const Library &lib);
+// The tier that serves the named primitive at the dispatch index in force.
+std::string serving_tier(const Library &lib, const std::string &name);
+
+// -------------------------------------------------------------- operations --
+
+// Image layouts an operation reads or writes.  Planes are three planes of
+// one channel each, stored one under the other in a one-channel image three
+// times as tall as the picture.
+enum Layout { kInterleaved, kPlanes };
+
+// Option bits: which parameters an operation takes.
+enum {
+    kOptMask = 1 << 0,   // --mask WxH
+    kOptAnchor = 1 << 1, // --anchor X,Y
+    kOptScale = 1 << 2,  // --scale F, --fx F, --fy F, --size WxH
+    kOptMethod = 1 << 3, // --method nn|linear|cubic|lanczos|super|CODE
+};
+
+struct Params {
+    LumiSize mask = {3, 3};
+    LumiPoint anchor = {0, 0};
+    bool anchor_given = false;
+    double fx = 1.0, fy = 1.0;
+    LumiSize size = {0, 0}; // --size: output size instead of factors
+    int method = LUMI_INTER_LINEAR;
+    LumiRect roi = {0, 0, 0, 0};
+    bool roi_given = false;
+};
+
+struct Op;
+
+// One call of an operation: input, parameters, result.
+struct Job {
+    void *fn = nullptr; // the address GetProcAddressForSo gave
+    const Image *in = nullptr;
+    Params p; // roi filled in (whole picture when not given)
+    Image out;
+    double seconds = 0; // time of the library call alone
+    std::string error;  // a host-side failure, when the status is not from the library
+};
+
+struct Op {
+    const char *name;  // entry-table name
+    const char *alias; // short command; one alias may name a 1- and a 3-channel form
+    int channels;      // channels of the input picture
+    Layout in, out;
+    unsigned options; // kOpt bits
+    // Sizes the result, prepares the buffers, times the call, fills job.out.
+    // Returns the library's status, or 1 with job.error set for a host failure.
+    LumStatus (*run)(const Op &op, Job &job);
+    const char *summary;
+};
+
+const std::vector<Op> &ops();
+const Op *find_op(const std::string &name);
+// The row of an alias for a picture of `channels` (the 3-channel form when
+// there is no other).
+const Op *find_alias(const std::string &alias, int channels);
+bool is_alias(const std::string &alias);
+
+// Parses the operation's own options from args, leaving IN and OUT and the
+// common run options (--roi, --tier, --time) to the caller.
+bool parse_option(const Op &op, const std::string &key, const std::string &value, Params *p,
+                  std::string *err);
+bool option_takes_value(const std::string &key);
+std::string options_help(unsigned options);
+
+// Checks the region against the picture (or fills it with the whole picture).
+bool settle_roi(const Op &op, const Image &in, Params *p, std::string *err);
+
+// Reads the picture an operation wants from a file: its layout and channels.
+bool load_input(const Op &op, const std::string &path, Image *img, std::string *err);
+// The picture of op's input layout made from an interleaved RGB picture.
+Image input_from_rgb(const Op &op, const Image &rgb);
+
+// -------------------------------------------------------------- commands --
+
+// What `lumi run NAME ...` was given besides the name.
+struct RunArgs {
+    Params p;
+    std::string tier; // empty: the automatic choice
+    bool time = false;
+    bool help = false;
+    std::vector<std::string> files;
+};
+bool parse_run_args(const Op &op, const std::vector<std::string> &args, RunArgs *out,
+                    std::string *err);
+// Runs op on a picture already in memory: looks it up, forces the tier if
+// asked, checks the region and calls it.  Returns the status (or 1 with
+// job->error set for a failure of the host).
+LumStatus run_op(const Library &lib, const Op &op, const Image &in, const RunArgs &args, Job *job);
+std::string failure_text(const Op &op, LumStatus status, const Job &job);
+
+// Prints "lumi: MSG" as one line on stderr and returns code.
+int fail(const std::string &msg, int code = 1);
+void print_usage(FILE *to, bool with_aliases);
+int cmd_list(const Library &lib);
+int cmd_run(const std::string &name, const std::vector<std::string> &args,
+            const std::string &lib_path);
+int cmd_demo(const std::vector<std::string> &args, const std::string &lib_path);
+
+// The built-in picture of the demo.
+Image demo_picture(int width, int height);
+
+} // namespace cli
+
+#endif

@@ -1,0 +1,434 @@
+// The operation table of the lumi command: one row per primitive it can
+// call, with the call shapes those rows share.
+//
+// A shape sizes the result, prepares the buffers the primitive reads and
+// writes, and times the call alone.  The region (--roi) is processed in
+// place within a copy of the input, so the result shows it in context;
+// shapes that change the layout leave the rest of the result black, and
+// resize scales the region alone.  Neighbourhood filters read a footprint
+// around the region: where it leaves the picture, the shape supplies the
+// nearest edge pixel, as the library generates no border of its own.
+#include <errno.h>
+#include <math.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <algorithm>
+#include <chrono>
+
+#include "lumi_cli.h"
+
+namespace cli {
+
+namespace {
+
+// The primitives' signatures, as this host declares them.
+typedef LumStatus (*PixelsFn)(const Lum8u *, int, Lum8u *, int, LumiSize);
+typedef LumStatus (*ToPlanesFn)(const Lum8u *, int, Lum8u *const *, int, LumiSize);
+typedef LumStatus (*FromPlanesFn)(const Lum8u *const *, int, Lum8u *, int, LumiSize);
+typedef LumStatus (*FilterFn)(const Lum8u *, int, Lum8u *, int, LumiSize, LumiSize, LumiPoint);
+typedef LumStatus (*FilterInPlaceFn)(Lum8u *, int, LumiSize, LumiSize, LumiPoint);
+typedef LumStatus (*ResizeFn)(const Lum8u *, LumiSize, int, LumiRect, Lum8u *, int, LumiSize,
+                              double, double, int);
+
+template <typename Call>
+LumStatus timed(Job &job, Call call)
+{
+    auto t0 = std::chrono::steady_clock::now();
+    LumStatus st = call();
+    job.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+    return st;
+}
+
+LumiSize roi_size(const Params &p)
+{
+    return {p.roi.width, p.roi.height};
+}
+
+// Interleaved in, interleaved out, one pixel for one pixel.
+LumStatus run_pixels(const Op &, Job &job)
+{
+    const Image &in = *job.in;
+    const LumiRect &r = job.p.roi;
+    job.out = in;
+    return timed(job, [&] {
+        return ((PixelsFn)job.fn)(in.at(r.x, r.y), in.step(), job.out.at(r.x, r.y), job.out.step(),
+                                  roi_size(job.p));
+    });
+}
+
+// Interleaved RGB in, three planes stacked in one grey image out.
+LumStatus run_to_planes(const Op &, Job &job)
+{
+    const Image &in = *job.in;
+    const LumiRect &r = job.p.roi;
+    if (!make_image(&job.out, in.width, in.height * 3, 1, &job.error))
+        return 1;
+    Lum8u *planes[3];
+    for (int c = 0; c < 3; ++c)
+        planes[c] = job.out.at(r.x, c * in.height + r.y);
+    return timed(job, [&] {
+        return ((ToPlanesFn)job.fn)(in.at(r.x, r.y), in.step(), planes, job.out.step(),
+                                    roi_size(job.p));
+    });
+}
+
+// Three stacked planes in, interleaved RGB out.
+LumStatus run_from_planes(const Op &, Job &job)
+{
+    const Image &in = *job.in;
+    const LumiRect &r = job.p.roi;
+    int h = in.height / 3;
+    if (!make_image(&job.out, in.width, h, 3, &job.error))
+        return 1;
+    const Lum8u *planes[3];
+    for (int c = 0; c < 3; ++c)
+        planes[c] = in.at(r.x, c * h + r.y);
+    return timed(job, [&] {
+        return ((FromPlanesFn)job.fn)(planes, in.step(), job.out.at(r.x, r.y), job.out.step(),
+                                      roi_size(job.p));
+    });
+}
+
+// The footprint of a filter over the region: `before` pixels left and above
+// it, `after` right and below, the picture's edge pixels repeated outside it.
+// `spare` more rows stand below, which the in-place engines may read.
+struct Footprint {
+    Image img;
+    int left, top;
+};
+
+bool make_footprint(const Image &in, const Params &p, int spare, Footprint *f, std::string *err)
+{
+    // An anchor outside the mask is refused by the library before it reads
+    // anything; clamp only so that the buffer stays well formed.
+    int mw = std::max(p.mask.width, 1), mh = std::max(p.mask.height, 1);
+    f->left = std::min(std::max(p.anchor.x, 0), mw - 1);
+    f->top = std::min(std::max(p.anchor.y, 0), mh - 1);
+    int w = p.roi.width + mw - 1, h = p.roi.height + mh - 1 + spare;
+    if (!make_image(&f->img, w, h, in.channels, err))
+        return false;
+    for (int y = 0; y < h; ++y) {
+        int sy = std::min(std::max(p.roi.y - f->top + y, 0), in.height - 1);
+        for (int x = 0; x < w; ++x) {
+            int sx = std::min(std::max(p.roi.x - f->left + x, 0), in.width - 1);
+            memcpy(f->img.at(x, y), in.at(sx, sy), in.channels);
+        }
+    }
+    return true;
+}
+
+LumStatus run_filter(const Op &, Job &job)
+{
+    Footprint f;
+    if (!make_footprint(*job.in, job.p, 0, &f, &job.error))
+        return 1;
+    const LumiRect &r = job.p.roi;
+    job.out = *job.in;
+    return timed(job, [&] {
+        return ((FilterFn)job.fn)(f.img.at(f.left, f.top), f.img.step(), job.out.at(r.x, r.y),
+                                  job.out.step(), roi_size(job.p), job.p.mask, job.p.anchor);
+    });
+}
+
+LumStatus run_filter_in_place(const Op &, Job &job)
+{
+    Footprint f;
+    if (!make_footprint(*job.in, job.p, std::max(job.p.mask.height, 1), &f, &job.error))
+        return 1;
+    LumStatus st = timed(job, [&] {
+        return ((FilterInPlaceFn)job.fn)(f.img.at(f.left, f.top), f.img.step(), roi_size(job.p),
+                                         job.p.mask, job.p.anchor);
+    });
+    const LumiRect &r = job.p.roi;
+    job.out = *job.in;
+    for (int y = 0; y < r.height; ++y)
+        memcpy(job.out.at(r.x, r.y + y), f.img.at(f.left, f.top + y),
+               (size_t)r.width * f.img.channels);
+    return st;
+}
+
+// The result's size along one axis as the library works it out: the
+// truncated scaled length, at least one pixel (a length below one half is
+// refused by the library itself).
+int scaled_length(int length, double factor)
+{
+    double scaled = length * factor + 1e-7;
+    if (!(scaled >= 1.0))
+        return 1;
+    return scaled >= 2147483647.0 ? 2147483647 : (int)scaled;
+}
+
+LumStatus run_resize(const Op &, Job &job)
+{
+    const Image &in = *job.in;
+    Params &p = job.p;
+    if (p.size.width > 0) {
+        p.fx = (double)p.size.width / p.roi.width;
+        p.fy = (double)p.size.height / p.roi.height;
+    }
+    int w = scaled_length(p.roi.width, p.fx), h = scaled_length(p.roi.height, p.fy);
+    if (!make_image(&job.out, w, h, in.channels, &job.error))
+        return 1;
+    return timed(job, [&] {
+        return ((ResizeFn)job.fn)(in.pixels.data(), {in.width, in.height}, in.step(), p.roi,
+                                  job.out.pixels.data(), job.out.step(), {w, h}, p.fx, p.fy,
+                                  p.method);
+    });
+}
+
+const unsigned kFilter = kOptMask | kOptAnchor;
+const unsigned kResize = kOptScale | kOptMethod;
+
+const std::vector<Op> kOps = {
+    {"lumiCopy_8u_C3P3R", "split", 3, kInterleaved, kPlanes, 0, run_to_planes,
+     "interleaved RGB to three planes"},
+    {"lumiCopy_8u_P3C3R", "merge", 3, kPlanes, kInterleaved, 0, run_from_planes,
+     "three planes to interleaved RGB"},
+    {"lumiRGBToYUV_8u_C3R", "rgb2yuv", 3, kInterleaved, kInterleaved, 0, run_pixels,
+     "RGB to YUV, interleaved"},
+    {"lumiYUVToRGB_8u_C3R", "yuv2rgb", 3, kInterleaved, kInterleaved, 0, run_pixels,
+     "YUV to RGB, interleaved"},
+    {"lumiRGBToYUV_8u_C3P3R", "rgb2yuv-planes", 3, kInterleaved, kPlanes, 0, run_to_planes,
+     "interleaved RGB to Y, U and V planes"},
+    {"lumiYUVToRGB_8u_P3C3R", "yuv2rgb-planes", 3, kPlanes, kInterleaved, 0, run_from_planes,
+     "Y, U and V planes to interleaved RGB"},
+    {"lumiResize_8u_C1R", "resize", 1, kInterleaved, kInterleaved, kResize, run_resize,
+     "scale a grey picture"},
+    {"lumiResize_8u_C3R", "resize", 3, kInterleaved, kInterleaved, kResize, run_resize,
+     "scale an RGB picture"},
+    {"lumiFilterBox_8u_C1R", "box", 1, kInterleaved, kInterleaved, kFilter, run_filter,
+     "mean of a rectangle, grey"},
+    {"lumiFilterBox_8u_C3R", "box", 3, kInterleaved, kInterleaved, kFilter, run_filter,
+     "mean of a rectangle, RGB"},
+    {"lumiFilterBox_8u_C1IR", "box-inplace", 1, kInterleaved, kInterleaved, kFilter,
+     run_filter_in_place, "mean of a rectangle in place, grey"},
+    {"lumiFilterBox_8u_C3IR", "box-inplace", 3, kInterleaved, kInterleaved, kFilter,
+     run_filter_in_place, "mean of a rectangle in place, RGB"},
+    {"lumiFilterMedian_8u_C1R", "median", 1, kInterleaved, kInterleaved, kFilter, run_filter,
+     "median of a rectangle, grey"},
+    {"lumiFilterMedian_8u_C3R", "median", 3, kInterleaved, kInterleaved, kFilter, run_filter,
+     "median of a rectangle per channel, RGB"},
+};
+
+// ------------------------------------------------------------- options --
+
+bool parse_int(const std::string &s, int lo, int hi, int *v)
+{
+    char *end = nullptr;
+    errno = 0;
+    long n = strtol(s.c_str(), &end, 10);
+    if (s.empty() || *end || errno || n < lo || n > hi)
+        return false;
+    *v = (int)n;
+    return true;
+}
+
+// "A<sep>B<sep>..." into n integers in lo..hi.
+bool parse_ints(const std::string &s, char sep, int n, int lo, int hi, int *out)
+{
+    size_t pos = 0;
+    for (int i = 0; i < n; ++i) {
+        size_t next = i + 1 < n ? s.find(sep, pos) : s.size();
+        if (next == std::string::npos || !parse_int(s.substr(pos, next - pos), lo, hi, &out[i]))
+            return false;
+        pos = next + 1;
+    }
+    return true;
+}
+
+bool parse_double(const std::string &s, double *v)
+{
+    char *end = nullptr;
+    *v = strtod(s.c_str(), &end);
+    return !s.empty() && !*end && isfinite(*v);
+}
+
+const int kMaxMaskSide = 1024;
+
+struct OptionInfo {
+    const char *key;
+    unsigned bit;
+    const char *help;
+};
+
+const OptionInfo kOptions[] = {
+    {"--mask", kOptMask, "--mask WxH       window size (default 3x3; N means NxN)"},
+    {"--anchor", kOptAnchor,
+     "--anchor X,Y     output pixel's place in the window (default its centre)"},
+    {"--scale", kOptScale, "--scale F        factor for both axes (default 1)"},
+    {"--fx", kOptScale, "--fx F, --fy F   factor for one axis"},
+    {"--fy", kOptScale, nullptr},
+    {"--size", kOptScale, "--size WxH       result size instead of factors"},
+    {"--method", kOptMethod,
+     "--method M       nn, linear, cubic, lanczos, super or a number (default linear)"},
+};
+
+} // namespace
+
+const std::vector<Op> &ops()
+{
+    return kOps;
+}
+
+const Op *find_op(const std::string &name)
+{
+    for (const Op &op : kOps)
+        if (name == op.name)
+            return &op;
+    return nullptr;
+}
+
+bool is_alias(const std::string &alias)
+{
+    for (const Op &op : kOps)
+        if (alias == op.alias)
+            return true;
+    return false;
+}
+
+const Op *find_alias(const std::string &alias, int channels)
+{
+    const Op *found = nullptr;
+    for (const Op &op : kOps) {
+        if (alias != op.alias)
+            continue;
+        if (op.channels == channels)
+            return &op;
+        if (!found || op.channels == 3)
+            found = &op;
+    }
+    return found;
+}
+
+bool option_takes_value(const std::string &key)
+{
+    return key != "--time" && key != "--help";
+}
+
+std::string options_help(unsigned options)
+{
+    std::string s;
+    for (const OptionInfo &o : kOptions)
+        if ((options & o.bit) && o.help)
+            s += std::string("  ") + o.help + "\n";
+    return s;
+}
+
+bool parse_option(const Op &op, const std::string &key, const std::string &value, Params *p,
+                  std::string *err)
+{
+    const OptionInfo *info = nullptr;
+    for (const OptionInfo &o : kOptions)
+        if (key == o.key)
+            info = &o;
+    if (!info) {
+        *err = "unknown option " + key;
+        return false;
+    }
+    if (!(op.options & info->bit)) {
+        *err = std::string(op.name) + " takes no " + key + " option";
+        return false;
+    }
+    bool ok = true;
+    int v[2];
+    if (key == "--mask") {
+        ok = parse_ints(value, 'x', 2, -kMaxMaskSide, kMaxMaskSide, v) ||
+             (parse_int(value, -kMaxMaskSide, kMaxMaskSide, &v[0]) && (v[1] = v[0], true));
+        p->mask = {v[0], v[1]};
+    } else if (key == "--anchor") {
+        ok = parse_ints(value, ',', 2, -kMaxMaskSide, kMaxMaskSide, v);
+        p->anchor = {v[0], v[1]};
+        p->anchor_given = true;
+    } else if (key == "--scale") {
+        ok = parse_double(value, &p->fx);
+        p->fy = p->fx;
+    } else if (key == "--fx") {
+        ok = parse_double(value, &p->fx);
+    } else if (key == "--fy") {
+        ok = parse_double(value, &p->fy);
+    } else if (key == "--size") {
+        ok = parse_ints(value, 'x', 2, 1, 1 << 20, v);
+        p->size = {v[0], v[1]};
+    } else if (key == "--method") {
+        static const struct {
+            const char *name;
+            int code;
+        } methods[] = {{"nn", LUMI_INTER_NN},       {"linear", LUMI_INTER_LINEAR},
+                       {"cubic", LUMI_INTER_CUBIC}, {"catmullrom", LUMI_INTER_CATMULLROM},
+                       {"super", LUMI_INTER_SUPER}, {"lanczos", LUMI_INTER_LANCZOS}};
+        ok = false;
+        for (const auto &m : methods)
+            if (value == m.name) {
+                p->method = m.code;
+                ok = true;
+            }
+        if (!ok)
+            ok = parse_int(value, INT32_MIN, INT32_MAX, &p->method);
+    }
+    if (!ok) {
+        static const struct {
+            const char *key, *form;
+        } forms[] = {{"--mask", "WxH with sides up to 1024"},
+                     {"--anchor", "X,Y"},
+                     {"--scale", "a number"},
+                     {"--fx", "a number"},
+                     {"--fy", "a number"},
+                     {"--size", "WxH"},
+                     {"--method", "nn, linear, cubic, lanczos, super or a number"}};
+        for (const auto &f : forms)
+            if (key == f.key)
+                *err = key + " wants " + f.form + ", not '" + value + "'";
+    }
+    return ok;
+}
+
+bool settle_roi(const Op &op, const Image &in, Params *p, std::string *err)
+{
+    int w = in.width, h = op.in == kPlanes ? in.height / 3 : in.height;
+    if (!p->roi_given) {
+        p->roi = {0, 0, w, h};
+    } else {
+        const LumiRect &r = p->roi;
+        if (r.x < 0 || r.y < 0 || r.width < 1 || r.height < 1 || r.x > w - r.width ||
+            r.y > h - r.height) {
+            *err = "--roi " + std::to_string(r.x) + "," + std::to_string(r.y) + "," +
+                   std::to_string(r.width) + "," + std::to_string(r.height) +
+                   " does not lie within the " + std::to_string(w) + "x" + std::to_string(h) +
+                   " picture";
+            return false;
+        }
+    }
+    if (!p->anchor_given)
+        p->anchor = {p->mask.width / 2, p->mask.height / 2};
+    return true;
+}
+
+bool load_input(const Op &op, const std::string &path, Image *img, std::string *err)
+{
+    if (!load_image(path, op.in == kPlanes ? 1 : op.channels, img, err))
+        return false;
+    if (op.in == kPlanes && img->height % 3 != 0) {
+        *err = std::string(op.name) + " reads three planes stacked in one grey picture, so " +
+               path + " must be three times as tall as the picture; it is " +
+               std::to_string(img->height) + " rows tall";
+        return false;
+    }
+    return true;
+}
+
+Image input_from_rgb(const Op &op, const Image &rgb)
+{
+    if (op.in != kPlanes)
+        return with_channels(rgb, op.channels);
+    Image planes;
+    std::string err;
+    make_image(&planes, rgb.width, rgb.height * 3, 1, &err);
+    for (int c = 0; c < 3; ++c)
+        for (int y = 0; y < rgb.height; ++y)
+            for (int x = 0; x < rgb.width; ++x)
+                *planes.at(x, c * rgb.height + y) = rgb.at(x, y)[c];
+    return planes;
+}
+
+} // namespace cli

@@ -1,0 +1,464 @@
+// The lumi command, run as a user runs it: argument errors, each alias
+// against the primitive called directly, forced tiers, list and demo.
+// Primitives that are not live in the library under test are skipped.
+#include <gtest/gtest.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <functional>
+#include <sstream>
+
+#include "lumi_cli.h"
+
+namespace {
+
+using cli::Image;
+
+struct Result {
+    int code;
+    std::string out, err;
+};
+
+std::string slurp(const std::string &path)
+{
+    std::ifstream f(path);
+    std::stringstream s;
+    s << f.rdbuf();
+    return s.str();
+}
+
+bool exists(const std::string &path)
+{
+    struct stat st;
+    return stat(path.c_str(), &st) == 0;
+}
+
+class Cli : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        char tmpl[] = "/tmp/lumi-cli-XXXXXX";
+        ASSERT_NE(mkdtemp(tmpl), nullptr);
+        dir = tmpl;
+        std::string err;
+        ASSERT_TRUE(cli::open_library("", &lib, &err)) << err;
+    }
+    void TearDown() override
+    {
+        std::string cmd = "rm -rf '" + dir + "'";
+        ASSERT_EQ(system(cmd.c_str()), 0);
+    }
+
+    std::string path(const std::string &name) const { return dir + "/" + name; }
+
+    Result lumi(const std::string &args)
+    {
+        std::string cmd =
+            "cd '" + dir + "' && '" LUMI_CLI_PATH "' " + args + " >stdout.txt 2>stderr.txt";
+        int rc = system(cmd.c_str());
+        Result r{WIFEXITED(rc) ? WEXITSTATUS(rc) : -1, slurp(path("stdout.txt")),
+                 slurp(path("stderr.txt"))};
+        return r;
+    }
+
+    bool live(const char *name) { return lib.get_proc(name) != nullptr; }
+
+    // Pseudo-random pixels, the same on every run.
+    Image noise(int w, int h, int channels, uint32_t seed = 12345)
+    {
+        Image img;
+        std::string err;
+        cli::make_image(&img, w, h, channels, &err);
+        for (uint8_t &p : img.pixels) {
+            seed = seed * 1664525u + 1013904223u;
+            p = (uint8_t)(seed >> 24);
+        }
+        return img;
+    }
+
+    void save(const std::string &name, const Image &img)
+    {
+        std::string err;
+        ASSERT_TRUE(cli::save_image(path(name), img, &err)) << err;
+    }
+
+    Image load(const std::string &name, int channels)
+    {
+        Image img;
+        std::string err;
+        EXPECT_TRUE(cli::load_image(path(name), channels, &img, &err)) << err;
+        return img;
+    }
+
+    std::string dir;
+    cli::Library lib;
+};
+
+int line_count(const std::string &s)
+{
+    int n = 0;
+    for (char c : s)
+        n += c == '\n';
+    return n;
+}
+
+TEST_F(Cli, BadArgumentsGiveOneLineAndWriteNothing)
+{
+    save("in.pgm", noise(23, 17, 1));
+    save("in.ppm", noise(23, 17, 3));
+    save("tall.pgm", noise(23, 16, 1));
+    {
+        std::ofstream f(path("garbage.png"));
+        f << "not a picture";
+    }
+    const struct {
+        const char *args;
+        const char *says;
+    } cases[] = {
+        {"frobnicate in.pgm out.png", "no primitive or command named 'frobnicate'"},
+        {"run lumiLUT_8u_C1R in.pgm out.png", "cannot run it yet"},
+        {"run", "wants a primitive"},
+        {"median --mask 5y5 in.pgm out.png", "--mask wants WxH"},
+        {"median --mask 2000 in.pgm out.png", "--mask wants WxH"},
+        {"median in.pgm out.png --mask", "--mask wants a value"},
+        {"median --anchor 1 in.pgm out.png", "--anchor wants X,Y"},
+        {"box --method nn in.pgm out.png", "takes no --method"},
+        {"resize --mask 3x3 in.pgm out.png", "takes no --mask"},
+        {"resize --scale x in.pgm out.png", "--scale wants a number"},
+        {"resize --method sideways in.pgm out.png", "--method wants"},
+        {"median --bogus 1 in.pgm out.png", "unknown option --bogus"},
+        {"median --tier z9 in.pgm out.png", "--tier wants"},
+        {"median --roi 1,2,3 in.pgm out.png", "--roi wants X,Y,W,H"},
+        {"median --roi 20,0,10,10 in.pgm out.png", "does not lie within the 23x17 picture"},
+        {"median --roi 0,0,0,5 in.ppm out.png", "does not lie within"},
+        {"median in.pgm", "wants IN and OUT"},
+        {"median in.pgm out.png extra.png", "wants IN and OUT"},
+        {"median in.pgm out.gif", "must end in .png"},
+        {"median missing.png out.png", "cannot read missing.png"},
+        {"median garbage.png out.png", "cannot decode garbage.png"},
+        {"merge tall.pgm out.png", "three times as tall"},
+        {"demo --bogus", "demo takes only --out DIR"},
+        {"list extra", "list takes no arguments"},
+    };
+    for (const auto &c : cases) {
+        Result r = lumi(c.args);
+        EXPECT_NE(r.code, 0) << c.args;
+        EXPECT_EQ(line_count(r.err), 1) << c.args << "\n" << r.err;
+        EXPECT_EQ(r.err.compare(0, 6, "lumi: "), 0) << c.args << "\n" << r.err;
+        EXPECT_NE(r.err.find(c.says), std::string::npos) << c.args << "\n" << r.err;
+        EXPECT_FALSE(exists(path("out.png"))) << c.args;
+    }
+    EXPECT_EQ(lumi("").code, 2); // usage on stderr
+    Result help = lumi("--help");
+    EXPECT_EQ(help.code, 0);
+    EXPECT_NE(help.out.find("median"), std::string::npos);
+    EXPECT_EQ(lumi("median --help").code, 0);
+}
+
+// Statuses from the library: named on one line, and no file written.
+TEST_F(Cli, NonZeroStatusesAreNamedAndWriteNothing)
+{
+    save("in.ppm", noise(23, 17, 3));
+    const struct {
+        const char *prim;
+        const char *args;
+        const char *says;
+    } cases[] = {
+        {"lumiFilterMedian_8u_C3R", "median --mask 4x3", "returned -33 (lumStsMaskSizeErr)"},
+        {"lumiFilterBox_8u_C3R", "box --mask 3x3 --anchor 3,0", "returned -34 (lumStsAnchorErr)"},
+        {"lumiFilterBox_8u_C3R", "box --mask 0x3", "returned -33 (lumStsMaskSizeErr)"},
+        {"lumiResize_8u_C3R", "resize --method catmullrom",
+         "returned -22 (lumStsInterpolationErr)"},
+        {"lumiResize_8u_C3R", "resize --scale 0", "returned -23 (lumStsResizeFactorErr)"},
+        {"lumiResize_8u_C3R", "resize --scale 0.01", "returned -201 (lumStsResizeEmptyErr)"},
+    };
+    int ran = 0;
+    for (const auto &c : cases) {
+        if (!live(c.prim))
+            continue;
+        ++ran;
+        Result r = lumi(std::string(c.args) + " in.ppm out.png");
+        EXPECT_EQ(r.code, 1) << c.args;
+        EXPECT_EQ(r.err, std::string("lumi: ") + c.prim + " " + c.says + "\n") << c.args;
+        EXPECT_FALSE(exists(path("out.png"))) << c.args;
+    }
+    Result r = lumi("run lumiFilterMedian_8u_C1R in.ppm out.png");
+    if (!live("lumiFilterMedian_8u_C1R"))
+        EXPECT_EQ(r.err, "lumi: lumiFilterMedian_8u_C1R is not live in this library\n");
+    if (ran == 0)
+        GTEST_SKIP() << "none of the primitives with statuses to show is live yet";
+}
+
+// --- each alias against the primitive called directly -----------------------
+
+typedef LumStatus (*PixelsFn)(const Lum8u *, int, Lum8u *, int, LumiSize);
+typedef LumStatus (*ToPlanesFn)(const Lum8u *, int, Lum8u *const *, int, LumiSize);
+typedef LumStatus (*FromPlanesFn)(const Lum8u *const *, int, Lum8u *, int, LumiSize);
+typedef LumStatus (*FilterFn)(const Lum8u *, int, Lum8u *, int, LumiSize, LumiSize, LumiPoint);
+typedef LumStatus (*FilterInPlaceFn)(Lum8u *, int, LumiSize, LumiSize, LumiPoint);
+typedef LumStatus (*ResizeFn)(const Lum8u *, LumiSize, int, LumiRect, Lum8u *, int, LumiSize,
+                              double, double, int);
+
+struct AliasCase {
+    const char *alias;
+    const char *prim;
+    int channels;   // of the input file
+    bool planes_in; // input is three stacked planes
+    const char *args;
+    // The expected result, from a direct call on the input.
+    std::function<Image(void *fn, const Image &in)> expect;
+};
+
+const int W = 23, H = 17;
+
+Image blank(int w, int h, int channels)
+{
+    Image img;
+    std::string err;
+    cli::make_image(&img, w, h, channels, &err);
+    return img;
+}
+
+Image pixels(void *fn, const Image &in)
+{
+    Image out = blank(in.width, in.height, 3);
+    EXPECT_EQ(((PixelsFn)fn)(in.pixels.data(), in.step(), out.pixels.data(), out.step(), {W, H}),
+              0);
+    return out;
+}
+
+Image to_planes(void *fn, const Image &in)
+{
+    Image out = blank(W, 3 * H, 1);
+    Lum8u *p[3] = {out.at(0, 0), out.at(0, H), out.at(0, 2 * H)};
+    EXPECT_EQ(((ToPlanesFn)fn)(in.pixels.data(), in.step(), p, W, {W, H}), 0);
+    return out;
+}
+
+Image from_planes(void *fn, const Image &in)
+{
+    Image out = blank(W, H, 3);
+    const Lum8u *p[3] = {in.at(0, 0), in.at(0, H), in.at(0, 2 * H)};
+    EXPECT_EQ(((FromPlanesFn)fn)(p, W, out.pixels.data(), out.step(), {W, H}), 0);
+    return out;
+}
+
+// A filter over the region 3,2,15,11 with a 5 by 3 mask anchored at 1,2:
+// its footprint lies within the picture, so no edge pixel is made up.
+const LumiRect kRoi = {3, 2, 15, 11};
+const LumiSize kMask = {5, 3};
+const LumiPoint kAnchor = {1, 2};
+const char kFilterArgs[] = "--roi 3,2,15,11 --mask 5x3 --anchor 1,2";
+
+Image filter(void *fn, const Image &in)
+{
+    Image out = in;
+    EXPECT_EQ(((FilterFn)fn)(in.at(kRoi.x, kRoi.y), in.step(), out.at(kRoi.x, kRoi.y), out.step(),
+                             {kRoi.width, kRoi.height}, kMask, kAnchor),
+              0);
+    return out;
+}
+
+Image filter_in_place(void *fn, const Image &in)
+{
+    Image out = in;
+    EXPECT_EQ(((FilterInPlaceFn)fn)(out.at(kRoi.x, kRoi.y), out.step(), {kRoi.width, kRoi.height},
+                                    kMask, kAnchor),
+              0);
+    return out;
+}
+
+Image resize(void *fn, const Image &in)
+{
+    // --roi 2,3,15,11 --size 31x7: factors 31/15 and 7/11.
+    Image out = blank(31, 7, in.channels);
+    EXPECT_EQ(((ResizeFn)fn)(in.pixels.data(), {W, H}, in.step(), {2, 3, 15, 11}, out.pixels.data(),
+                             out.step(), {31, 7}, 31.0 / 15, 7.0 / 11, 2),
+              0);
+    return out;
+}
+
+TEST_F(Cli, EachAliasGivesWhatTheDirectCallGives)
+{
+    const AliasCase cases[] = {
+        {"split", "lumiCopy_8u_C3P3R", 3, false, "", to_planes},
+        {"merge", "lumiCopy_8u_P3C3R", 1, true, "", from_planes},
+        {"rgb2yuv", "lumiRGBToYUV_8u_C3R", 3, false, "", pixels},
+        {"yuv2rgb", "lumiYUVToRGB_8u_C3R", 3, false, "", pixels},
+        {"rgb2yuv-planes", "lumiRGBToYUV_8u_C3P3R", 3, false, "", to_planes},
+        {"yuv2rgb-planes", "lumiYUVToRGB_8u_P3C3R", 1, true, "", from_planes},
+        {"resize", "lumiResize_8u_C1R", 1, false, "--roi 2,3,15,11 --size 31x7 --method linear",
+         resize},
+        {"resize", "lumiResize_8u_C3R", 3, false, "--roi 2,3,15,11 --size 31x7 --method 2", resize},
+        {"box", "lumiFilterBox_8u_C1R", 1, false, kFilterArgs, filter},
+        {"box", "lumiFilterBox_8u_C3R", 3, false, kFilterArgs, filter},
+        {"box-inplace", "lumiFilterBox_8u_C1IR", 1, false, kFilterArgs, filter_in_place},
+        {"box-inplace", "lumiFilterBox_8u_C3IR", 3, false, kFilterArgs, filter_in_place},
+        {"median", "lumiFilterMedian_8u_C1R", 1, false, kFilterArgs, filter},
+        {"median", "lumiFilterMedian_8u_C3R", 3, false, kFilterArgs, filter},
+    };
+    int ran = 0;
+    for (const AliasCase &c : cases) {
+        SCOPED_TRACE(c.prim);
+        // Every alias names the form for its channels.
+        EXPECT_STREQ(cli::find_alias(c.alias, c.planes_in ? 3 : c.channels)->name, c.prim);
+        if (!live(c.prim))
+            continue;
+        ++ran;
+        Image in = noise(W, c.planes_in ? 3 * H : H, c.channels);
+        Image expected = c.expect(lib.get_proc(c.prim), in);
+        const char *ext = c.channels == 1 ? "pgm" : "ppm";
+        const char *out = expected.channels == 1 ? "out.pgm" : "out.ppm";
+        save(std::string("in.") + ext, in);
+        Result r = lumi(std::string(c.alias) + " " + c.args + " in." + ext + " " + out);
+        ASSERT_EQ(r.code, 0) << r.err;
+        Image got = load(out, expected.channels);
+        EXPECT_EQ(got.width, expected.width);
+        EXPECT_EQ(got.height, expected.height);
+        EXPECT_TRUE(got.pixels == expected.pixels);
+        // The same by the full name, and through PNG.
+        r = lumi(std::string("run ") + c.prim + " " + c.args + " in." + ext + " out.png");
+        ASSERT_EQ(r.code, 0) << r.err;
+        EXPECT_TRUE(load("out.png", expected.channels).pixels == expected.pixels);
+    }
+    if (ran == 0)
+        GTEST_SKIP() << "none of the primitives the aliases call is live yet";
+}
+
+// Without --roi a filter keeps the picture's size: inside, where the window
+// stays in the picture, it agrees with the direct call; at the edges the
+// command repeats the edge pixels, so a constant picture stays constant.
+TEST_F(Cli, FiltersKeepThePictureSizeAndRepeatTheEdges)
+{
+    for (const char *prim :
+         {"lumiFilterBox_8u_C3R", "lumiFilterMedian_8u_C3R", "lumiFilterBox_8u_C3IR"}) {
+        SCOPED_TRACE(prim);
+        if (!live(prim))
+            continue;
+        Image flat = blank(W, H, 3);
+        for (size_t i = 0; i < flat.pixels.size(); ++i)
+            flat.pixels[i] = (uint8_t)(40 + 50 * (i % 3));
+        save("flat.ppm", flat);
+        ASSERT_EQ(
+            lumi(std::string("run ") + prim + " --mask 7x5 --anchor 6,0 flat.ppm out.ppm").code, 0);
+        EXPECT_TRUE(load("out.ppm", 3).pixels == flat.pixels);
+    }
+    if (!live("lumiFilterMedian_8u_C1R"))
+        GTEST_SKIP() << "lumiFilterMedian_8u_C1R is not live yet";
+    Image in = noise(W, H, 1);
+    save("in.pgm", in);
+    ASSERT_EQ(lumi("median --mask 3x3 in.pgm out.pgm").code, 0);
+    Image got = load("out.pgm", 1);
+    ASSERT_EQ(got.width, W);
+    ASSERT_EQ(got.height, H);
+    Image expected = in;
+    EXPECT_EQ(((FilterFn)lib.get_proc("lumiFilterMedian_8u_C1R"))(
+                  in.at(1, 1), in.step(), expected.at(1, 1), expected.step(), {W - 2, H - 2},
+                  {3, 3}, {1, 1}),
+              0);
+    for (int y = 1; y < H - 1; ++y)
+        EXPECT_EQ(memcmp(got.at(1, y), expected.at(1, y), W - 2), 0) << "row " << y;
+}
+
+TEST_F(Cli, ForcedTiersAgreeAndUnknownOnesAreRefused)
+{
+    const char *prim = "lumiFilterMedian_8u_C3R";
+    if (!live(prim))
+        GTEST_SKIP() << prim << " is not live yet";
+    save("in.ppm", noise(40, 9, 3));
+    ASSERT_EQ(lumi("median --mask 5x5 in.ppm auto.ppm").code, 0);
+    Image automatic = load("auto.ppm", 3);
+    Lum64u features = 0;
+    lib.get_cpu_features(&features, nullptr);
+    const struct {
+        const char *tier;
+        Lum64u needs;
+    } tiers[] = {{"m7", LUM_CPU_SSE3},
+                 {"u8", LUM_CPU_SSSE3},
+                 {"y8", LUM_CPU_SSE41},
+                 {"e9", LUM_CPU_AVX | LUM_CPU_AVX_OS}};
+    for (const auto &t : tiers) {
+        if ((features & t.needs) != t.needs)
+            continue;
+        Result r =
+            lumi(std::string("median --mask 5x5 --tier ") + t.tier + " --time in.ppm out.ppm");
+        ASSERT_EQ(r.code, 0) << r.err;
+        EXPECT_NE(r.out.find(std::string("ms on tier ") + t.tier), std::string::npos) << r.out;
+        EXPECT_TRUE(load("out.ppm", 3).pixels == automatic.pixels) << t.tier;
+    }
+    // The three-channel median has no n8 member.
+    Result r = lumi("median --mask 5x5 --tier n8 in.ppm none.ppm");
+    EXPECT_EQ(r.err, std::string("lumi: ") + prim + " has no n8 tier (it has m7 u8 y8 e9)\n");
+    EXPECT_FALSE(exists(path("none.ppm")));
+}
+
+TEST_F(Cli, ListShowsEveryRowAndWhetherItIsLive)
+{
+    Result r = lumi("list");
+    ASSERT_EQ(r.code, 0) << r.err;
+    EXPECT_EQ(line_count(r.out), 2 + 70);
+    EXPECT_NE(r.out.find(", tier " + cli::current_tier(lib)), std::string::npos);
+    for (const cli::EntryRow &row : cli::entry_rows()) {
+        std::string name = std::string("\n") + row.name + " ";
+        size_t at = r.out.find(name);
+        ASSERT_NE(at, std::string::npos) << row.name;
+        std::string line = r.out.substr(at + 1, r.out.find('\n', at + 1) - at - 1);
+        bool says_live = line.find(" not live ") == std::string::npos;
+        EXPECT_EQ(says_live, live(row.name)) << line;
+    }
+}
+
+TEST_F(Cli, DemoWritesValidPicturesOfTheExpectedSizes)
+{
+    Result r = lumi("demo --out gallery/sub");
+    ASSERT_EQ(r.code, 0) << r.err;
+    const std::string g = "gallery/sub/";
+    Image input = load(g + "input.png", 3);
+    EXPECT_EQ(input.width, 320);
+    EXPECT_EQ(input.height, 240);
+    EXPECT_EQ(cli::file_channels(path(g + "input-grey.png")), 1);
+    std::string html = slurp(path(g + "index.html"));
+    EXPECT_NE(html.find("</html>"), std::string::npos);
+    const struct {
+        const char *file, *prim;
+        int w, h, channels;
+    } pictures[] = {
+        {"split", "lumiCopy_8u_C3P3R", 320, 720, 1},
+        {"merge", "lumiCopy_8u_P3C3R", 320, 240, 3},
+        {"rgb2yuv", "lumiRGBToYUV_8u_C3R", 320, 240, 3},
+        {"yuv2rgb-planes", "lumiYUVToRGB_8u_P3C3R", 320, 240, 3},
+        {"resize-half-linear", "lumiResize_8u_C3R", 160, 120, 3},
+        {"resize-zoom-nn", "lumiResize_8u_C3R", 240, 240, 3},
+        {"resize-grey-nn", "lumiResize_8u_C1R", 118, 88, 1},
+        {"box-grey-5x5", "lumiFilterBox_8u_C1R", 320, 240, 1},
+        {"box-inplace-roi", "lumiFilterBox_8u_C3IR", 320, 240, 3},
+        {"median-5x5", "lumiFilterMedian_8u_C3R", 320, 240, 3},
+    };
+    int shown = 0;
+    for (const auto &p : pictures) {
+        std::string file = g + p.file + ".png";
+        if (!live(p.prim)) {
+            EXPECT_FALSE(exists(path(file))) << file;
+            EXPECT_NE(html.find(std::string(p.prim) + " is not live"), std::string::npos);
+            continue;
+        }
+        ++shown;
+        EXPECT_EQ(cli::file_channels(path(file)), p.channels) << file;
+        Image img = load(file, p.channels);
+        EXPECT_EQ(img.width, p.w) << file;
+        EXPECT_EQ(img.height, p.h) << file;
+        EXPECT_NE(html.find(std::string("src=\"") + p.file + ".png\""), std::string::npos) << file;
+    }
+    // The contact sheet holds four cells a row, one for the input and one
+    // for each picture shown.
+    Image sheet = load(g + "contact-sheet.png", 3);
+    EXPECT_EQ(sheet.width, 12 + 4 * (320 + 12));
+    EXPECT_GE(sheet.height, 12 + (240 + 32 + 12) * ((1 + shown + 3) / 4));
+}
+
+} // namespace
