@@ -1,0 +1,199 @@
+/*
+ * Linear resize kernels: two taps in x, then two taps in y, in integers.
+ *
+ * Weights are 14-bit fixed point (16384 is 1.0).  The horizontal stage
+ * filters a source row into a 16-bit buffer with 6 fractional bits:
+ *     h = (wl a + wr b + 128) >> 8                     (at most 16320)
+ * and the vertical stage blends the buffers of the upper and lower source
+ * rows:
+ *     out = ((16384 - fy) t + fy u + 524288) >> 20     (0 to 255)
+ * Both roundings belong to the method; the result is not that of a single
+ * rounding at the end.  Everything is exact integer arithmetic, so one
+ * vector routine (SSE2, which every tier has) serves all tiers with the same
+ * bytes, and the scalar tails use the same formulas.
+ *
+ * Pixel pairs and weight pairs lie next to each other so that both stages
+ * are a 16-bit multiply-add of pairs; all values fit signed 16-bit lanes.
+ * The row buffers are 4 (one channel) or 12 (three channels) elements longer
+ * than a row, for the stores of groups that run past its end.
+ *
+ * Row ring: the kernel keeps the filtered upper and lower source rows of the
+ * current output row.  When the row offset advances, the buffers swap and
+ * the new lower row is filtered; after a jump of more than one row the new
+ * upper row is filtered too; while the offset stays, nothing is filtered.
+ * Both signs of the source step are handled: "advance" means in the step's
+ * direction.
+ */
+#include <emmintrin.h>
+#include <string.h>
+
+#include "piresize.h"
+
+namespace LUMI_NS {
+namespace {
+
+inline int32_t load16(const Lum8u *p)
+{
+    uint16_t v;
+    memcpy(&v, p, 2);
+    return v;
+}
+
+inline uint32_t load32(const void *p)
+{
+    uint32_t v;
+    memcpy(&v, p, 4);
+    return v;
+}
+
+/* Horizontal stage, one channel. */
+void coef_linear_pl(const Lum8u *s, int32_t width, const int32_t *colOfs, const Lum16u *xw,
+                    Lum16u *out)
+{
+    const __m128i zero = _mm_setzero_si128(), rnd = _mm_set1_epi32(128);
+    int32_t j = 0;
+    for (; j + 8 <= width; j += 8) {
+        const int32_t *c = colOfs + j;
+        __m128i v = _mm_cvtsi32_si128(load16(s + c[0]));
+        v = _mm_insert_epi16(v, load16(s + c[1]), 1);
+        v = _mm_insert_epi16(v, load16(s + c[2]), 2);
+        v = _mm_insert_epi16(v, load16(s + c[3]), 3);
+        v = _mm_insert_epi16(v, load16(s + c[4]), 4);
+        v = _mm_insert_epi16(v, load16(s + c[5]), 5);
+        v = _mm_insert_epi16(v, load16(s + c[6]), 6);
+        v = _mm_insert_epi16(v, load16(s + c[7]), 7);
+        const __m128i w0 = _mm_loadu_si128((const __m128i *)(xw + 2 * j));
+        const __m128i w1 = _mm_loadu_si128((const __m128i *)(xw + 2 * j + 8));
+        __m128i r0 = _mm_madd_epi16(_mm_unpacklo_epi8(v, zero), w0);
+        __m128i r1 = _mm_madd_epi16(_mm_unpackhi_epi8(v, zero), w1);
+        r0 = _mm_srai_epi32(_mm_add_epi32(r0, rnd), 8);
+        r1 = _mm_srai_epi32(_mm_add_epi32(r1, rnd), 8);
+        _mm_storeu_si128((__m128i *)(out + j), _mm_packs_epi32(r0, r1));
+    }
+    for (; j < width; ++j) {
+        const Lum8u *p = s + colOfs[j];
+        out[j] = (Lum16u)((xw[2 * j] * p[0] + xw[2 * j + 1] * p[1] + 128) >> 8);
+    }
+}
+
+/* The three channels of pixel c and of the pixel after it, as byte pairs
+ * (a0 b0 a1 b1 a2 b2 x 0), read from bytes c to c + 5 only. */
+inline uint64_t pixel_pairs_c3(const Lum8u *p)
+{
+    const uint32_t a = load32(p), b = load32(p + 2) >> 8;
+    const __m128i ab = _mm_unpacklo_epi8(_mm_cvtsi32_si128((int32_t)a),
+                                         _mm_cvtsi32_si128((int32_t)b));
+    return (uint64_t)_mm_cvtsi128_si64(ab);
+}
+
+/* Horizontal stage, three channels: a pixel's channels share its weights.
+ * Each pixel fills four lanes of which the fourth is overwritten by the next
+ * pixel's store. */
+void coef_linear_px(const Lum8u *s, int32_t width, int32_t pixelStride, const int32_t *colOfs,
+                    const Lum16u *xw, Lum16u *out)
+{
+    const __m128i zero = _mm_setzero_si128(), rnd = _mm_set1_epi32(128);
+    int32_t j = 0;
+    for (; pixelStride == 3 && j + 2 <= width; j += 2) {
+        const __m128i v = _mm_set_epi64x((int64_t)pixel_pairs_c3(s + colOfs[j + 1]),
+                                         (int64_t)pixel_pairs_c3(s + colOfs[j]));
+        const __m128i w0 = _mm_set1_epi32((int32_t)load32(xw + 2 * j));
+        const __m128i w1 = _mm_set1_epi32((int32_t)load32(xw + 2 * j + 2));
+        __m128i r0 = _mm_madd_epi16(_mm_unpacklo_epi8(v, zero), w0);
+        __m128i r1 = _mm_madd_epi16(_mm_unpackhi_epi8(v, zero), w1);
+        r0 = _mm_srai_epi32(_mm_add_epi32(r0, rnd), 8);
+        r1 = _mm_srai_epi32(_mm_add_epi32(r1, rnd), 8);
+        const __m128i r = _mm_packs_epi32(r0, r1);
+        _mm_storel_epi64((__m128i *)(out + 3 * j), r);
+        _mm_storel_epi64((__m128i *)(out + 3 * j + 3), _mm_unpackhi_epi64(r, r));
+    }
+    for (; j < width; ++j) {
+        const Lum8u *p = s + colOfs[j];
+        const int32_t wl = xw[2 * j], wr = xw[2 * j + 1];
+        for (int32_t k = 0; k < 3; ++k)
+            out[3 * j + k] = (Lum16u)((wl * p[k] + wr * p[pixelStride + k] + 128) >> 8);
+    }
+}
+
+/* Vertical stage: count elements blended from the upper and lower buffers. */
+void summ_linear(Lum8u *d, int32_t count, int32_t fy, const Lum16u *t, const Lum16u *u)
+{
+    const int32_t ft = 16384 - fy;
+    const __m128i w = _mm_set1_epi32((int32_t)(((uint32_t)fy << 16) | (uint32_t)ft));
+    const __m128i rnd = _mm_set1_epi32(1 << 19);
+    int32_t e = 0;
+    for (; e + 16 <= count; e += 16) {
+        const __m128i t0 = _mm_loadu_si128((const __m128i *)(t + e));
+        const __m128i t1 = _mm_loadu_si128((const __m128i *)(t + e + 8));
+        const __m128i u0 = _mm_loadu_si128((const __m128i *)(u + e));
+        const __m128i u1 = _mm_loadu_si128((const __m128i *)(u + e + 8));
+        __m128i a0 = _mm_madd_epi16(_mm_unpacklo_epi16(t0, u0), w);
+        __m128i a1 = _mm_madd_epi16(_mm_unpackhi_epi16(t0, u0), w);
+        __m128i a2 = _mm_madd_epi16(_mm_unpacklo_epi16(t1, u1), w);
+        __m128i a3 = _mm_madd_epi16(_mm_unpackhi_epi16(t1, u1), w);
+        a0 = _mm_srai_epi32(_mm_add_epi32(a0, rnd), 20);
+        a1 = _mm_srai_epi32(_mm_add_epi32(a1, rnd), 20);
+        a2 = _mm_srai_epi32(_mm_add_epi32(a2, rnd), 20);
+        a3 = _mm_srai_epi32(_mm_add_epi32(a3, rnd), 20);
+        const __m128i lo = _mm_packs_epi32(a0, a1), hi = _mm_packs_epi32(a2, a3);
+        _mm_storeu_si128((__m128i *)(d + e), _mm_packus_epi16(lo, hi));
+    }
+    for (; e < count; ++e)
+        d[e] = (Lum8u)((ft * t[e] + fy * u[e] + 524288) >> 20);
+}
+
+/* The row ring shared by both layouts; filter(row, buffer) runs the
+ * horizontal stage of one source row. */
+template <typename Filter>
+void linear_rows(const Lum8u *pSrc, Lum8u *pDst, int32_t srcStep, int32_t dstStep,
+                 int32_t count, int32_t height, const int32_t *rowOfs, const Lum16u *yFrac,
+                 Lum16u *bufA, Lum16u *bufB, Filter filter)
+{
+    const bool down = srcStep > 0;
+    Lum16u *upper = bufA, *lower = bufB;
+    filter(pSrc + rowOfs[0], bufB);
+    int32_t previous = down ? rowOfs[0] - 1 : rowOfs[0] + 1;
+    for (int32_t i = 0; i < height; ++i, pDst += dstStep) {
+        const int32_t o = rowOfs[i];
+        if (down ? o > previous : o < previous) {
+            Lum16u *const t = upper;
+            upper = lower;
+            lower = t;
+            filter(pSrc + o + srcStep, lower);
+            const int32_t next = previous + srcStep;
+            if (down ? o > next : o < next)
+                filter(pSrc + o, upper);
+            previous = o;
+        }
+        summ_linear(pDst, count, yFrac[i], upper, lower);
+    }
+}
+
+} // namespace
+} // namespace LUMI_NS
+
+using namespace LUMI_NS;
+
+LUMI_MEMBER void LUMI_T(ownResize8plL)(const Lum8u *pSrc, Lum8u *pDst, int32_t srcStep,
+                                       int32_t dstStep, int32_t width, int32_t height,
+                                       const int32_t *rowOfs, const int32_t *colOfs,
+                                       const Lum16u *yFrac, const Lum16u *xWeights, Lum16u *bufA,
+                                       Lum16u *bufB, int32_t pixelStride, int32_t channelCount)
+{
+    linear_rows(pSrc, pDst, srcStep, dstStep, width, height, rowOfs, yFrac, bufA, bufB,
+                [=](const Lum8u *row, Lum16u *buf) {
+                    coef_linear_pl(row, width, colOfs, xWeights, buf);
+                });
+}
+
+LUMI_MEMBER void LUMI_T(ownResize8pxL)(const Lum8u *pSrc, Lum8u *pDst, int32_t srcStep,
+                                       int32_t dstStep, int32_t width, int32_t height,
+                                       const int32_t *rowOfs, const int32_t *colOfs,
+                                       const Lum16u *yFrac, const Lum16u *xWeights, Lum16u *bufA,
+                                       Lum16u *bufB, int32_t pixelStride, int32_t channelCount)
+{
+    linear_rows(pSrc, pDst, srcStep, dstStep, width * channelCount, height, rowOfs, yFrac, bufA,
+                bufB, [=](const Lum8u *row, Lum16u *buf) {
+                    coef_linear_px(row, width, pixelStride, colOfs, xWeights, buf);
+                });
+}
