@@ -26,6 +26,9 @@
  */
 #include <emmintrin.h>
 #include <string.h>
+#if LUMI_TIER_LEVEL >= LUMI_TIER_SSSE3
+#include <tmmintrin.h>
+#endif
 
 #include "piresize.h"
 
@@ -46,30 +49,78 @@ inline uint32_t load32(const void *p)
     return v;
 }
 
-/* Horizontal stage, one channel. */
-void coef_linear_pl(const Lum8u *s, int32_t width, const int32_t *colOfs, const Lum16u *xw,
-                    Lum16u *out)
+/* The pixel pairs (a, b) of eight outputs as 16-bit lanes, b in the high
+ * byte, read one pair at a time. */
+inline __m128i pairs8_insert(const Lum8u *s, const int32_t *c)
+{
+    __m128i v = _mm_cvtsi32_si128(load16(s + c[0]));
+    v = _mm_insert_epi16(v, load16(s + c[1]), 1);
+    v = _mm_insert_epi16(v, load16(s + c[2]), 2);
+    v = _mm_insert_epi16(v, load16(s + c[3]), 3);
+    v = _mm_insert_epi16(v, load16(s + c[4]), 4);
+    v = _mm_insert_epi16(v, load16(s + c[5]), 5);
+    v = _mm_insert_epi16(v, load16(s + c[6]), 6);
+    return _mm_insert_epi16(v, load16(s + c[7]), 7);
+}
+
+/* The same pairs from one 16-byte load and a byte shuffle, for a group whose
+ * pairs lie within 16 bytes of its first pixel (see shuffle_groups). */
+inline __m128i pairs8_shuffle(const Lum8u *s, const int32_t *c)
+{
+#if LUMI_TIER_LEVEL >= LUMI_TIER_SSSE3
+    const __m128i base = _mm_set1_epi32(c[0]);
+    const __m128i d0 = _mm_sub_epi32(_mm_loadu_si128((const __m128i *)c), base);
+    const __m128i d1 = _mm_sub_epi32(_mm_loadu_si128((const __m128i *)(c + 4)), base);
+    /* Lane k takes bytes d and d + 1: the 16-bit value 257 d + 256. */
+    const __m128i d = _mm_packs_epi32(d0, d1);
+    const __m128i mask = _mm_add_epi16(_mm_mullo_epi16(d, _mm_set1_epi16(257)),
+                                       _mm_set1_epi16(256));
+    return _mm_shuffle_epi8(_mm_loadu_si128((const __m128i *)(s + c[0])), mask);
+#else
+    return pairs8_insert(s, c);
+#endif
+}
+
+/* The number of leading pixels, in whole groups of eight, that may take the
+ * shuffle: each group's pairs lie within 16 bytes of its first pixel, and
+ * the 16-byte load ends at or before the last byte the row needs anyway.
+ * Column offsets are the same for every row, so this is settled once. */
+int32_t shuffle_groups(int32_t width, const int32_t *colOfs)
+{
+#if LUMI_TIER_LEVEL >= LUMI_TIER_SSSE3
+    const int32_t lastByte = colOfs[width - 1] + 1;
+    int32_t j = 0;
+    while (j + 8 <= width && colOfs[j + 7] - colOfs[j] <= 14 && colOfs[j] + 15 <= lastByte)
+        j += 8;
+    return j;
+#else
+    (void)width, (void)colOfs;
+    return 0;
+#endif
+}
+
+/* Eight outputs of the horizontal stage from their pixel pairs. */
+inline void coef8(__m128i v, const Lum16u *xw, Lum16u *out)
 {
     const __m128i zero = _mm_setzero_si128(), rnd = _mm_set1_epi32(128);
+    const __m128i w0 = _mm_loadu_si128((const __m128i *)xw);
+    const __m128i w1 = _mm_loadu_si128((const __m128i *)(xw + 8));
+    __m128i r0 = _mm_madd_epi16(_mm_unpacklo_epi8(v, zero), w0);
+    __m128i r1 = _mm_madd_epi16(_mm_unpackhi_epi8(v, zero), w1);
+    r0 = _mm_srai_epi32(_mm_add_epi32(r0, rnd), 8);
+    r1 = _mm_srai_epi32(_mm_add_epi32(r1, rnd), 8);
+    _mm_storeu_si128((__m128i *)out, _mm_packs_epi32(r0, r1));
+}
+
+/* Horizontal stage, one channel; the first `shuffled` pixels go by shuffle. */
+void coef_linear_pl(const Lum8u *s, int32_t width, const int32_t *colOfs, const Lum16u *xw,
+                    Lum16u *out, int32_t shuffled)
+{
     int32_t j = 0;
-    for (; j + 8 <= width; j += 8) {
-        const int32_t *c = colOfs + j;
-        __m128i v = _mm_cvtsi32_si128(load16(s + c[0]));
-        v = _mm_insert_epi16(v, load16(s + c[1]), 1);
-        v = _mm_insert_epi16(v, load16(s + c[2]), 2);
-        v = _mm_insert_epi16(v, load16(s + c[3]), 3);
-        v = _mm_insert_epi16(v, load16(s + c[4]), 4);
-        v = _mm_insert_epi16(v, load16(s + c[5]), 5);
-        v = _mm_insert_epi16(v, load16(s + c[6]), 6);
-        v = _mm_insert_epi16(v, load16(s + c[7]), 7);
-        const __m128i w0 = _mm_loadu_si128((const __m128i *)(xw + 2 * j));
-        const __m128i w1 = _mm_loadu_si128((const __m128i *)(xw + 2 * j + 8));
-        __m128i r0 = _mm_madd_epi16(_mm_unpacklo_epi8(v, zero), w0);
-        __m128i r1 = _mm_madd_epi16(_mm_unpackhi_epi8(v, zero), w1);
-        r0 = _mm_srai_epi32(_mm_add_epi32(r0, rnd), 8);
-        r1 = _mm_srai_epi32(_mm_add_epi32(r1, rnd), 8);
-        _mm_storeu_si128((__m128i *)(out + j), _mm_packs_epi32(r0, r1));
-    }
+    for (; j < shuffled; j += 8)
+        coef8(pairs8_shuffle(s, colOfs + j), xw + 2 * j, out + j);
+    for (; j + 8 <= width; j += 8)
+        coef8(pairs8_insert(s, colOfs + j), xw + 2 * j, out + j);
     for (; j < width; ++j) {
         const Lum8u *p = s + colOfs[j];
         out[j] = (Lum16u)((xw[2 * j] * p[0] + xw[2 * j + 1] * p[1] + 128) >> 8);
@@ -180,9 +231,10 @@ LUMI_MEMBER void LUMI_T(ownResize8plL)(const Lum8u *pSrc, Lum8u *pDst, int32_t s
                                        const Lum16u *yFrac, const Lum16u *xWeights, Lum16u *bufA,
                                        Lum16u *bufB, int32_t pixelStride, int32_t channelCount)
 {
+    const int32_t shuffled = shuffle_groups(width, colOfs);
     linear_rows(pSrc, pDst, srcStep, dstStep, width, height, rowOfs, yFrac, bufA, bufB,
                 [=](const Lum8u *row, Lum16u *buf) {
-                    coef_linear_pl(row, width, colOfs, xWeights, buf);
+                    coef_linear_pl(row, width, colOfs, xWeights, buf, shuffled);
                 });
 }
 
