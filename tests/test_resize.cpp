@@ -202,6 +202,7 @@ const Case kCases[] = {
     {25, 25, {0, 0, 25, 25}, {100, 100}, 1.0 / 3.0, 1.0 / 7.0},
     {50, 9, {1, 0, 48, 9}, {200, 30}, 1.25, 3.3},
     {12, 12, {4, 4, 5, 5}, {60, 60}, 7.1, 5.9},          // reads around a small inner region
+    {90, 4, {0, 0, 90, 4}, {60, 6}, 0.47, 1.4},          // eight columns spanning 15 and 16 bytes
 };
 
 class ResizeKernels : public lumitest::TierTest {};

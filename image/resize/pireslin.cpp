@@ -63,21 +63,31 @@ inline __m128i pairs8_insert(const Lum8u *s, const int32_t *c)
     return _mm_insert_epi16(v, load16(s + c[7]), 7);
 }
 
-/* The same pairs from one 16-byte load and a byte shuffle, for a group whose
- * pairs lie within 16 bytes of its first pixel (see shuffle_groups). */
-inline __m128i pairs8_shuffle(const Lum8u *s, const int32_t *c)
+/* Shuffle mask for a group whose pairs lie within 16 bytes of its first
+ * pixel (see shuffle_groups): lane k takes bytes d and d + 1 of the 16 bytes
+ * from the first pixel, d = c[k] - c[0], as the 16-bit value 257 d + 256.
+ * Only tiers with a byte shuffle take this path. */
+inline __m128i shuffle_mask(const int32_t *c)
 {
 #if LUMI_TIER_LEVEL >= LUMI_TIER_SSSE3
     const __m128i base = _mm_set1_epi32(c[0]);
     const __m128i d0 = _mm_sub_epi32(_mm_loadu_si128((const __m128i *)c), base);
     const __m128i d1 = _mm_sub_epi32(_mm_loadu_si128((const __m128i *)(c + 4)), base);
-    /* Lane k takes bytes d and d + 1: the 16-bit value 257 d + 256. */
     const __m128i d = _mm_packs_epi32(d0, d1);
-    const __m128i mask = _mm_add_epi16(_mm_mullo_epi16(d, _mm_set1_epi16(257)),
-                                       _mm_set1_epi16(256));
-    return _mm_shuffle_epi8(_mm_loadu_si128((const __m128i *)(s + c[0])), mask);
+    return _mm_add_epi16(_mm_mullo_epi16(d, _mm_set1_epi16(257)), _mm_set1_epi16(256));
 #else
-    return pairs8_insert(s, c);
+    (void)c;
+    return _mm_setzero_si128();
+#endif
+}
+
+inline __m128i pairs8_shuffle(const Lum8u *first, __m128i mask)
+{
+#if LUMI_TIER_LEVEL >= LUMI_TIER_SSSE3
+    return _mm_shuffle_epi8(_mm_loadu_si128((const __m128i *)first), mask);
+#else
+    (void)first;
+    return mask;
 #endif
 }
 
@@ -112,18 +122,26 @@ inline void coef8(__m128i v, const Lum16u *xw, Lum16u *out)
     _mm_storeu_si128((__m128i *)out, _mm_packs_epi32(r0, r1));
 }
 
-/* Horizontal stage, one channel; the first `shuffled` pixels go by shuffle. */
-void coef_linear_pl(const Lum8u *s, int32_t width, const int32_t *colOfs, const Lum16u *xw,
-                    Lum16u *out, int32_t shuffled)
+/* Horizontal stage, one channel, for N source rows that share the column
+ * tables (two when the ring needs both rows of a pair); the first `shuffled`
+ * pixels go by shuffle. */
+template <int N>
+void coef_linear_pl(const Lum8u *const *s, int32_t width, const int32_t *colOfs,
+                    const Lum16u *xw, Lum16u *const *out, int32_t shuffled)
 {
     int32_t j = 0;
-    for (; j < shuffled; j += 8)
-        coef8(pairs8_shuffle(s, colOfs + j), xw + 2 * j, out + j);
+    for (; j < shuffled; j += 8) {
+        const __m128i mask = shuffle_mask(colOfs + j);
+        for (int r = 0; r < N; ++r)
+            coef8(pairs8_shuffle(s[r] + colOfs[j], mask), xw + 2 * j, out[r] + j);
+    }
     for (; j + 8 <= width; j += 8)
-        coef8(pairs8_insert(s, colOfs + j), xw + 2 * j, out + j);
+        for (int r = 0; r < N; ++r)
+            coef8(pairs8_insert(s[r], colOfs + j), xw + 2 * j, out[r] + j);
     for (; j < width; ++j) {
-        const Lum8u *p = s + colOfs[j];
-        out[j] = (Lum16u)((xw[2 * j] * p[0] + xw[2 * j + 1] * p[1] + 128) >> 8);
+        const int32_t c = colOfs[j], wl = xw[2 * j], wr = xw[2 * j + 1];
+        for (int r = 0; r < N; ++r)
+            out[r][j] = (Lum16u)((wl * s[r][c] + wr * s[r][c + 1] + 128) >> 8);
     }
 }
 
@@ -137,32 +155,37 @@ inline uint64_t pixel_pairs_c3(const Lum8u *p)
     return (uint64_t)_mm_cvtsi128_si64(ab);
 }
 
-/* Horizontal stage, three channels: a pixel's channels share its weights.
- * Each pixel fills four lanes of which the fourth is overwritten by the next
- * pixel's store. */
-void coef_linear_px(const Lum8u *s, int32_t width, int32_t pixelStride, const int32_t *colOfs,
-                    const Lum16u *xw, Lum16u *out)
+/* Horizontal stage, three channels, for N source rows: a pixel's channels
+ * share its weights.  Each pixel fills four lanes of which the fourth is
+ * overwritten by the next pixel's store. */
+template <int N>
+void coef_linear_px(const Lum8u *const *s, int32_t width, int32_t pixelStride,
+                    const int32_t *colOfs, const Lum16u *xw, Lum16u *const *out)
 {
     const __m128i zero = _mm_setzero_si128(), rnd = _mm_set1_epi32(128);
     int32_t j = 0;
     for (; pixelStride == 3 && j + 2 <= width; j += 2) {
-        const __m128i v = _mm_set_epi64x((int64_t)pixel_pairs_c3(s + colOfs[j + 1]),
-                                         (int64_t)pixel_pairs_c3(s + colOfs[j]));
+        const int32_t c0 = colOfs[j], c1 = colOfs[j + 1];
         const __m128i w0 = _mm_set1_epi32((int32_t)load32(xw + 2 * j));
         const __m128i w1 = _mm_set1_epi32((int32_t)load32(xw + 2 * j + 2));
-        __m128i r0 = _mm_madd_epi16(_mm_unpacklo_epi8(v, zero), w0);
-        __m128i r1 = _mm_madd_epi16(_mm_unpackhi_epi8(v, zero), w1);
-        r0 = _mm_srai_epi32(_mm_add_epi32(r0, rnd), 8);
-        r1 = _mm_srai_epi32(_mm_add_epi32(r1, rnd), 8);
-        const __m128i r = _mm_packs_epi32(r0, r1);
-        _mm_storel_epi64((__m128i *)(out + 3 * j), r);
-        _mm_storel_epi64((__m128i *)(out + 3 * j + 3), _mm_unpackhi_epi64(r, r));
+        for (int r = 0; r < N; ++r) {
+            const __m128i v = _mm_set_epi64x((int64_t)pixel_pairs_c3(s[r] + c1),
+                                             (int64_t)pixel_pairs_c3(s[r] + c0));
+            __m128i r0 = _mm_madd_epi16(_mm_unpacklo_epi8(v, zero), w0);
+            __m128i r1 = _mm_madd_epi16(_mm_unpackhi_epi8(v, zero), w1);
+            r0 = _mm_srai_epi32(_mm_add_epi32(r0, rnd), 8);
+            r1 = _mm_srai_epi32(_mm_add_epi32(r1, rnd), 8);
+            const __m128i h = _mm_packs_epi32(r0, r1);
+            _mm_storel_epi64((__m128i *)(out[r] + 3 * j), h);
+            _mm_storel_epi64((__m128i *)(out[r] + 3 * j + 3), _mm_unpackhi_epi64(h, h));
+        }
     }
     for (; j < width; ++j) {
-        const Lum8u *p = s + colOfs[j];
-        const int32_t wl = xw[2 * j], wr = xw[2 * j + 1];
-        for (int32_t k = 0; k < 3; ++k)
-            out[3 * j + k] = (Lum16u)((wl * p[k] + wr * p[pixelStride + k] + 128) >> 8);
+        const int32_t c = colOfs[j], wl = xw[2 * j], wr = xw[2 * j + 1];
+        for (int r = 0; r < N; ++r)
+            for (int32_t k = 0; k < 3; ++k)
+                out[r][3 * j + k] = (Lum16u)(
+                    (wl * s[r][c + k] + wr * s[r][c + pixelStride + k] + 128) >> 8);
     }
 }
 
@@ -193,8 +216,8 @@ void summ_linear(Lum8u *d, int32_t count, int32_t fy, const Lum16u *t, const Lum
         d[e] = (Lum8u)((ft * t[e] + fy * u[e] + 524288) >> 20);
 }
 
-/* The row ring shared by both layouts; filter(row, buffer) runs the
- * horizontal stage of one source row. */
+/* The row ring shared by both layouts.  filter(rows, buffers, n) runs the
+ * horizontal stage of n source rows (1 or 2) into their buffers. */
 template <typename Filter>
 void linear_rows(const Lum8u *pSrc, Lum8u *pDst, int32_t srcStep, int32_t dstStep,
                  int32_t count, int32_t height, const int32_t *rowOfs, const Lum16u *yFrac,
@@ -202,7 +225,11 @@ void linear_rows(const Lum8u *pSrc, Lum8u *pDst, int32_t srcStep, int32_t dstSte
 {
     const bool down = srcStep > 0;
     Lum16u *upper = bufA, *lower = bufB;
-    filter(pSrc + rowOfs[0], bufB);
+    {
+        const Lum8u *row[1] = {pSrc + rowOfs[0]};
+        Lum16u *buf[1] = {bufB};
+        filter(row, buf, 1);
+    }
     int32_t previous = down ? rowOfs[0] - 1 : rowOfs[0] + 1;
     for (int32_t i = 0; i < height; ++i, pDst += dstStep) {
         const int32_t o = rowOfs[i];
@@ -210,10 +237,12 @@ void linear_rows(const Lum8u *pSrc, Lum8u *pDst, int32_t srcStep, int32_t dstSte
             Lum16u *const t = upper;
             upper = lower;
             lower = t;
-            filter(pSrc + o + srcStep, lower);
+            /* The new lower row, and after a jump of more than one row the
+             * new upper row as well. */
             const int32_t next = previous + srcStep;
-            if (down ? o > next : o < next)
-                filter(pSrc + o, upper);
+            const Lum8u *row[2] = {pSrc + o + srcStep, pSrc + o};
+            Lum16u *buf[2] = {lower, upper};
+            filter(row, buf, (down ? o > next : o < next) ? 2 : 1);
             previous = o;
         }
         summ_linear(pDst, count, yFrac[i], upper, lower);
@@ -233,8 +262,11 @@ LUMI_MEMBER void LUMI_T(ownResize8plL)(const Lum8u *pSrc, Lum8u *pDst, int32_t s
 {
     const int32_t shuffled = shuffle_groups(width, colOfs);
     linear_rows(pSrc, pDst, srcStep, dstStep, width, height, rowOfs, yFrac, bufA, bufB,
-                [=](const Lum8u *row, Lum16u *buf) {
-                    coef_linear_pl(row, width, colOfs, xWeights, buf, shuffled);
+                [=](const Lum8u *const *rows, Lum16u *const *bufs, int n) {
+                    if (n == 2)
+                        coef_linear_pl<2>(rows, width, colOfs, xWeights, bufs, shuffled);
+                    else
+                        coef_linear_pl<1>(rows, width, colOfs, xWeights, bufs, shuffled);
                 });
 }
 
@@ -245,7 +277,10 @@ LUMI_MEMBER void LUMI_T(ownResize8pxL)(const Lum8u *pSrc, Lum8u *pDst, int32_t s
                                        Lum16u *bufB, int32_t pixelStride, int32_t channelCount)
 {
     linear_rows(pSrc, pDst, srcStep, dstStep, width * channelCount, height, rowOfs, yFrac, bufA,
-                bufB, [=](const Lum8u *row, Lum16u *buf) {
-                    coef_linear_px(row, width, pixelStride, colOfs, xWeights, buf);
+                bufB, [=](const Lum8u *const *rows, Lum16u *const *bufs, int n) {
+                    if (n == 2)
+                        coef_linear_px<2>(rows, width, pixelStride, colOfs, xWeights, bufs);
+                    else
+                        coef_linear_px<1>(rows, width, pixelStride, colOfs, xWeights, bufs);
                 });
 }
