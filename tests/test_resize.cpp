@@ -203,6 +203,7 @@ const Case kCases[] = {
     {50, 9, {1, 0, 48, 9}, {200, 30}, 1.25, 3.3},
     {12, 12, {4, 4, 5, 5}, {60, 60}, 7.1, 5.9},          // reads around a small inner region
     {90, 4, {0, 0, 90, 4}, {60, 6}, 0.47, 1.4},          // eight columns spanning 15 and 16 bytes
+    {100, 4, {0, 0, 100, 4}, {60, 5}, 0.44, 1.2},        // eight centres spanning 16 and 17 bytes
 };
 
 class ResizeKernels : public lumitest::TierTest {};

@@ -145,14 +145,33 @@ void coef_linear_pl(const Lum8u *const *s, int32_t width, const int32_t *colOfs,
     }
 }
 
-/* The three channels of pixel c and of the pixel after it, as byte pairs
- * (a0 b0 a1 b1 a2 b2 x 0), read from bytes c to c + 5 only. */
-inline uint64_t pixel_pairs_c3(const Lum8u *p)
+/* The bytes c to c + 3 (a0 a1 a2 x) of pixel c, and c + 3 to c + 5 (b0 b1
+ * b2 0) of the pixel after it, read as c + 2 to c + 5 shifted down a byte, so
+ * that nothing beyond the pair is read. */
+inline __m128i near4_c3(const Lum8u *s, const int32_t *c)
 {
-    const uint32_t a = load32(p), b = load32(p + 2) >> 8;
-    const __m128i ab = _mm_unpacklo_epi8(_mm_cvtsi32_si128((int32_t)a),
-                                         _mm_cvtsi32_si128((int32_t)b));
-    return (uint64_t)_mm_cvtsi128_si64(ab);
+    const __m128i p01 = _mm_unpacklo_epi32(_mm_cvtsi32_si128((int32_t)load32(s + c[0])),
+                                           _mm_cvtsi32_si128((int32_t)load32(s + c[1])));
+    const __m128i p23 = _mm_unpacklo_epi32(_mm_cvtsi32_si128((int32_t)load32(s + c[2])),
+                                           _mm_cvtsi32_si128((int32_t)load32(s + c[3])));
+    return _mm_unpacklo_epi64(p01, p23);
+}
+
+inline __m128i far4_c3(const Lum8u *s, const int32_t *c)
+{
+    const __m128i p01 = _mm_unpacklo_epi32(_mm_cvtsi32_si128((int32_t)load32(s + c[0] + 2)),
+                                           _mm_cvtsi32_si128((int32_t)load32(s + c[1] + 2)));
+    const __m128i p23 = _mm_unpacklo_epi32(_mm_cvtsi32_si128((int32_t)load32(s + c[2] + 2)),
+                                           _mm_cvtsi32_si128((int32_t)load32(s + c[3] + 2)));
+    return _mm_srli_epi32(_mm_unpacklo_epi64(p01, p23), 8);
+}
+
+/* One pixel's three channels from its pairs (a0 b0 a1 b1 a2 b2 x 0 as
+ * 16-bit lanes) and its weight pair; the fourth lane is don't-care. */
+inline __m128i coef_px(__m128i pairs, __m128i w)
+{
+    const __m128i r = _mm_madd_epi16(pairs, w);
+    return _mm_srai_epi32(_mm_add_epi32(r, _mm_set1_epi32(128)), 8);
 }
 
 /* Horizontal stage, three channels, for N source rows: a pixel's channels
@@ -162,22 +181,25 @@ template <int N>
 void coef_linear_px(const Lum8u *const *s, int32_t width, int32_t pixelStride,
                     const int32_t *colOfs, const Lum16u *xw, Lum16u *const *out)
 {
-    const __m128i zero = _mm_setzero_si128(), rnd = _mm_set1_epi32(128);
+    const __m128i zero = _mm_setzero_si128();
     int32_t j = 0;
-    for (; pixelStride == 3 && j + 2 <= width; j += 2) {
-        const int32_t c0 = colOfs[j], c1 = colOfs[j + 1];
-        const __m128i w0 = _mm_set1_epi32((int32_t)load32(xw + 2 * j));
-        const __m128i w1 = _mm_set1_epi32((int32_t)load32(xw + 2 * j + 2));
+    for (; pixelStride == 3 && j + 4 <= width; j += 4) {
+        const int32_t *c = colOfs + j;
+        const __m128i w = _mm_loadu_si128((const __m128i *)(xw + 2 * j));
+        const __m128i w0 = _mm_shuffle_epi32(w, 0x00), w1 = _mm_shuffle_epi32(w, 0x55);
+        const __m128i w2 = _mm_shuffle_epi32(w, 0xAA), w3 = _mm_shuffle_epi32(w, 0xFF);
         for (int r = 0; r < N; ++r) {
-            const __m128i v = _mm_set_epi64x((int64_t)pixel_pairs_c3(s[r] + c1),
-                                             (int64_t)pixel_pairs_c3(s[r] + c0));
-            __m128i r0 = _mm_madd_epi16(_mm_unpacklo_epi8(v, zero), w0);
-            __m128i r1 = _mm_madd_epi16(_mm_unpackhi_epi8(v, zero), w1);
-            r0 = _mm_srai_epi32(_mm_add_epi32(r0, rnd), 8);
-            r1 = _mm_srai_epi32(_mm_add_epi32(r1, rnd), 8);
-            const __m128i h = _mm_packs_epi32(r0, r1);
-            _mm_storel_epi64((__m128i *)(out[r] + 3 * j), h);
-            _mm_storel_epi64((__m128i *)(out[r] + 3 * j + 3), _mm_unpackhi_epi64(h, h));
+            const __m128i a = near4_c3(s[r], c), b = far4_c3(s[r], c);
+            const __m128i ab01 = _mm_unpacklo_epi8(a, b), ab23 = _mm_unpackhi_epi8(a, b);
+            const __m128i h01 = _mm_packs_epi32(coef_px(_mm_unpacklo_epi8(ab01, zero), w0),
+                                                coef_px(_mm_unpackhi_epi8(ab01, zero), w1));
+            const __m128i h23 = _mm_packs_epi32(coef_px(_mm_unpacklo_epi8(ab23, zero), w2),
+                                                coef_px(_mm_unpackhi_epi8(ab23, zero), w3));
+            Lum16u *o = out[r] + 3 * j;
+            _mm_storel_epi64((__m128i *)o, h01);
+            _mm_storel_epi64((__m128i *)(o + 3), _mm_unpackhi_epi64(h01, h01));
+            _mm_storel_epi64((__m128i *)(o + 6), h23);
+            _mm_storel_epi64((__m128i *)(o + 9), _mm_unpackhi_epi64(h23, h23));
         }
     }
     for (; j < width; ++j) {
