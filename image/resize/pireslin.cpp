@@ -174,34 +174,88 @@ inline __m128i coef_px(__m128i pairs, __m128i w)
     return _mm_srai_epi32(_mm_add_epi32(r, _mm_set1_epi32(128)), 8);
 }
 
-/* Horizontal stage, three channels, for N source rows: a pixel's channels
- * share its weights.  Each pixel fills four lanes of which the fourth is
- * overwritten by the next pixel's store. */
-template <int N>
-void coef_linear_px(const Lum8u *const *s, int32_t width, int32_t pixelStride,
-                    const int32_t *colOfs, const Lum16u *xw, Lum16u *const *out)
+/* The pairs of one pixel as 16-bit lanes straight from an 8-byte load: a
+ * byte shuffle that also zero-extends.  Reads bytes c to c + 7, so it serves
+ * only pixels whose load ends inside what the row reads anyway (see
+ * shuffle_groups_px). */
+inline __m128i pairs_px_shuffle(const Lum8u *p)
+{
+#if LUMI_TIER_LEVEL >= LUMI_TIER_SSSE3
+    const __m128i mask = _mm_setr_epi8(0, -1, 3, -1, 1, -1, 4, -1, 2, -1, 5, -1, -1, -1, -1, -1);
+    return _mm_shuffle_epi8(_mm_loadl_epi64((const __m128i *)p), mask);
+#else
+    (void)p;
+    return _mm_setzero_si128();
+#endif
+}
+
+/* The leading pixels, in groups of four, whose 8-byte loads stay within the
+ * bytes the row reads anyway (up to the last pixel's right neighbour). */
+int32_t shuffle_groups_px(int32_t width, int32_t pixelStride, const int32_t *colOfs)
+{
+#if LUMI_TIER_LEVEL >= LUMI_TIER_SSSE3
+    if (pixelStride != 3)
+        return 0;
+    const int32_t lastByte = colOfs[width - 1] + 5;
+    int32_t j = 0;
+    while (j + 4 <= width && colOfs[j + 3] + 7 <= lastByte)
+        j += 4;
+    return j;
+#else
+    (void)width, (void)pixelStride, (void)colOfs;
+    return 0;
+#endif
+}
+
+/* Four pixels of N rows, with their pairs gathered by shuffle or by
+ * unpacking two 4-byte loads a pixel. */
+template <int N, bool Shuffle>
+inline void coef4_px(const Lum8u *const *s, const int32_t *c, const Lum16u *xw,
+                     Lum16u *const *out, int32_t at)
 {
     const __m128i zero = _mm_setzero_si128();
-    int32_t j = 0;
-    for (; pixelStride == 3 && j + 4 <= width; j += 4) {
-        const int32_t *c = colOfs + j;
-        const __m128i w = _mm_loadu_si128((const __m128i *)(xw + 2 * j));
-        const __m128i w0 = _mm_shuffle_epi32(w, 0x00), w1 = _mm_shuffle_epi32(w, 0x55);
-        const __m128i w2 = _mm_shuffle_epi32(w, 0xAA), w3 = _mm_shuffle_epi32(w, 0xFF);
-        for (int r = 0; r < N; ++r) {
+    const __m128i w = _mm_loadu_si128((const __m128i *)xw);
+    const __m128i w0 = _mm_shuffle_epi32(w, 0x00), w1 = _mm_shuffle_epi32(w, 0x55);
+    const __m128i w2 = _mm_shuffle_epi32(w, 0xAA), w3 = _mm_shuffle_epi32(w, 0xFF);
+    for (int r = 0; r < N; ++r) {
+        __m128i p0, p1, p2, p3;
+        if (Shuffle) {
+            p0 = pairs_px_shuffle(s[r] + c[0]);
+            p1 = pairs_px_shuffle(s[r] + c[1]);
+            p2 = pairs_px_shuffle(s[r] + c[2]);
+            p3 = pairs_px_shuffle(s[r] + c[3]);
+        } else {
             const __m128i a = near4_c3(s[r], c), b = far4_c3(s[r], c);
             const __m128i ab01 = _mm_unpacklo_epi8(a, b), ab23 = _mm_unpackhi_epi8(a, b);
-            const __m128i h01 = _mm_packs_epi32(coef_px(_mm_unpacklo_epi8(ab01, zero), w0),
-                                                coef_px(_mm_unpackhi_epi8(ab01, zero), w1));
-            const __m128i h23 = _mm_packs_epi32(coef_px(_mm_unpacklo_epi8(ab23, zero), w2),
-                                                coef_px(_mm_unpackhi_epi8(ab23, zero), w3));
-            Lum16u *o = out[r] + 3 * j;
-            _mm_storel_epi64((__m128i *)o, h01);
-            _mm_storel_epi64((__m128i *)(o + 3), _mm_unpackhi_epi64(h01, h01));
-            _mm_storel_epi64((__m128i *)(o + 6), h23);
-            _mm_storel_epi64((__m128i *)(o + 9), _mm_unpackhi_epi64(h23, h23));
+            p0 = _mm_unpacklo_epi8(ab01, zero);
+            p1 = _mm_unpackhi_epi8(ab01, zero);
+            p2 = _mm_unpacklo_epi8(ab23, zero);
+            p3 = _mm_unpackhi_epi8(ab23, zero);
         }
+        const __m128i h01 = _mm_packs_epi32(coef_px(p0, w0), coef_px(p1, w1));
+        const __m128i h23 = _mm_packs_epi32(coef_px(p2, w2), coef_px(p3, w3));
+        Lum16u *o = out[r] + at;
+        _mm_storel_epi64((__m128i *)o, h01);
+        _mm_storel_epi64((__m128i *)(o + 3), _mm_unpackhi_epi64(h01, h01));
+        _mm_storel_epi64((__m128i *)(o + 6), h23);
+        _mm_storel_epi64((__m128i *)(o + 9), _mm_unpackhi_epi64(h23, h23));
     }
+}
+
+/* Horizontal stage, three channels, for N source rows: a pixel's channels
+ * share its weights.  Each pixel fills four lanes of which the fourth is
+ * overwritten by the next pixel's store.  The first `shuffled` pixels go by
+ * shuffle. */
+template <int N>
+void coef_linear_px(const Lum8u *const *s, int32_t width, int32_t pixelStride,
+                    const int32_t *colOfs, const Lum16u *xw, Lum16u *const *out,
+                    int32_t shuffled)
+{
+    int32_t j = 0;
+    for (; j < shuffled; j += 4)
+        coef4_px<N, true>(s, colOfs + j, xw + 2 * j, out, 3 * j);
+    for (; pixelStride == 3 && j + 4 <= width; j += 4)
+        coef4_px<N, false>(s, colOfs + j, xw + 2 * j, out, 3 * j);
     for (; j < width; ++j) {
         const int32_t c = colOfs[j], wl = xw[2 * j], wr = xw[2 * j + 1];
         for (int r = 0; r < N; ++r)
@@ -298,11 +352,14 @@ LUMI_MEMBER void LUMI_T(ownResize8pxL)(const Lum8u *pSrc, Lum8u *pDst, int32_t s
                                        const Lum16u *yFrac, const Lum16u *xWeights, Lum16u *bufA,
                                        Lum16u *bufB, int32_t pixelStride, int32_t channelCount)
 {
+    const int32_t shuffled = shuffle_groups_px(width, pixelStride, colOfs);
     linear_rows(pSrc, pDst, srcStep, dstStep, width * channelCount, height, rowOfs, yFrac, bufA,
                 bufB, [=](const Lum8u *const *rows, Lum16u *const *bufs, int n) {
                     if (n == 2)
-                        coef_linear_px<2>(rows, width, pixelStride, colOfs, xWeights, bufs);
+                        coef_linear_px<2>(rows, width, pixelStride, colOfs, xWeights, bufs,
+                                          shuffled);
                     else
-                        coef_linear_px<1>(rows, width, pixelStride, colOfs, xWeights, bufs);
+                        coef_linear_px<1>(rows, width, pixelStride, colOfs, xWeights, bufs,
+                                          shuffled);
                 });
 }
