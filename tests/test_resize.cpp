@@ -336,8 +336,10 @@ const double kNaN = NAN;
 // Each row fails one test and would fail every later one too, so the status
 // shows which test came first.
 const CheckCase kChecks[] = {
-    {"null source first", true, false, {0, 0}, {-1, -1, 0, 0}, {0, 0}, 0.0, 0.0, 3, lumStsNullPtrErr},
-    {"null destination", false, true, {0, 0}, {-1, -1, 0, 0}, {0, 0}, 0.0, 0.0, 3, lumStsNullPtrErr},
+    {"null source first", true, false, {0, 0}, {-1, -1, 0, 0}, {0, 0}, 0.0, 0.0, 3,
+     lumStsNullPtrErr},
+    {"null destination", false, true, {0, 0}, {-1, -1, 0, 0}, {0, 0}, 0.0, 0.0, 3,
+     lumStsNullPtrErr},
     {"image width", false, false, {0, 10}, {0, 0, 5, 5}, {0, 0}, 0.0, 0.0, 3, lumStsSizeErr},
     {"image height", false, false, {10, 0}, {0, 0, 5, 5}, {0, 0}, 0.0, 0.0, 3, lumStsSizeErr},
     {"negative origin", false, false, {10, 10}, {-1, 0, 5, 5}, {0, 0}, 0.0, 0.0, 3, lumStsSizeErr},

@@ -257,8 +257,9 @@ LumStatus run_cubic(const ResizeJob &job)
     LUMI_T(ownpi_TableCubic)(&job.rows, ofs.rows, frac.rows);
     LUMI_T(ownpi_TableCubic)(&job.cols, ofs.cols, frac.cols);
     LUMI_T(ownResizeInterCubic)[job.slot](job.src, job.dst, job.srcStep, job.dstStep, W, H,
-                                          ofs.rows, ofs.cols, frac.rows, frac.cols, buf[0], buf[1], buf[2],
-                                          buf[3], job.pixelStride, job.channelCount);
+                                          ofs.rows, ofs.cols, frac.rows, frac.cols, buf[0],
+                                          buf[1], buf[2], buf[3], job.pixelStride,
+                                          job.channelCount);
     release(b);
     return lumStsNoErr;
 }
