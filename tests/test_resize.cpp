@@ -6,6 +6,7 @@
 #include <math.h>
 #include <string.h>
 
+#include <algorithm>
 #include <vector>
 
 #include "lumi.h"
@@ -277,7 +278,7 @@ TEST_P(ResizeKernels, LinearWorkedValues)
     EXPECT_EQ(out[1][0], 3);    // 0 and 5 halfway: 2.5 rounds up
 }
 
-// A source step of zero reads row 0 for every row; the ring filters it once.
+// A source step of zero reads row 0 for every row: the ring's other arm.
 TEST_P(ResizeKernels, ZeroSourceStep)
 {
     for (int ch : {1, 3})
