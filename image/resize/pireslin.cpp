@@ -91,16 +91,17 @@ inline __m128i pairs8_shuffle(const Lum8u *first, __m128i mask)
 #endif
 }
 
-/* The number of leading pixels, in whole groups of eight, that may take the
- * shuffle: each group's pairs lie within 16 bytes of its first pixel, and
- * the 16-byte load ends at or before the last byte the row needs anyway.
- * Column offsets are the same for every row, so this is settled once. */
+/* The number of leading pixels, in whole groups of eight, whose 16-byte
+ * load ends at or before the last byte the row needs anyway; within them a
+ * group takes the shuffle when its pairs lie within those 16 bytes (see
+ * shuffle_fits).  Column offsets are the same for every row, so this is
+ * settled once. */
 int32_t shuffle_groups(int32_t width, const int32_t *colOfs)
 {
 #if LUMI_TIER_LEVEL >= LUMI_TIER_SSSE3
     const int32_t lastByte = colOfs[width - 1] + 1;
     int32_t j = 0;
-    while (j + 8 <= width && colOfs[j + 7] - colOfs[j] <= 14 && colOfs[j] + 15 <= lastByte)
+    while (j + 8 <= width && colOfs[j] + 15 <= lastByte)
         j += 8;
     return j;
 #else
@@ -108,6 +109,8 @@ int32_t shuffle_groups(int32_t width, const int32_t *colOfs)
     return 0;
 #endif
 }
+
+inline bool shuffle_fits(const int32_t *c) { return c[7] - c[0] <= 14; }
 
 /* Eight outputs of the horizontal stage from their pixel pairs. */
 inline void coef8(__m128i v, const Lum16u *xw, Lum16u *out)
@@ -131,9 +134,14 @@ void coef_linear_pl(const Lum8u *const *s, int32_t width, const int32_t *colOfs,
 {
     int32_t j = 0;
     for (; j < shuffled; j += 8) {
-        const __m128i mask = shuffle_mask(colOfs + j);
-        for (int r = 0; r < N; ++r)
-            coef8(pairs8_shuffle(s[r] + colOfs[j], mask), xw + 2 * j, out[r] + j);
+        if (shuffle_fits(colOfs + j)) {
+            const __m128i mask = shuffle_mask(colOfs + j);
+            for (int r = 0; r < N; ++r)
+                coef8(pairs8_shuffle(s[r] + colOfs[j], mask), xw + 2 * j, out[r] + j);
+        } else {
+            for (int r = 0; r < N; ++r)
+                coef8(pairs8_insert(s[r], colOfs + j), xw + 2 * j, out[r] + j);
+        }
     }
     for (; j + 8 <= width; j += 8)
         for (int r = 0; r < N; ++r)
