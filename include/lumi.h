@@ -268,6 +268,21 @@ LUMI_API LumStatus lumiYUVToRGB_8u_P3C3R(const Lum8u *const pSrc[3], int32_t src
 
 /* -------------------------------------------------------------- resize -- */
 
+/* Scales the region srcRoi of the image (pSrc, srcSize, srcStep; pSrc is the
+ * image's first pixel, not the region's) by xFactor, yFactor into pDst.  The
+ * output is the scaled region, truncated, at most dstRoiSize; destination
+ * pixels beyond it are left alone.  interpolation: LUMI_INTER_NN,
+ * LUMI_INTER_LINEAR, LUMI_INTER_CUBIC, LUMI_INTER_LANCZOS, or
+ * LUMI_INTER_SUPER with both factors at most 1.0. */
+LUMI_API LumStatus lumiResize_8u_C1R(const Lum8u *pSrc, LumiSize srcSize, int32_t srcStep,
+                                     LumiRect srcRoi, Lum8u *pDst, int32_t dstStep,
+                                     LumiSize dstRoiSize, double xFactor, double yFactor,
+                                     int32_t interpolation);
+LUMI_API LumStatus lumiResize_8u_C3R(const Lum8u *pSrc, LumiSize srcSize, int32_t srcStep,
+                                     LumiRect srcRoi, Lum8u *pDst, int32_t dstStep,
+                                     LumiSize dstRoiSize, double xFactor, double yFactor,
+                                     int32_t interpolation);
+
 /* ------------------------------------------ geometry: remap and rotate -- */
 
 #ifdef __cplusplus
