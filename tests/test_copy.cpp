@@ -1,6 +1,7 @@
 // Plain byte-image copies (tier members) and the plane copies (dispatched).
 #include <gtest/gtest.h>
 
+#include <stdio.h>
 #include <string.h>
 
 #include <vector>
@@ -185,5 +186,175 @@ TEST_P(PlainCopy, AddressesCloseModulo4096)
 }
 
 LUMI_INSTANTIATE_TIER_MEMBERS(PlainCopy);
+
+// ------------------------------------------------------------ plane copies
+
+// Three planes of one size and step, each at its own distance from a 16-byte
+// boundary, with guard bytes around each.
+struct Planes {
+    std::vector<GuardedImage> p;
+    Planes(int w, int h, int pad, const int misalign[3])
+    {
+        for (int c = 0; c < 3; ++c)
+            p.emplace_back(w, h, 1, pad, misalign[c]);
+    }
+    int step() const { return p[0].step; }
+    bool guard_intact() const
+    {
+        return p[0].guard_intact() && p[1].guard_intact() && p[2].guard_intact();
+    }
+};
+
+// pDst[c][y*dstStep + x] = pSrc[y*srcStep + 3*x + c], and nothing else.
+void expect_split(const GuardedImage &img, const Planes &planes, const char *what)
+{
+    std::vector<uint8_t> want(img.width);
+    for (int y = 0; y < img.height; ++y)
+        for (int c = 0; c < 3; ++c) {
+            for (int x = 0; x < img.width; ++x)
+                want[x] = img.data()[y * img.step + 3 * x + c];
+            ASSERT_EQ(memcmp(planes.p[c].data() + y * planes.step(), want.data(), img.width), 0)
+                << what << " y=" << y << " c=" << c;
+        }
+    EXPECT_TRUE(planes.guard_intact()) << what;
+}
+
+void expect_merge(const Planes &planes, const GuardedImage &img, const char *what)
+{
+    std::vector<uint8_t> want(3 * img.width);
+    for (int y = 0; y < img.height; ++y) {
+        for (int x = 0; x < 3 * img.width; ++x)
+            want[x] = planes.p[x % 3].data()[y * planes.step() + x / 3];
+        ASSERT_EQ(memcmp(img.data() + y * img.step, want.data(), want.size()), 0) << what << " y=" << y;
+    }
+    EXPECT_TRUE(img.guard_intact()) << what;
+}
+
+// Runs a split and a merge of one shape and checks both.
+void split_and_merge(int w, int h, int padPlane, int padImage, int misImage, const int misPlanes[3])
+{
+    char what[160];
+    snprintf(what, sizeof what, "w=%d h=%d pads=%d,%d mis=%d/%d,%d,%d", w, h, padPlane, padImage,
+             misImage, misPlanes[0], misPlanes[1], misPlanes[2]);
+    GuardedImage img(w, h, 3, padImage, misImage);
+    img.fill_random(w * 7 + h);
+    Planes planes(w, h, padPlane, misPlanes);
+    Lum8u *dst[3] = {planes.p[0].data(), planes.p[1].data(), planes.p[2].data()};
+    ASSERT_EQ(lumiCopy_8u_C3P3R(img.data(), img.step, dst, planes.step(), {w, h}), lumStsNoErr);
+    expect_split(img, planes, what);
+
+    GuardedImage back(w, h, 3, padImage, (misImage + 5) % 16);
+    const Lum8u *src[3] = {planes.p[0].data(), planes.p[1].data(), planes.p[2].data()};
+    ASSERT_EQ(lumiCopy_8u_P3C3R(src, planes.step(), back.data(), back.step, {w, h}), lumStsNoErr);
+    expect_merge(planes, back, what);
+}
+
+class PlaneCopy : public lumitest::TierTest {};
+
+// Widths around the 8- and 16-pixel rounds and the 512-pixel cache read;
+// contiguous and padded regions; aligned pointers (keys 0, 4 and 64, the
+// aligned 16-pixel path) and misaligned ones.
+TEST_P(PlaneCopy, EveryShapeStepAndAlignment)
+{
+    const int widths[] = {1, 2, 5, 7, 8, 9, 15, 16, 17, 31, 32, 33, 48, 100, 513};
+    const int mis[][4] = {{0, 0, 0, 0}, {4, 0, 0, 0}, {0, 4, 4, 4}, {0, 0, 8, 4},
+                          {3, 1, 2, 5}, {8, 16, 0, 8}, {0, 0, 0, 7}};
+    for (int w : widths)
+        for (int h : {1, 3})
+            for (const auto &m : mis) {
+                split_and_merge(w, h, 0, 0, m[0], m + 1);  // contiguous
+                split_and_merge(w, h, 16, 48, m[0], m + 1); // padded, steps still 16-multiples
+                split_and_merge(w, h, 5, 1, m[0], m + 1);
+                if (HasFatalFailure())
+                    return;
+            }
+}
+
+// A contiguous region of 1 Mi pixels and more asks for the cache size in y8
+// and e9 splits; merges ask from 512-pixel rows on (not m7).  On the
+// small-cache processor both then stream, with the same bytes.
+TEST_P(PlaneCopy, CacheLookupAndStreamingPaths)
+{
+    const int index = GetParam();
+    SimulatedCpu cpu = small_cache_cpu();
+    UseCpu use(cpu);
+    const int zero[3] = {0, 0, 0};
+    struct Shape { int w, h; bool split_reads, merge_reads; };
+    const bool y8e9 = index >= 4;
+    const Shape shapes[] = {{1024, 1024, false, index >= 2}, {1024, 1025, y8e9, index >= 2},
+                            {1025, 1024, y8e9, index >= 2}, {511, 2100, y8e9, false}};
+    for (const Shape &sh : shapes) {
+        GuardedImage img(sh.w, sh.h, 3, 0, 0);
+        img.fill_random(sh.w);
+        Planes planes(sh.w, sh.h, 0, zero);
+        Lum8u *dst[3] = {planes.p[0].data(), planes.p[1].data(), planes.p[2].data()};
+        lumitest::reset_processor_state();
+        int reads = cpu.reads;
+        ASSERT_EQ(lumiCopy_8u_C3P3R(img.data(), img.step, dst, planes.step(), {sh.w, sh.h}), lumStsNoErr);
+        EXPECT_EQ(cpu.reads > reads, sh.split_reads) << sh.w << "x" << sh.h;
+        expect_split(img, planes, "large split");
+
+        GuardedImage back(sh.w, sh.h, 3, 0, 3);
+        const Lum8u *src[3] = {dst[0], dst[1], dst[2]};
+        lumitest::reset_processor_state();
+        reads = cpu.reads;
+        ASSERT_EQ(lumiCopy_8u_P3C3R(src, planes.step(), back.data(), back.step, {sh.w, sh.h}), lumStsNoErr);
+        EXPECT_EQ(cpu.reads > reads, sh.merge_reads) << sh.w << "x" << sh.h;
+        expect_merge(planes, back, "large merge");
+    }
+}
+
+TEST_P(PlaneCopy, NegativeAndZeroSteps)
+{
+    const int w = 40, h = 3, zero[3] = {0, 0, 0};
+    GuardedImage img(w, h, 3);
+    img.fill_random(9);
+    // Reading the image upward flips the planes.
+    Planes planes(w, h, 0, zero);
+    Lum8u *dst[3] = {planes.p[0].data(), planes.p[1].data(), planes.p[2].data()};
+    ASSERT_EQ(lumiCopy_8u_C3P3R(img.row(h - 1), -img.step, dst, planes.step(), {w, h}), lumStsNoErr);
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x)
+            ASSERT_EQ(planes.p[1].row(y)[x], img.row(h - 1 - y)[3 * x + 1]);
+    // A plane step of 0 merges the first plane row into every image row.
+    GuardedImage out(w, h, 3);
+    const Lum8u *src[3] = {dst[0], dst[1], dst[2]};
+    ASSERT_EQ(lumiCopy_8u_P3C3R(src, 0, out.data(), out.step, {w, h}), lumStsNoErr);
+    for (int y = 0; y < h; ++y)
+        ASSERT_EQ(memcmp(out.row(y), img.row(h - 1), 3 * w), 0);
+    EXPECT_TRUE(out.guard_intact());
+}
+
+TEST_P(PlaneCopy, StatusesInTheirOrderAndNothingWritten)
+{
+    const int zero[3] = {0, 0, 0};
+    GuardedImage img(6, 2, 3);
+    Planes planes(6, 2, 0, zero);
+    Lum8u *p[3] = {planes.p[0].data(), planes.p[1].data(), planes.p[2].data()};
+    const Lum8u *cp[3] = {p[0], p[1], p[2]};
+    const int step = planes.step();
+    EXPECT_EQ(lumiCopy_8u_C3P3R(nullptr, img.step, p, step, {6, 2}), lumStsNullPtrErr);
+    EXPECT_EQ(lumiCopy_8u_C3P3R(img.data(), img.step, nullptr, step, {6, 2}), lumStsNullPtrErr);
+    EXPECT_EQ(lumiCopy_8u_P3C3R(cp, step, nullptr, img.step, {6, 2}), lumStsNullPtrErr);
+    EXPECT_EQ(lumiCopy_8u_P3C3R(nullptr, step, img.data(), img.step, {6, 2}), lumStsNullPtrErr);
+    for (int c = 0; c < 3; ++c) {
+        Lum8u *q[3] = {p[0], p[1], p[2]};
+        const Lum8u *cq[3] = {p[0], p[1], p[2]};
+        q[c] = nullptr;
+        cq[c] = nullptr;
+        // A missing plane is reported before a bad size.
+        EXPECT_EQ(lumiCopy_8u_C3P3R(img.data(), img.step, q, step, {0, -1}), lumStsNullPtrErr);
+        EXPECT_EQ(lumiCopy_8u_P3C3R(cq, step, img.data(), img.step, {0, -1}), lumStsNullPtrErr);
+    }
+    for (LumiSize bad : {LumiSize{0, 2}, LumiSize{6, 0}, LumiSize{-6, 2}}) {
+        EXPECT_EQ(lumiCopy_8u_C3P3R(img.data(), img.step, p, step, bad), lumStsSizeErr);
+        EXPECT_EQ(lumiCopy_8u_P3C3R(cp, step, img.data(), img.step, bad), lumStsSizeErr);
+    }
+    GuardedImage fresh(6, 2, 3);
+    EXPECT_EQ(img.buf, fresh.buf);
+    EXPECT_EQ(planes.p[2].buf, Planes(6, 2, 0, zero).p[2].buf);
+}
+
+LUMI_INSTANTIATE_TIERS(PlaneCopy);
 
 } // namespace

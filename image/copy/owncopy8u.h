@@ -44,7 +44,8 @@ inline void mv(Lum8u *d, const Lum8u *s)
     memcpy(d, s, N);
 }
 
-inline bool aligned16(const void *p) { return ((uintptr_t)p & 15) == 0; }
+inline bool aligned_to(const void *p, uintptr_t a) { return ((uintptr_t)p & (a - 1)) == 0; }
+inline bool aligned16(const void *p) { return aligned_to(p, 16); }
 inline isz to_align(const void *p, uintptr_t a) { return (isz)((a - ((uintptr_t)p & (a - 1))) & (a - 1)); }
 
 inline __m128i ld16u(const Lum8u *s) { return _mm_loadu_si128((const __m128i *)s); }
