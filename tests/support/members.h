@@ -15,7 +15,16 @@
     extern "C" LumStatus t##_lumsZero_8u(Lum8u *, int32_t);                                      \
     extern "C" LumStatus t##_lumsZero_32f(Lum32f *, int32_t);                                    \
     extern "C" LumStatus t##_lumsSet_32f(Lum32f, Lum32f *, int32_t);                             \
-    extern "C" LumStatus t##_lumsCopy_32f(const Lum32f *, Lum32f *, int32_t);
+    extern "C" LumStatus t##_lumsCopy_32f(const Lum32f *, Lum32f *, int32_t);                    \
+    extern "C" LumStatus t##_lumsMulC_32f(const Lum32f *, Lum32f, Lum32f *, int32_t);            \
+    extern "C" LumStatus t##_lumsMulC_32f_I(Lum32f, Lum32f *, int32_t);                          \
+    extern "C" LumStatus t##_lumsExp_32f_I(Lum32f *, int32_t);                                   \
+    extern "C" LumStatus t##_lumsSqr_16u_ISfs(Lum16u *, int32_t, int32_t);                       \
+    extern "C" LumStatus t##_lumsConvert_16u32f(const Lum16u *, Lum32f *, int32_t);              \
+    extern "C" LumStatus t##_lumsConvert_32f8u_Sfs(const Lum32f *, Lum8u *, int32_t, int32_t,    \
+                                                   int32_t);                                     \
+    extern "C" LumStatus t##_lumsConvert_32f16u_Sfs(const Lum32f *, Lum16u *, int32_t, int32_t,  \
+                                                    int32_t);
 LUMI_TEST_EACH_TIER(LUMI_TEST_DECLARE_MEMBERS)
 #undef LUMI_TEST_DECLARE_MEMBERS
 
@@ -30,13 +39,22 @@ struct TierMembers {
     LumStatus (*zero32f)(Lum32f *, int32_t);
     LumStatus (*set32f)(Lum32f, Lum32f *, int32_t);
     LumStatus (*copy32f)(const Lum32f *, Lum32f *, int32_t);
+    LumStatus (*mulC)(const Lum32f *, Lum32f, Lum32f *, int32_t);
+    LumStatus (*mulC_I)(Lum32f, Lum32f *, int32_t);
+    LumStatus (*exp_I)(Lum32f *, int32_t);
+    LumStatus (*sqr)(Lum16u *, int32_t, int32_t);
+    LumStatus (*cvt16u32f)(const Lum16u *, Lum32f *, int32_t);
+    LumStatus (*cvt32f8u)(const Lum32f *, Lum8u *, int32_t, int32_t, int32_t);
+    LumStatus (*cvt32f16u)(const Lum32f *, Lum16u *, int32_t, int32_t, int32_t);
 };
 
 inline const std::vector<TierMembers> &all_tier_members()
 {
 #define LUMI_TEST_MEMBER_ROW(t, index)                                                             \
     {#t, index, t##_lumiCopy_8u_C1R, t##_lumiCopy_8u_C3R, t##_lumsZero_8u, t##_lumsZero_32f,      \
-     t##_lumsSet_32f, t##_lumsCopy_32f},
+     t##_lumsSet_32f, t##_lumsCopy_32f, t##_lumsMulC_32f, t##_lumsMulC_32f_I, t##_lumsExp_32f_I,    \
+     t##_lumsSqr_16u_ISfs, t##_lumsConvert_16u32f, t##_lumsConvert_32f8u_Sfs,                      \
+     t##_lumsConvert_32f16u_Sfs},
     static const std::vector<TierMembers> rows = {LUMI_TEST_EACH_TIER(LUMI_TEST_MEMBER_ROW)};
 #undef LUMI_TEST_MEMBER_ROW
     return rows;
@@ -51,6 +69,8 @@ inline std::vector<TierMembers> runnable_tier_members()
             out.push_back(m);
     return out;
 }
+
+inline void PrintTo(const TierMembers &m, std::ostream *os) { *os << m.name; }
 
 struct TierMembersName {
     std::string operator()(const ::testing::TestParamInfo<TierMembers> &info) const
