@@ -39,7 +39,8 @@ public:
     {
         for (const Run &r : runs)
             if (r.run_type == Run::RT_Aggregate && r.aggregate_name == "median")
-                median_ns[r.run_name.function_name] = r.GetAdjustedRealTime();
+                median_ns[r.run_name.function_name] =
+                    r.GetAdjustedRealTime() / benchmark::GetTimeUnitMultiplier(r.time_unit) * 1e9;
         ConsoleReporter::ReportRuns(runs);
     }
 };

@@ -44,21 +44,35 @@ inline void mv32y(Lum8u *d, const Lum8u *s)
     _mm256_storeu_si256((__m256i *)d, _mm256_loadu_si256((const __m256i *)s));
 }
 
-/* 64-byte blocks of 256-bit moves while n allows; streamed stores need a
-   32-aligned destination. */
+/* 64-byte blocks of 256-bit moves while n allows, two blocks a pass (the
+   loop then keeps four loads in flight); streamed stores need a 32-aligned
+   destination. */
+template <bool Stream>
+inline void move64y(Lum8u *d, const Lum8u *s)
+{
+    const __m256i a = _mm256_loadu_si256((const __m256i *)s);
+    const __m256i b = _mm256_loadu_si256((const __m256i *)(s + 32));
+    if (Stream) {
+        _mm256_stream_si256((__m256i *)d, a);
+        _mm256_stream_si256((__m256i *)(d + 32), b);
+    } else {
+        _mm256_storeu_si256((__m256i *)d, a);
+        _mm256_storeu_si256((__m256i *)(d + 32), b);
+    }
+}
+
 template <bool Stream>
 inline void blocks64_y(Lum8u *&d, const Lum8u *&s, isz &n)
 {
-    for (; n >= 64; n -= 64, d += 64, s += 64) {
-        const __m256i a = _mm256_loadu_si256((const __m256i *)s);
-        const __m256i b = _mm256_loadu_si256((const __m256i *)(s + 32));
-        if (Stream) {
-            _mm256_stream_si256((__m256i *)d, a);
-            _mm256_stream_si256((__m256i *)(d + 32), b);
-        } else {
-            _mm256_storeu_si256((__m256i *)d, a);
-            _mm256_storeu_si256((__m256i *)(d + 32), b);
-        }
+    for (; n >= 128; n -= 128, d += 128, s += 128) {
+        move64y<Stream>(d, s);
+        move64y<Stream>(d + 64, s + 64);
+    }
+    if (n >= 64) {
+        move64y<Stream>(d, s);
+        d += 64;
+        s += 64;
+        n -= 64;
     }
 }
 
