@@ -304,27 +304,6 @@ TEST_P(PlaneCopy, CacheLookupAndStreamingPaths)
     }
 }
 
-TEST_P(PlaneCopy, NegativeAndZeroSteps)
-{
-    const int w = 40, h = 3, zero[3] = {0, 0, 0};
-    GuardedImage img(w, h, 3);
-    img.fill_random(9);
-    // Reading the image upward flips the planes.
-    Planes planes(w, h, 0, zero);
-    Lum8u *dst[3] = {planes.p[0].data(), planes.p[1].data(), planes.p[2].data()};
-    ASSERT_EQ(lumiCopy_8u_C3P3R(img.row(h - 1), -img.step, dst, planes.step(), {w, h}), lumStsNoErr);
-    for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x)
-            ASSERT_EQ(planes.p[1].row(y)[x], img.row(h - 1 - y)[3 * x + 1]);
-    // A plane step of 0 merges the first plane row into every image row.
-    GuardedImage out(w, h, 3);
-    const Lum8u *src[3] = {dst[0], dst[1], dst[2]};
-    ASSERT_EQ(lumiCopy_8u_P3C3R(src, 0, out.data(), out.step, {w, h}), lumStsNoErr);
-    for (int y = 0; y < h; ++y)
-        ASSERT_EQ(memcmp(out.row(y), img.row(h - 1), 3 * w), 0);
-    EXPECT_TRUE(out.guard_intact());
-}
-
 TEST_P(PlaneCopy, StatusesInTheirOrderAndNothingWritten)
 {
     const int zero[3] = {0, 0, 0};

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "lumi.h"
+#include "support/guarded.h"
 #include "support/members.h"
 #include "support/cache_cpus.h"
 #include "support/sim_cpu.h"
@@ -35,30 +36,12 @@ float float_of(uint32_t b)
     return f;
 }
 
-// A byte buffer with guard bytes on both sides of a run that starts at any
-// byte offset from a 64-byte boundary.
-struct Guarded {
-    std::vector<uint8_t> buf;
-    size_t start;
-    size_t bytes;
-    Guarded(size_t n, size_t offset) : buf(n + offset + 192, 0xA5), bytes(n)
-    {
-        start = 64 + offset + (64 - (uintptr_t)buf.data() % 64) % 64;
-    }
-    uint8_t *data() { return buf.data() + start; }
+// A run of bytes with guard bytes around it, at any offset from a 16-byte
+// boundary.
+struct Guarded : lumitest::GuardedImage {
+    Guarded(size_t n, size_t offset) : GuardedImage((int)n, 1, 1, 0, (int)offset) {}
     float *floats() { return (float *)data(); }
-    bool guard_intact() const
-    {
-        for (size_t i = 0; i < start; ++i)
-            if (buf[i] != 0xA5)
-                return false;
-        for (size_t i = start + bytes; i < buf.size(); ++i)
-            if (buf[i] != 0xA5)
-                return false;
-        return true;
-    }
 };
-
 
 class Fills : public ::testing::TestWithParam<TierMembers> {};
 
@@ -147,29 +130,6 @@ TEST_P(Fills, CacheLookupStartsAtTheTierThreshold)
                     ASSERT_EQ(dst.floats()[i], want) << m.name << " kind=" << c.kind;
             EXPECT_TRUE(dst.guard_intact());
         }
-}
-
-TEST_P(Fills, CopyWithAddressesCloseModulo4096)
-{
-    const TierMembers &m = GetParam();
-    SimulatedCpu cpu = small_cache_cpu();
-    UseCpu use(cpu);
-    for (int len : {75, 0x40010}) {
-        const size_t n = 4 * (size_t)len;
-        std::vector<uint8_t> buf(2 * n + 0x6000 + 64, 0xA5);
-        uint8_t *base = buf.data() + ((64 - (uintptr_t)buf.data() % 64) % 64);
-        uint8_t *dst = base + 0x1000;
-        for (int off : {-0xf60, -0xa0, -0x40, 0, 0x40, 0xa0, 0xf60}) {
-            float *src = (float *)(dst + n + 0x2000 + off);
-            for (int i = 0; i < len; ++i)
-                src[i] = (float)(i ^ off);
-            memset(dst - 16, 0xA5, n + 32);
-            ASSERT_EQ(m.copy32f(src, (float *)dst, len), lumStsNoErr);
-            ASSERT_EQ(memcmp(dst, src, n), 0) << m.name << " off=" << off;
-            for (int i = 1; i <= 16; ++i)
-                ASSERT_TRUE(dst[-i] == 0xA5 && dst[n - 1 + i] == 0xA5);
-        }
-    }
 }
 
 LUMI_INSTANTIATE_TIER_MEMBERS(Fills);
