@@ -162,23 +162,26 @@ inline Trio split16(const Lum8u *s)
    at 256 bits), and one byte shuffle per round puts them in pixel order.
    The shuffle units, which bound the 16-pixel round, do a third of the
    work here. */
-struct SplitClasses {
+struct ByteClasses {
     alignas(32) Lum8u cls[3][32];   /* 0xff at positions of class c, both lanes */
     alignas(16) Lum8u order[3][16]; /* pixel i of plane p from position (3i + p) mod 16 */
+    alignas(16) Lum8u spread[3][16]; /* merge: position q of plane p gets the pixel that
+                                        output vector (p - q) mod 3 wants there */
 };
 
-constexpr SplitClasses split_classes()
+constexpr ByteClasses byte_classes()
 {
-    SplitClasses t{};
+    ByteClasses t{};
     for (int c = 0; c < 3; ++c)
         for (int q = 0; q < 16; ++q) {
             t.cls[c][q] = t.cls[c][q + 16] = (Lum8u)(q % 3 == c ? 0xff : 0);
             t.order[c][q] = (Lum8u)((3 * q + c) & 15);
+            t.spread[c][q] = (Lum8u)((16 * (((c - q) % 3 + 3) % 3) + q) / 3);
         }
     return t;
 }
 
-constexpr SplitClasses kSplitClasses = split_classes();
+constexpr ByteClasses kSplitClasses = byte_classes();
 
 inline __m256 cls(int c) { return _mm256_load_ps((const float *)kSplitClasses.cls[c]); }
 
@@ -211,6 +214,28 @@ inline void split32(const Lum8u *s, Lum8u *d0, Lum8u *d1, Lum8u *d2)
     store_plane32<Aligned, Stream>(d0, by_class(a, c, b), 0);
     store_plane32<Aligned, Stream>(d1, by_class(b, a, c), 1);
     store_plane32<Aligned, Stream>(d2, by_class(c, b, a), 2);
+}
+
+/* The merge backwards: each plane's 32 bytes shuffled per round so that
+   every byte sits at the position and round of its output; then output k
+   takes class c from plane (k + c) mod 3, and three lane swaps pair the six
+   16-byte outputs into three 256-bit stores. */
+inline __m256 spread_plane(const Lum8u *s, int p)
+{
+    const __m256 v = _mm256_loadu_ps((const float *)s);
+    const __m128i m = _mm_load_si128((const __m128i *)kSplitClasses.spread[p]);
+    const __m128i lo = _mm_shuffle_epi8(_mm_castps_si128(_mm256_castps256_ps128(v)), m);
+    const __m128i hi = _mm_shuffle_epi8(_mm_castps_si128(_mm256_extractf128_ps(v, 1)), m);
+    return _mm256_insertf128_ps(_mm256_castps128_ps256(_mm_castsi128_ps(lo)), _mm_castsi128_ps(hi), 1);
+}
+
+inline void merge32(const Lum8u *s0, const Lum8u *s1, const Lum8u *s2, Lum8u *d)
+{
+    const __m256 x = spread_plane(s0, 0), y = spread_plane(s1, 1), z = spread_plane(s2, 2);
+    const __m256 o0 = by_class(x, y, z), o1 = by_class(y, z, x), o2 = by_class(z, x, y);
+    _mm256_storeu_ps((float *)d, _mm256_permute2f128_ps(o0, o1, 0x20));
+    _mm256_storeu_ps((float *)(d + 32), _mm256_permute2f128_ps(o2, o0, 0x30));
+    _mm256_storeu_ps((float *)(d + 64), _mm256_permute2f128_ps(o1, o2, 0x31));
 }
 
 #endif
@@ -247,6 +272,11 @@ template <bool AlignedLoad, bool Stream>
 isz merge_rounds(const Lum8u *s0, const Lum8u *s1, const Lum8u *s2, Lum8u *d, isz x, isz n,
                  bool stop_at64 = false)
 {
+#if LUMI_TIER_LEVEL >= LUMI_TIER_AVX
+    if (!Stream && !stop_at64)
+        for (; x + 32 <= n; x += 32)
+            merge32(s0 + x, s1 + x, s2 + x, d + 3 * x);
+#endif
     for (; x + 16 <= n && !(stop_at64 && aligned_to(d + 3 * x, 64)); x += 16) {
         Lum8u *const o[3] = {d + 3 * x, d + 3 * x + 16, d + 3 * x + 32};
         store_trio<true, Stream>(o, merge16<AlignedLoad>(s0 + x, s1 + x, s2 + x));
