@@ -241,6 +241,13 @@ LUMI_API LumStatus lumGetMaxCacheSizeB(int32_t *pSize);
 
 /* -------------------------------------------------------- plane copies -- */
 
+/* Interleaved three-channel image to three planes and back: plane c holds
+   byte c of every pixel.  The planes share one step. */
+LUMI_API LumStatus lumiCopy_8u_C3P3R(const Lum8u *pSrc, int32_t srcStep, Lum8u *const pDst[3],
+                                     int32_t dstStep, LumiSize roiSize);
+LUMI_API LumStatus lumiCopy_8u_P3C3R(const Lum8u *const pSrc[3], int32_t srcStep, Lum8u *pDst,
+                                     int32_t dstStep, LumiSize roiSize);
+
 /* ------------------------------------------------- colour: RGB and YUV -- */
 
 /* RGB <-> YUV with the analogue weights, fixed point.  The body of a row (its

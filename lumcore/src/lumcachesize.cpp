@@ -28,16 +28,17 @@ const LumCacheRow tableCache[] = {
     {0x39, 131072},   {0x3B, 131072},   {0x41, 131072},   {0, 0},
 };
 
-int32_t ownGetCacheSize(const LumCacheRow *pTable)
+/* Reads the descriptor bytes of CPUID leaf 2 into bytes[0..15] and returns
+   how many of them the table walks compare (from index count down to 1), or
+   0 when leaf 2 does not answer 1 in its low byte or names nothing.
+   Registers with bit 31 set carry no descriptors.  The others are laid out
+   four bytes each; EAX counts three, since its low byte is the 1 tested. */
+static int ownReadCacheDescriptors(uint8_t bytes[16])
 {
     uint32_t r[4];
     ownCpuid(2, 0, r);
     if ((r[0] & 0xffu) != 1)
-        return -1;
-    /* Registers with bit 31 set carry no descriptors.  The others are laid
-       out four bytes each; EAX counts three, since its low byte is the 1
-       tested above, and the walk below compares bytes count down to 1. */
-    uint8_t bytes[16] = {0};
+        return 0;
     int written = 0;
     int count = 0;
     for (int i = 0; i < 4; ++i) {
@@ -49,12 +50,65 @@ int32_t ownGetCacheSize(const LumCacheRow *pTable)
         written += 4;
         count += (i == 0) ? 3 : 4;
     }
+    return count;
+}
+
+static bool ownDescribed(const uint8_t bytes[16], int count, uint8_t key)
+{
+    for (int i = count; i >= 1; --i)
+        if (bytes[i] == key)
+            return true;
+    return false;
+}
+
+int32_t ownGetCacheSize(const LumCacheRow *pTable)
+{
+    uint8_t bytes[16] = {0};
+    const int count = ownReadCacheDescriptors(bytes);
     if (count == 0)
         return -1;
     for (const LumCacheRow *row = pTable; row->key != 0; ++row)
-        for (int i = count; i >= 1; --i)
-            if (bytes[i] == (uint8_t)row->key)
-                return (int32_t)row->size;
+        if (ownDescribed(bytes, count, (uint8_t)row->key))
+            return (int32_t)row->size;
+    return -1;
+}
+
+/* The copy and fill kernels' own table: one entry in 16 bits, the leaf 2
+   descriptor in the low byte and the size in the high byte as a 4-bit
+   multiplier over a 4-bit exponent, size = multiplier << (exponent + 18).
+   It holds the rows of tableCache that this packing can express, less the
+   sectored second-level caches, in the same falling order. */
+#define LUM_PACKED(key, mult, exp) (Lum16u)(((mult) << 12) | ((exp) << 8) | (key))
+const Lum16u TableCacheSize[] = {
+    LUM_PACKED(0xEC, 12, 3), LUM_PACKED(0xEB, 9, 3),  LUM_PACKED(0x4D, 8, 3),
+    LUM_PACKED(0xEA, 12, 2), LUM_PACKED(0x4C, 12, 2), LUM_PACKED(0xE4, 8, 2),
+    LUM_PACKED(0xDE, 8, 2),  LUM_PACKED(0x4B, 8, 2),  LUM_PACKED(0x47, 8, 2),
+    LUM_PACKED(0x4E, 12, 1), LUM_PACKED(0x4A, 12, 1), LUM_PACKED(0xE3, 8, 1),
+    LUM_PACKED(0xDD, 8, 1),  LUM_PACKED(0xD8, 8, 1),  LUM_PACKED(0x49, 8, 1),
+    LUM_PACKED(0x29, 8, 1),  LUM_PACKED(0x46, 8, 1),  LUM_PACKED(0x48, 12, 0),
+    LUM_PACKED(0xE2, 8, 0),  LUM_PACKED(0xDC, 8, 0),  LUM_PACKED(0xD7, 8, 0),
+    LUM_PACKED(0xD2, 8, 0),  LUM_PACKED(0x25, 8, 0),  LUM_PACKED(0x7D, 8, 0),
+    LUM_PACKED(0x85, 8, 0),  LUM_PACKED(0x45, 8, 0),  LUM_PACKED(0xD6, 4, 0),
+    LUM_PACKED(0xD1, 4, 0),  LUM_PACKED(0x23, 4, 0),  LUM_PACKED(0x87, 4, 0),
+    LUM_PACKED(0x78, 4, 0),  LUM_PACKED(0x84, 4, 0),  LUM_PACKED(0x44, 4, 0),
+    LUM_PACKED(0xD0, 2, 0),  LUM_PACKED(0x22, 2, 0),  LUM_PACKED(0x80, 2, 0),
+    LUM_PACKED(0x86, 2, 0),  LUM_PACKED(0x7F, 2, 0),  LUM_PACKED(0x83, 2, 0),
+    LUM_PACKED(0x43, 2, 0),  LUM_PACKED(0x21, 1, 0),  LUM_PACKED(0x82, 1, 0),
+    LUM_PACKED(0x42, 1, 0),  0,
+};
+#undef LUM_PACKED
+
+int32_t ownGetCacheSizePacked(const Lum16u *pTable)
+{
+    if (!lum_is_CorvaneChips())
+        return -1;
+    uint8_t bytes[16] = {0};
+    const int count = ownReadCacheDescriptors(bytes);
+    if (count == 0)
+        return -1;
+    for (const Lum16u *row = pTable; *row != 0; ++row)
+        if (ownDescribed(bytes, count, (uint8_t)*row))
+            return (int32_t)((uint32_t)(*row >> 12) << (((*row >> 8) & 0xf) + 18));
     return -1;
 }
 

@@ -50,6 +50,10 @@ LUM_HIDDEN extern const LumCacheRow tableCache[];
 LUM_HIDDEN extern int32_t ownStatus;
 LUM_HIDDEN extern int32_t cacheSize;
 LUM_HIDDEN int32_t ownGetCacheSize(const LumCacheRow *pTable);
+/* The copy and fill kernels' lookup: the vendor test, then leaf 2 against
+   their packed table TableCacheSize.  The size in bytes, or -1. */
+LUM_HIDDEN extern const Lum16u TableCacheSize[];
+LUM_HIDDEN int32_t ownGetCacheSizePacked(const Lum16u *pTable);
 
 #ifdef __cplusplus
 }
