@@ -44,8 +44,10 @@ done
 # No global constructors: only the toolchain's own entry in .init_array.
 so="$build/liblumi.so"
 if [ -f "$so" ]; then
-    size=$(readelf -S -W "$so" | awk '$2==".init_array" {print strtonum("0x"$6)}')
-    if [ -n "$size" ] && [ "$size" -gt 8 ]; then
+    hex=$(readelf -S -W "$so" | awk '$2==".init_array" {print $6}')
+    size=0
+    [ -n "$hex" ] && size=$((16#$hex))
+    if [ "$size" -gt 8 ]; then
         echo "liblumi.so has global constructors (.init_array is $size bytes)"
         status=1
     fi
