@@ -107,6 +107,41 @@ LUMI_MEMBER void LUMI_T(ownResize8pxL)(const Lum8u *pSrc, Lum8u *pDst, int32_t s
                                        const Lum16u *yFrac, const Lum16u *xWeights, Lum16u *bufA,
                                        Lum16u *bufB, int32_t pixelStride, int32_t channelCount);
 
+/* Cubic (pirescub.cpp). */
+LUMI_MEMBER void LUMI_T(ownResize8plC)(const Lum8u *pSrc, Lum8u *pDst, int32_t srcStep,
+                                       int32_t dstStep, int32_t width, int32_t height,
+                                       const int32_t *rowOfs, const int32_t *colOfs,
+                                       const Lum32f *yFrac, const Lum32f *xFrac, Lum32f *buf0,
+                                       Lum32f *buf1, Lum32f *buf2, Lum32f *buf3,
+                                       int32_t pixelStride, int32_t channelCount);
+LUMI_MEMBER void LUMI_T(ownResize8pxC)(const Lum8u *pSrc, Lum8u *pDst, int32_t srcStep,
+                                       int32_t dstStep, int32_t width, int32_t height,
+                                       const int32_t *rowOfs, const int32_t *colOfs,
+                                       const Lum32f *yFrac, const Lum32f *xFrac, Lum32f *buf0,
+                                       Lum32f *buf1, Lum32f *buf2, Lum32f *buf3,
+                                       int32_t pixelStride, int32_t channelCount);
+
+/* Lanczos (pireslan.cpp): the weights of count fractions, six each, from
+ * the kernel table, and the kernels. */
+LUMI_MEMBER void LUMI_T(ownpi_Lanczos3)(const Lum32f *frac, int32_t count, Lum32f *weights,
+                                        const Lum32f *table);
+LUMI_MEMBER void LUMI_T(ownResize8plLz3)(const Lum8u *pSrc, Lum8u *pDst, int32_t srcStep,
+                                         int32_t dstStep, int32_t width, int32_t height,
+                                         const int32_t *rowOfs, const int32_t *colOfs,
+                                         const Lum32f *yWeights, const Lum32f *xWeights,
+                                         Lum32f *buf0, Lum32f *buf1, Lum32f *buf2, Lum32f *buf3,
+                                         Lum32f *buf4, Lum32f *buf5, int32_t roiX, int32_t roiY,
+                                         int32_t imgW, int32_t imgH, int32_t vertFlag,
+                                         int32_t pixelStride, int32_t channelCount);
+LUMI_MEMBER void LUMI_T(ownResize8pxLz3)(const Lum8u *pSrc, Lum8u *pDst, int32_t srcStep,
+                                         int32_t dstStep, int32_t width, int32_t height,
+                                         const int32_t *rowOfs, const int32_t *colOfs,
+                                         const Lum32f *yWeights, const Lum32f *xWeights,
+                                         Lum32f *buf0, Lum32f *buf1, Lum32f *buf2, Lum32f *buf3,
+                                         Lum32f *buf4, Lum32f *buf5, int32_t roiX, int32_t roiY,
+                                         int32_t imgW, int32_t imgH, int32_t vertFlag,
+                                         int32_t pixelStride, int32_t channelCount);
+
 /* The tables of kernels, by slot (piresize.cpp). */
 LUMI_MEMBER const LUMI_NS::ResizeNNFn LUMI_T(ownResizeInterNN)[15];
 LUMI_MEMBER const LUMI_NS::ResizeLinearFn LUMI_T(ownResizeInterLinear)[8];

@@ -1,0 +1,252 @@
+/*
+ * Cubic resize kernels: the cubic through four samples at -1, 0, 1, 2 around
+ * a centre, first along the source rows, then down the columns, in single
+ * precision.
+ *
+ * The polynomial is written in forward differences from the first sample:
+ *     value = s0 + c1 d1 + c2 d2 + c3 d3,
+ *     c1 = t + 1,  c2 = c1 t / 2,  c3 = c2 (t - 1) / 3,
+ * with d1, d2, d3 the first, second and third differences.  The tables move
+ * the window inward at the image's edges, so t runs from -1 (first pixel)
+ * to exactly 2 (last pixel) and every sample lies inside the image.
+ *
+ * Three evaluation orders give slightly different roundings, and each
+ * element gets a fixed one:
+ *   V   the grouped order: the third is multiplied as 0x3EAAAAAA (one unit
+ *       below the float nearest 1/3), the final sum pairs the terms, and the
+ *       vertical result is truncated after adding 0x3F000002;
+ *   SH  the horizontal single-pixel order: divides by 3.0, adds in a chain;
+ *   SV  the vertical single-element order: c2 as (c1 / 2) t, its own
+ *       difference order, rounded in double with 0.5000001.
+ * One channel: columns and elements in whole groups of four use V, the last
+ * 0 to 3 use SH (horizontal) or SV (vertical).  Three channels: every pixel
+ * uses V horizontally (the three channels of a pixel share t); vertically
+ * the 3 W elements are one plain row split the same way.  Float arithmetic
+ * is per element, so the width of a group changes no result: every tier
+ * gives the same bytes.
+ *
+ * Horizontal results stay floats, negative or above 255 as they come; only
+ * the vertical stage limits to 0 to 255.
+ *
+ * Row ring: four buffers hold the filtered source rows centre - 1 to
+ * centre + 2.  When the centre moves by one row the ring rotates and the new
+ * bottom row is filtered; after a jump of two, three or four rows or more the
+ * ring also refills the next rows up, so every source row is filtered at most
+ * once while the rows advance.
+ */
+#include <emmintrin.h>
+#include <string.h>
+
+#include "piresize.h"
+
+namespace LUMI_NS {
+namespace {
+
+const Lum32f kThirdV = 0.33333331f;  /* 0x3EAAAAAA */
+const Lum32f kRoundV = 0.50000012f;  /* 0x3F000002 */
+const double kRoundSV = 0.5000001;
+
+inline uint32_t load32(const void *p)
+{
+    uint32_t v;
+    memcpy(&v, p, 4);
+    return v;
+}
+
+inline __m128 bytes_to_ps(__m128i v8)
+{
+    const __m128i zero = _mm_setzero_si128();
+    return _mm_cvtepi32_ps(_mm_unpacklo_epi16(_mm_unpacklo_epi8(v8, zero), zero));
+}
+
+/* Coefficients of t, grouped order. */
+struct CoefV {
+    __m128 c1, c2, c3;
+};
+
+inline CoefV coef_v(__m128 t)
+{
+    CoefV c;
+    c.c1 = _mm_add_ps(t, _mm_set1_ps(1.0f));
+    c.c2 = _mm_mul_ps(_mm_mul_ps(t, _mm_set1_ps(0.5f)), c.c1);
+    c.c3 = _mm_mul_ps(_mm_mul_ps(_mm_sub_ps(t, _mm_set1_ps(1.0f)), _mm_set1_ps(kThirdV)), c.c2);
+    return c;
+}
+
+/* The grouped order on four samples: the unrounded value. */
+inline __m128 cubic_v(const CoefV &c, __m128 s0, __m128 s1, __m128 s2, __m128 s3)
+{
+    const __m128 d1 = _mm_sub_ps(s1, s0);
+    const __m128 d2 = _mm_sub_ps(_mm_sub_ps(s2, s1), d1);
+    const __m128 d3 = _mm_add_ps(_mm_sub_ps(_mm_sub_ps(s3, s2), s2), _mm_sub_ps(s1, d2));
+    return _mm_add_ps(_mm_add_ps(s0, _mm_mul_ps(c.c1, d1)),
+                      _mm_add_ps(_mm_mul_ps(c.c2, d2), _mm_mul_ps(c.c3, d3)));
+}
+
+/* Single pixel, horizontal order.  The samples are whole numbers, so the
+ * differences are exact. */
+inline Lum32f cubic_sh(Lum32f t, Lum32f s0, Lum32f s1, Lum32f s2, Lum32f s3)
+{
+    const Lum32f c1 = 1.0f + t;
+    const Lum32f c2 = (0.5f * t) * c1;
+    const Lum32f c3 = ((t - 1.0f) * c2) / 3.0f;
+    const Lum32f d1 = s1 - s0;
+    const Lum32f d2 = (s2 - s1) - d1;
+    const Lum32f d3 = ((0.0f - ((s2 - s1) + s2)) + s3) - d2;
+    return ((s0 + c1 * d1) + c2 * d2) + c3 * d3;
+}
+
+/* Horizontal stage, one channel: groups of four columns in the grouped
+ * order, the rest one at a time.  The four bytes of a column are read as one
+ * word and the group transposed so that each vector holds one tap. */
+void coef_cubic_pl(const Lum8u *s, int32_t width, const int32_t *colOfs, const Lum32f *xFrac,
+                   Lum32f *out)
+{
+    const int32_t grouped = width & ~3;
+    for (int32_t j = 0; j < grouped; j += 4) {
+        const int32_t *c = colOfs + j;
+        __m128i v = _mm_setr_epi32((int32_t)load32(s + c[0] - 1), (int32_t)load32(s + c[1] - 1),
+                                   (int32_t)load32(s + c[2] - 1), (int32_t)load32(s + c[3] - 1));
+        /* columns x taps -> taps x columns */
+        v = _mm_unpacklo_epi8(v, _mm_srli_si128(v, 8));
+        v = _mm_unpacklo_epi8(v, _mm_srli_si128(v, 8));
+        const __m128 s0 = bytes_to_ps(v), s1 = bytes_to_ps(_mm_srli_si128(v, 4));
+        const __m128 s2 = bytes_to_ps(_mm_srli_si128(v, 8)), s3 = bytes_to_ps(_mm_srli_si128(v, 12));
+        _mm_store_ps(out + j, cubic_v(coef_v(_mm_loadu_ps(xFrac + j)), s0, s1, s2, s3));
+    }
+    for (int32_t j = grouped; j < width; ++j) {
+        const Lum8u *p = s + colOfs[j];
+        out[j] = cubic_sh(xFrac[j], p[-1], p[0], p[1], p[2]);
+    }
+}
+
+/* Horizontal stage, three channels: one pixel a group, its channels in lanes
+ * 0 to 2; lane 3 is overwritten by the next pixel and lands in the buffer's
+ * spare room after the last.  The last tap is read from one byte earlier and
+ * shifted, so no byte beyond the last sample is touched. */
+void coef_cubic_px(const Lum8u *s, int32_t width, int32_t pixelStride, const int32_t *colOfs,
+                   const Lum32f *xFrac, Lum32f *out)
+{
+    const int32_t ps = pixelStride;
+    for (int32_t j = 0; j < width; ++j) {
+        const Lum8u *p = s + colOfs[j];
+        const __m128 s0 = bytes_to_ps(_mm_cvtsi32_si128((int32_t)load32(p - ps)));
+        const __m128 s1 = bytes_to_ps(_mm_cvtsi32_si128((int32_t)load32(p)));
+        const __m128 s2 = bytes_to_ps(_mm_cvtsi32_si128((int32_t)load32(p + ps)));
+        const __m128 s3 = bytes_to_ps(_mm_cvtsi32_si128((int32_t)(load32(p + 2 * ps - 1) >> 8)));
+        _mm_storeu_ps(out + 3 * j, cubic_v(coef_v(_mm_set1_ps(xFrac[j])), s0, s1, s2, s3));
+    }
+}
+
+/* Vertical stage: count elements from the four buffers r0 (top) to r3. */
+void summ_cubic(Lum8u *d, int32_t count, Lum32f t, const Lum32f *r0, const Lum32f *r1,
+                const Lum32f *r2, const Lum32f *r3)
+{
+    const int32_t grouped = count & ~3;
+    const CoefV c = coef_v(_mm_set1_ps(t));
+    const __m128 rnd = _mm_set1_ps(kRoundV);
+    int32_t e = 0;
+    auto group = [&](int32_t at) {
+        const __m128 v = cubic_v(c, _mm_load_ps(r0 + at), _mm_load_ps(r1 + at),
+                                 _mm_load_ps(r2 + at), _mm_load_ps(r3 + at));
+        return _mm_cvttps_epi32(_mm_add_ps(v, rnd));
+    };
+    for (; e + 16 <= grouped; e += 16) {
+        const __m128i a = _mm_packs_epi32(group(e), group(e + 4));
+        const __m128i b = _mm_packs_epi32(group(e + 8), group(e + 12));
+        _mm_storeu_si128((__m128i *)(d + e), _mm_packus_epi16(a, b));
+    }
+    for (; e < grouped; e += 4) {
+        const __m128i a = _mm_packs_epi32(group(e), group(e));
+        const uint32_t v = (uint32_t)_mm_cvtsi128_si32(_mm_packus_epi16(a, a));
+        memcpy(d + e, &v, 4);
+    }
+    if (e == count)
+        return;
+    /* Single elements: the vertical order. */
+    const Lum32f c1 = 1.0f + t;
+    const Lum32f c2 = (0.5f * c1) * t;
+    const Lum32f c3 = ((t - 1.0f) * c2) / 3.0f;
+    for (; e < count; ++e) {
+        const Lum32f s0 = r0[e], s1 = r1[e], s2 = r2[e], s3 = r3[e];
+        const Lum32f d1 = s1 - s0;
+        const Lum32f d2 = (s2 - d1) - s1;
+        const Lum32f d3 = (((s3 - d2) - s2) - s2) + s1;
+        const Lum32f v = ((c1 * d1 + c2 * d2) + s0) + c3 * d3;
+        const int32_t q = (int32_t)((double)v + kRoundSV);
+        d[e] = (Lum8u)(q < 0 ? 0 : q > 255 ? 255 : q);
+    }
+}
+
+/* The row ring shared by both layouts; filter(row, buffer) runs the
+ * horizontal stage of one source row.  "Moved" and "at or beyond" are in
+ * the direction of the source step. */
+template <typename Filter>
+void cubic_rows(const Lum8u *pSrc, Lum8u *pDst, int32_t srcStep, int32_t dstStep, int32_t count,
+                int32_t height, const int32_t *rowOfs, const Lum32f *yFrac, Lum32f *b0,
+                Lum32f *b1, Lum32f *b2, Lum32f *b3, Filter filter)
+{
+    const int32_t S = srcStep;
+    const bool down = S > 0;
+    auto reached = [down](int32_t o, int32_t mark) { return down ? o >= mark : o <= mark; };
+    const int32_t o0 = rowOfs[0];
+    filter(pSrc + o0 - S, b1);
+    filter(pSrc + o0, b2);
+    filter(pSrc + o0 + S, b3);
+    Lum32f *r0 = b0, *r1 = b1, *r2 = b2, *r3 = b3;
+    int32_t previous = down ? o0 - 1 : o0 + 1;
+    for (int32_t i = 0; i < height; ++i, pDst += dstStep) {
+        const int32_t o = rowOfs[i];
+        if (down ? o > previous : o < previous) {
+            Lum32f *const t = r0;
+            r0 = r1, r1 = r2, r2 = r3, r3 = t;
+            filter(pSrc + o + 2 * S, r3);
+            if (reached(o, previous + 2 * S)) {
+                Lum32f *const u = r0;
+                r0 = r1, r1 = r2, r2 = u;
+                filter(pSrc + o + S, r2);
+                if (reached(o, previous + 3 * S)) {
+                    Lum32f *const w = r0;
+                    r0 = r1, r1 = w;
+                    filter(pSrc + o, r1);
+                    if (reached(o, previous + 4 * S))
+                        filter(pSrc + o - S, r0);
+                }
+            }
+            previous = o;
+        }
+        summ_cubic(pDst, count, yFrac[i], r0, r1, r2, r3);
+    }
+}
+
+} // namespace
+} // namespace LUMI_NS
+
+using namespace LUMI_NS;
+
+LUMI_MEMBER void LUMI_T(ownResize8plC)(const Lum8u *pSrc, Lum8u *pDst, int32_t srcStep,
+                                       int32_t dstStep, int32_t width, int32_t height,
+                                       const int32_t *rowOfs, const int32_t *colOfs,
+                                       const Lum32f *yFrac, const Lum32f *xFrac, Lum32f *buf0,
+                                       Lum32f *buf1, Lum32f *buf2, Lum32f *buf3,
+                                       int32_t pixelStride, int32_t channelCount)
+{
+    (void)pixelStride, (void)channelCount;
+    cubic_rows(pSrc, pDst, srcStep, dstStep, width, height, rowOfs, yFrac, buf0, buf1, buf2, buf3,
+               [=](const Lum8u *row, Lum32f *buf) {
+                   coef_cubic_pl(row, width, colOfs, xFrac, buf);
+               });
+}
+
+LUMI_MEMBER void LUMI_T(ownResize8pxC)(const Lum8u *pSrc, Lum8u *pDst, int32_t srcStep,
+                                       int32_t dstStep, int32_t width, int32_t height,
+                                       const int32_t *rowOfs, const int32_t *colOfs,
+                                       const Lum32f *yFrac, const Lum32f *xFrac, Lum32f *buf0,
+                                       Lum32f *buf1, Lum32f *buf2, Lum32f *buf3,
+                                       int32_t pixelStride, int32_t channelCount)
+{
+    cubic_rows(pSrc, pDst, srcStep, dstStep, width * channelCount, height, rowOfs, yFrac, buf0,
+               buf1, buf2, buf3, [=](const Lum8u *row, Lum32f *buf) {
+                   coef_cubic_px(row, width, pixelStride, colOfs, xFrac, buf);
+               });
+}

@@ -1,0 +1,287 @@
+// Cubic resize against a plain reference written from its arithmetic: the
+// window that shifts at the image's edges, the three evaluation orders and
+// which elements get each, both roundings, ring jumps, regions, steps,
+// guards and allocation failures, on every dispatch index.
+#include <gtest/gtest.h>
+
+#include <math.h>
+#include <string.h>
+
+#include <vector>
+
+#include "lumi.h"
+#include "support/alloc_fault.h"
+#include "support/guarded.h"
+#include "support/resize_ref.h"
+#include "support/tiers.h"
+
+using namespace lumitest;
+
+namespace {
+
+float from_bits(uint32_t b)
+{
+    float f;
+    memcpy(&f, &b, 4);
+    return f;
+}
+
+const float kThird = from_bits(0x3EAAAAAA);
+const float kRound = from_bits(0x3F000002);
+
+// Centre sample and t of each output position; the window shifts inward on
+// the image's first, last and last-but-one pixel.
+struct Tap {
+    int centre; // relative to the region
+    float t;
+};
+
+std::vector<Tap> cubic_taps(int first, int imgLen, const std::vector<double> &pos)
+{
+    std::vector<Tap> taps;
+    for (double p : pos) {
+        const int r = (int)(p + 1e-7), a = first + r;
+        Tap tap;
+        if (a == imgLen - 1) {
+            tap.centre = r - 2;
+            tap.t = 2.0f;
+        } else {
+            tap.centre = a == 0 ? r + 1 : a == imgLen - 2 ? r - 1 : r;
+            tap.t = (float)(p - tap.centre);
+        }
+        taps.push_back(tap);
+    }
+    return taps;
+}
+
+// Grouped order, unrounded.
+float order_v(float t, const float s[4])
+{
+    const float c1 = t + 1.0f, c2 = (t * 0.5f) * c1, c3 = ((t - 1.0f) * kThird) * c2;
+    const float d1 = s[1] - s[0], d2 = (s[2] - s[1]) - d1;
+    const float d3 = ((s[3] - s[2]) - s[2]) + (s[1] - d2);
+    return (s[0] + c1 * d1) + (c2 * d2 + c3 * d3);
+}
+
+// Horizontal single-pixel order.
+float order_sh(float t, const float s[4])
+{
+    const float c1 = 1.0f + t, c2 = (0.5f * t) * c1, c3 = ((t - 1.0f) * c2) / 3.0f;
+    const float d1 = s[1] - s[0], d2 = (s[2] - s[1]) - d1;
+    const float d3 = ((0.0f - ((s[2] - s[1]) + s[2])) + s[3]) - d2;
+    return ((s[0] + c1 * d1) + c2 * d2) + c3 * d3;
+}
+
+int clamp255(int v) { return v < 0 ? 0 : v > 255 ? 255 : v; }
+
+// Vertical orders with their roundings.
+int vertical_v(float t, const float s[4]) { return clamp255((int)truncf(order_v(t, s) + kRound)); }
+
+int vertical_sv(float t, const float s[4])
+{
+    const float c1 = 1.0f + t, c2 = (0.5f * c1) * t, c3 = ((t - 1.0f) * c2) / 3.0f;
+    const float d1 = s[1] - s[0], d2 = (s[2] - d1) - s[1];
+    const float d3 = (((s[3] - d2) - s[2]) - s[2]) + s[1];
+    const float v = ((c1 * d1 + c2 * d2) + s[0]) + c3 * d3;
+    return clamp255((int)((double)v + 0.5000001));
+}
+
+std::vector<uint8_t> cubic_reference(const View &img, LumiRect roi, int W, int H, double xf,
+                                     double yf)
+{
+    const LumiRect cut = cut_roi(roi, img.w, img.h);
+    const std::vector<Tap> cols = cubic_taps(cut.x, img.w, corner_positions(cut.width, xf, W));
+    const std::vector<Tap> rows = cubic_taps(cut.y, img.h, corner_positions(cut.height, yf, H));
+    const int ch = img.ch, count = W * ch;
+    std::vector<uint8_t> out((size_t)count * H);
+    for (int i = 0; i < H; ++i)
+        for (int j = 0; j < W; ++j)
+            for (int k = 0; k < ch; ++k) {
+                const bool groupedH = ch == 3 || j < (W & ~3);
+                float h[4];
+                for (int d = 0; d < 4; ++d) {
+                    const int y = cut.y + rows[i].centre - 1 + d, x = cut.x + cols[j].centre;
+                    float s[4];
+                    for (int e = 0; e < 4; ++e)
+                        s[e] = (float)img.at(x - 1 + e, y, k);
+                    h[d] = groupedH ? order_v(cols[j].t, s) : order_sh(cols[j].t, s);
+                }
+                const int e = j * ch + k;
+                out[(size_t)i * count + e] =
+                    (uint8_t)(e < (count & ~3) ? vertical_v(rows[i].t, h) : vertical_sv(rows[i].t, h));
+            }
+    return out;
+}
+
+void run_case(const ResizeCase &c, int ch, bool bottomUp, int dstPad = 9)
+{
+    check_resize_case(c, ch, LUMI_INTER_CUBIC, bottomUp, dstPad, cubic_reference);
+}
+
+// Regions inside, at the edges of and overhanging the image; factors up,
+// down and mixed; a destination larger than the output and one that caps it.
+const ResizeCase kCases[] = {
+    {40, 30, {0, 0, 40, 30}, {80, 60}, 2.0, 2.0},
+    {40, 30, {0, 0, 40, 30}, {40, 30}, 1.0, 1.0},
+    {40, 30, {3, 2, 31, 21}, {64, 50}, 1.5, 1.5},       // reads around the region
+    {40, 30, {5, 4, 35, 26}, {32, 32}, 0.5, 0.75},      // region at the right and lower edges
+    {40, 30, {20, 10, 100, 100}, {70, 70}, 1.7, 0.6},   // overhangs: cut to the image
+    {37, 23, {1, 1, 33, 19}, {100, 100}, 0.33, 2.9},    // destination larger than the output
+    {64, 20, {0, 3, 64, 9}, {17, 7}, 0.27, 0.8},        // dstRoiSize caps the output
+    {19, 17, {18, 0, 1, 17}, {9, 40}, 3.0, 2.0},        // one column, the image's last
+    {19, 17, {2, 16, 9, 1}, {40, 9}, 4.0, 3.0},         // one row, the image's last
+    {4, 4, {0, 0, 4, 4}, {13, 11}, 3.3, 2.9},           // one window for every position
+    {12, 12, {4, 4, 5, 5}, {60, 60}, 7.1, 5.9},
+    {50, 9, {1, 0, 48, 9}, {200, 30}, 1.25, 3.3},
+};
+
+class ResizeCubic : public TierTest {};
+
+TEST_P(ResizeCubic, MatchesReference)
+{
+    for (const ResizeCase &c : kCases)
+        for (int ch : {1, 3})
+            for (bool bottomUp : {false, true})
+                run_case(c, ch, bottomUp);
+}
+
+// Factors well below 1 make the row offset jump by two, three, four rows and
+// more between output rows, each jump refilling part or all of the ring.
+TEST_P(ResizeCubic, RingJumps)
+{
+    for (double yf : {0.7, 0.45, 0.3, 0.26, 0.12})
+        for (int ch : {1, 3})
+            for (bool bottomUp : {false, true})
+                run_case(ResizeCase{21, 60, {2, 1, 17, 58}, {40, 40}, 1.3, yf}, ch, bottomUp);
+}
+
+// Every output width from 1 to five groups and more: C1 switches between the
+// grouped and the single orders at W & ~3 in both stages (W 3 is all single,
+// W 5 has one single column); C3 at 3 W & ~3 in the vertical stage.
+TEST_P(ResizeCubic, EveryWidthThroughTheOrders)
+{
+    for (int w = 1; w <= 23; ++w)
+        for (int ch : {1, 3}) {
+            run_case(ResizeCase{30, 9, {3, 1, 27, 7}, {w, 9}, w / 27.0, 1.2}, ch, false, 0);
+            run_case(ResizeCase{w + 5, 6, {0, 0, w + 5, 6}, {w, 6}, 1.0 / 1.5, 1.0}, ch, false, 0);
+        }
+}
+
+// A source step of zero reads row 0 for every row; a negative destination
+// step writes bottom-up.
+TEST_P(ResizeCubic, ZeroAndNegativeSteps)
+{
+    for (int ch : {1, 3}) {
+        Source src(30, 1, ch, 3);
+        const View v{src.buf.data(), 0, 30, 9, ch};
+        GuardedImage dst(45, 13, ch);
+        const LumiRect roi{0, 0, 30, 9};
+        ASSERT_EQ(resize_fn(ch)(v.p, LumiSize{30, 9}, 0, roi, dst.data(), dst.step,
+                                LumiSize{45, 13}, 1.5, 1.5, LUMI_INTER_CUBIC),
+                  lumStsNoErr);
+        EXPECT_EQ(dst.region(), cubic_reference(v, roi, 45, 13, 1.5, 1.5)) << "ch " << ch;
+        EXPECT_TRUE(dst.guard_intact());
+
+        Source img(20, 20, ch, 8);
+        GuardedImage flip(30, 30, ch);
+        const LumiRect all{0, 0, 20, 20};
+        ASSERT_EQ(resize_fn(ch)(img.buf.data(), LumiSize{20, 20}, img.step, all, flip.row(29),
+                                -flip.step, LumiSize{30, 30}, 1.5, 1.5, LUMI_INTER_CUBIC),
+                  lumStsNoErr);
+        const std::vector<uint8_t> want = cubic_reference(img.view(false), all, 30, 30, 1.5, 1.5);
+        for (int y = 0; y < 30; ++y)
+            ASSERT_EQ(memcmp(flip.row(29 - y), &want[(size_t)y * 30 * ch], 30 * ch), 0) << y;
+        EXPECT_TRUE(flip.guard_intact());
+    }
+}
+
+// Worked values: output 0 sits on the image's first pixel (centre 1, t -1)
+// and returns it exactly; overshoot beyond 0 and 255 is limited only at the
+// end; the last pixel (t 2 on a centre two back) comes back through both
+// vertical orders.
+TEST_P(ResizeCubic, WorkedValues)
+{
+    // A step from 0 to 255 overshoots on both sides when upscaled.
+    uint8_t src[8 * 8];
+    for (int y = 0; y < 8; ++y)
+        for (int x = 0; x < 8; ++x)
+            src[y * 8 + x] = x < 4 ? 0 : 255;
+    uint8_t out[6 * 29];
+    ASSERT_EQ(lumiResize_8u_C1R(src, LumiSize{8, 8}, 8, LumiRect{0, 0, 8, 8}, out, 29,
+                                LumiSize{29, 6}, 3.625, 0.75, LUMI_INTER_CUBIC),
+              lumStsNoErr);
+    for (int y = 0; y < 6; ++y) {
+        EXPECT_EQ(out[y * 29], 0);
+        EXPECT_EQ(out[y * 29 + 28], 255);
+        for (int x = 0; x < 29; ++x) {
+            const int want = x < 12 ? 0 : x > 16 ? 255 : -1; // the step itself lies between
+            if (want >= 0)
+                EXPECT_EQ(out[y * 29 + x], want) << x << "," << y;
+        }
+    }
+    const Source img(9, 9, 1, 77);
+    uint8_t same[9 * 9];
+    ASSERT_EQ(lumiResize_8u_C1R(img.buf.data(), LumiSize{9, 9}, img.step, LumiRect{0, 0, 9, 9},
+                                same, 9, LumiSize{9, 9}, 1.0, 1.0, LUMI_INTER_CUBIC),
+              lumStsNoErr);
+    for (int y = 0; y < 9; ++y)
+        for (int x = 0; x < 9; ++x)
+            EXPECT_EQ(same[y * 9 + x], img.row(y)[x]) << x << "," << y;
+}
+
+LUMI_INSTANTIATE_TIERS(ResizeCubic);
+
+// Every tier gives the same bytes.
+TEST(ResizeCubicTiers, AllTiersAgree)
+{
+    const ResizeCase c{61, 37, {2, 3, 55, 30}, {100, 100}, 1.37, 0.61};
+    std::vector<uint8_t> first[2];
+    for (int index : tier_indices())
+        for (int ch : {1, 3}) {
+            force_index(index);
+            Source src(c.imgW, c.imgH, ch, 4);
+            std::vector<uint8_t> out((size_t)75 * 18 * ch);
+            ASSERT_EQ(resize_fn(ch)(src.buf.data(), LumiSize{c.imgW, c.imgH}, src.step, c.roi,
+                                    out.data(), 75 * ch, LumiSize{75, 18}, c.xf, c.yf,
+                                    LUMI_INTER_CUBIC),
+                      lumStsNoErr);
+            std::vector<uint8_t> &f = first[ch == 3];
+            if (f.empty())
+                f = out;
+            EXPECT_EQ(out, f) << "index " << index << " ch " << ch;
+        }
+    lumStaticInit();
+}
+
+class ResizeCubicAlloc : public TierTest {};
+
+// Offsets, fractions and four row buffers: a failure at any of the eight
+// frees the others and writes nothing.
+TEST_P(ResizeCubicAlloc, EachFailureFreesAllAndWritesNothing)
+{
+    for (int ch : {1, 3}) {
+        Source src(30, 20, ch, 9);
+        GuardedImage dst(45, 30, ch);
+        dst.fill_random(10);
+        const std::vector<uint8_t> before = dst.region();
+        const int count = for_each_alloc_failure(
+            [&] {
+                return resize_fn(ch)(src.buf.data(), LumiSize{30, 20}, src.step,
+                                     LumiRect{0, 0, 30, 20}, dst.data(), dst.step,
+                                     LumiSize{45, 30}, 1.5, 1.5, LUMI_INTER_CUBIC);
+            },
+            [&](LumStatus st, int failedAt, int outstanding) {
+                EXPECT_EQ(st, lumStsMemAllocErr) << "allocation " << failedAt;
+                EXPECT_EQ(outstanding, 0) << "allocation " << failedAt;
+            });
+        EXPECT_EQ(count, 8);
+        EXPECT_TRUE(dst.guard_intact());
+        // The clean run wrote; failing runs must not have changed what it wrote.
+        std::vector<uint8_t> clean = dst.region();
+        EXPECT_EQ(clean, cubic_reference(src.view(false), LumiRect{0, 0, 30, 20}, 45, 30, 1.5, 1.5));
+    }
+}
+
+LUMI_INSTANTIATE_TIERS(ResizeCubicAlloc);
+
+} // namespace
