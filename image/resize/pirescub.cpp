@@ -224,6 +224,28 @@ void cubic_rows(const Lum8u *pSrc, Lum8u *pDst, int32_t srcStep, int32_t dstStep
 
 using namespace LUMI_NS;
 
+/* The stages as members: horizontal for one and three channels, vertical for
+ * a plain row of elements. */
+LUMI_MEMBER void LUMI_T(ownpi_CoefCubic8pl)(const Lum8u *src, int32_t width, const int32_t *colOfs,
+                                            const Lum32f *xFrac, Lum32f *out)
+{
+    coef_cubic_pl(src, width, colOfs, xFrac, out);
+}
+
+LUMI_MEMBER void LUMI_T(ownpi_CoefCubic8px)(const Lum8u *src, int32_t width, int32_t pixelStride,
+                                            const int32_t *colOfs, const Lum32f *xFrac,
+                                            Lum32f *out)
+{
+    coef_cubic_px(src, width, pixelStride, colOfs, xFrac, out);
+}
+
+LUMI_MEMBER void LUMI_T(ownpi_SummCubic8pl)(Lum8u *dst, int32_t count, const Lum32f *yFrac,
+                                            const Lum32f *r0, const Lum32f *r1, const Lum32f *r2,
+                                            const Lum32f *r3)
+{
+    summ_cubic(dst, count, *yFrac, r0, r1, r2, r3);
+}
+
 LUMI_MEMBER void LUMI_T(ownResize8plC)(const Lum8u *pSrc, Lum8u *pDst, int32_t srcStep,
                                        int32_t dstStep, int32_t width, int32_t height,
                                        const int32_t *rowOfs, const int32_t *colOfs,

@@ -107,7 +107,15 @@ LUMI_MEMBER void LUMI_T(ownResize8pxL)(const Lum8u *pSrc, Lum8u *pDst, int32_t s
                                        const Lum16u *yFrac, const Lum16u *xWeights, Lum16u *bufA,
                                        Lum16u *bufB, int32_t pixelStride, int32_t channelCount);
 
-/* Cubic (pirescub.cpp). */
+/* Cubic (pirescub.cpp): the stages and the kernels. */
+LUMI_MEMBER void LUMI_T(ownpi_CoefCubic8pl)(const Lum8u *src, int32_t width, const int32_t *colOfs,
+                                            const Lum32f *xFrac, Lum32f *out);
+LUMI_MEMBER void LUMI_T(ownpi_CoefCubic8px)(const Lum8u *src, int32_t width, int32_t pixelStride,
+                                            const int32_t *colOfs, const Lum32f *xFrac,
+                                            Lum32f *out);
+LUMI_MEMBER void LUMI_T(ownpi_SummCubic8pl)(Lum8u *dst, int32_t count, const Lum32f *yFrac,
+                                            const Lum32f *r0, const Lum32f *r1, const Lum32f *r2,
+                                            const Lum32f *r3);
 LUMI_MEMBER void LUMI_T(ownResize8plC)(const Lum8u *pSrc, Lum8u *pDst, int32_t srcStep,
                                        int32_t dstStep, int32_t width, int32_t height,
                                        const int32_t *rowOfs, const int32_t *colOfs,
@@ -125,6 +133,13 @@ LUMI_MEMBER void LUMI_T(ownResize8pxC)(const Lum8u *pSrc, Lum8u *pDst, int32_t s
  * the kernel table, and the kernels. */
 LUMI_MEMBER void LUMI_T(ownpi_Lanczos3)(const Lum32f *frac, int32_t count, Lum32f *weights,
                                         const Lum32f *table);
+LUMI_MEMBER void LUMI_T(ownpi_RowLanczos8pl)(const Lum8u *src, const int32_t *colOfs,
+                                             const Lum32f *xWeights, Lum32f *out, int32_t width,
+                                             int32_t roiX, int32_t imgW);
+LUMI_MEMBER void LUMI_T(ownpi_RowLanczos8px)(const Lum8u *src, int32_t pixelStride,
+                                             const int32_t *colOfs, const Lum32f *xWeights,
+                                             Lum32f *out, int32_t width, int32_t roiX,
+                                             int32_t imgW);
 LUMI_MEMBER void LUMI_T(ownResize8plLz3)(const Lum8u *pSrc, Lum8u *pDst, int32_t srcStep,
                                          int32_t dstStep, int32_t width, int32_t height,
                                          const int32_t *rowOfs, const int32_t *colOfs,

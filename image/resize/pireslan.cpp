@@ -343,6 +343,22 @@ LUMI_MEMBER void LUMI_T(ownpi_Lanczos3)(const Lum32f *frac, int32_t count, Lum32
     }
 }
 
+/* The horizontal stage of one source row, both layouts. */
+LUMI_MEMBER void LUMI_T(ownpi_RowLanczos8pl)(const Lum8u *src, const int32_t *colOfs,
+                                             const Lum32f *xWeights, Lum32f *out, int32_t width,
+                                             int32_t roiX, int32_t imgW)
+{
+    row_lanczos<1>(src, 1, colOfs, xWeights, out, width, roiX, imgW);
+}
+
+LUMI_MEMBER void LUMI_T(ownpi_RowLanczos8px)(const Lum8u *src, int32_t pixelStride,
+                                             const int32_t *colOfs, const Lum32f *xWeights,
+                                             Lum32f *out, int32_t width, int32_t roiX,
+                                             int32_t imgW)
+{
+    row_lanczos<3>(src, pixelStride, colOfs, xWeights, out, width, roiX, imgW);
+}
+
 LUMI_MEMBER void LUMI_T(ownResize8plLz3)(const Lum8u *pSrc, Lum8u *pDst, int32_t srcStep,
                                          int32_t dstStep, int32_t width, int32_t height,
                                          const int32_t *rowOfs, const int32_t *colOfs,
@@ -356,7 +372,7 @@ LUMI_MEMBER void LUMI_T(ownResize8plLz3)(const Lum8u *pSrc, Lum8u *pDst, int32_t
     Lum32f *const buf[6] = {buf0, buf1, buf2, buf3, buf4, buf5};
     lanczos_rows(pSrc, pDst, srcStep, dstStep, width, height, rowOfs, yWeights, buf, roiY, imgH,
                  vertFlag, [=](const Lum8u *row, Lum32f *out) {
-                     row_lanczos<1>(row, 1, colOfs, xWeights, out, width, roiX, imgW);
+                     LUMI_T(ownpi_RowLanczos8pl)(row, colOfs, xWeights, out, width, roiX, imgW);
                  });
 }
 
@@ -372,6 +388,7 @@ LUMI_MEMBER void LUMI_T(ownResize8pxLz3)(const Lum8u *pSrc, Lum8u *pDst, int32_t
     Lum32f *const buf[6] = {buf0, buf1, buf2, buf3, buf4, buf5};
     lanczos_rows(pSrc, pDst, srcStep, dstStep, width * channelCount, height, rowOfs, yWeights, buf,
                  roiY, imgH, vertFlag, [=](const Lum8u *row, Lum32f *out) {
-                     row_lanczos<3>(row, pixelStride, colOfs, xWeights, out, width, roiX, imgW);
+                     LUMI_T(ownpi_RowLanczos8px)(row, pixelStride, colOfs, xWeights, out, width,
+                                                 roiX, imgW);
                  });
 }

@@ -7,12 +7,14 @@
 #include <gtest/gtest.h>
 
 #include <stdint.h>
+#include <string.h>
 
 #include <algorithm>
 #include <functional>
 #include <vector>
 
 #include "lumi.h"
+#include "support/alloc_fault.h"
 #include "support/guarded.h"
 
 namespace lumitest {
@@ -145,6 +147,32 @@ inline void check_resize_case(const ResizeCase &c, int ch, int method, bool bott
                               << " expected " << expect;
         }
     EXPECT_EQ(bad, 0);
+}
+
+// Runs a 30 x 20 to 45 x 30 resize with each allocation failing in turn:
+// every failure must give lumStsMemAllocErr, free what was taken and leave
+// the destination as it was.  Returns the number of allocations of a run.
+inline int check_alloc_failures(int ch, int method)
+{
+    Source src(30, 20, ch, 9);
+    GuardedImage dst(45, 30, ch);
+    dst.fill_random(10);
+    const std::vector<uint8_t> before = dst.region();
+    const int count = for_each_alloc_failure(
+        [&] {
+            for (int y = 0; y < 30; ++y)
+                memcpy(dst.row(y), &before[(size_t)y * 45 * ch], 45 * ch);
+            return resize_fn(ch)(src.buf.data(), LumiSize{30, 20}, src.step,
+                                 LumiRect{0, 0, 30, 20}, dst.data(), dst.step, LumiSize{45, 30},
+                                 1.5, 1.5, method);
+        },
+        [&](LumStatus st, int failedAt, int outstanding) {
+            EXPECT_EQ(st, lumStsMemAllocErr) << "allocation " << failedAt;
+            EXPECT_EQ(outstanding, 0) << "allocation " << failedAt;
+            EXPECT_EQ(dst.region(), before) << "allocation " << failedAt;
+        });
+    EXPECT_TRUE(dst.guard_intact());
+    return count;
 }
 
 } // namespace lumitest
