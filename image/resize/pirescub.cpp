@@ -35,6 +35,11 @@
  * once while the rows advance.
  */
 #include <emmintrin.h>
+#if LUMI_TIER_LEVEL >= LUMI_TIER_AVX
+#include <immintrin.h>
+#elif LUMI_TIER_LEVEL >= LUMI_TIER_SSSE3
+#include <tmmintrin.h>
+#endif
 #include <string.h>
 
 #include "piresize.h"
@@ -53,34 +58,60 @@ inline uint32_t load32(const void *p)
     return v;
 }
 
-inline __m128 bytes_to_ps(__m128i v8)
+/* The low four bytes, widened to 32-bit lanes. */
+inline __m128i bytes_to_epi32(__m128i v8)
 {
     const __m128i zero = _mm_setzero_si128();
-    return _mm_cvtepi32_ps(_mm_unpacklo_epi16(_mm_unpacklo_epi8(v8, zero), zero));
+    return _mm_unpacklo_epi16(_mm_unpacklo_epi8(v8, zero), zero);
+}
+
+inline __m128 bytes_to_ps(__m128i v8) { return _mm_cvtepi32_ps(bytes_to_epi32(v8)); }
+
+/* Lane-wise float arithmetic on 4 lanes, and on 8 in the AVX tier, so that
+ * one formula serves both widths. */
+inline __m128 vadd(__m128 a, __m128 b) { return _mm_add_ps(a, b); }
+inline __m128 vsub(__m128 a, __m128 b) { return _mm_sub_ps(a, b); }
+inline __m128 vmul(__m128 a, __m128 b) { return _mm_mul_ps(a, b); }
+inline void vsplat(__m128 &v, Lum32f x) { v = _mm_set1_ps(x); }
+#if LUMI_TIER_LEVEL >= LUMI_TIER_AVX
+inline __m256 vadd(__m256 a, __m256 b) { return _mm256_add_ps(a, b); }
+inline __m256 vsub(__m256 a, __m256 b) { return _mm256_sub_ps(a, b); }
+inline __m256 vmul(__m256 a, __m256 b) { return _mm256_mul_ps(a, b); }
+inline void vsplat(__m256 &v, Lum32f x) { v = _mm256_set1_ps(x); }
+#endif
+
+template <typename V>
+inline V splat(Lum32f x)
+{
+    V v;
+    vsplat(v, x);
+    return v;
 }
 
 /* Coefficients of t, grouped order. */
+template <typename V>
 struct CoefV {
-    __m128 c1, c2, c3;
+    V c1, c2, c3;
 };
 
-inline CoefV coef_v(__m128 t)
+template <typename V>
+inline CoefV<V> coef_v(V t)
 {
-    CoefV c;
-    c.c1 = _mm_add_ps(t, _mm_set1_ps(1.0f));
-    c.c2 = _mm_mul_ps(_mm_mul_ps(t, _mm_set1_ps(0.5f)), c.c1);
-    c.c3 = _mm_mul_ps(_mm_mul_ps(_mm_sub_ps(t, _mm_set1_ps(1.0f)), _mm_set1_ps(kThirdV)), c.c2);
+    CoefV<V> c;
+    c.c1 = vadd(t, splat<V>(1.0f));
+    c.c2 = vmul(vmul(t, splat<V>(0.5f)), c.c1);
+    c.c3 = vmul(vmul(vsub(t, splat<V>(1.0f)), splat<V>(kThirdV)), c.c2);
     return c;
 }
 
 /* The grouped order on four samples: the unrounded value. */
-inline __m128 cubic_v(const CoefV &c, __m128 s0, __m128 s1, __m128 s2, __m128 s3)
+template <typename V>
+inline V cubic_v(const CoefV<V> &c, V s0, V s1, V s2, V s3)
 {
-    const __m128 d1 = _mm_sub_ps(s1, s0);
-    const __m128 d2 = _mm_sub_ps(_mm_sub_ps(s2, s1), d1);
-    const __m128 d3 = _mm_add_ps(_mm_sub_ps(_mm_sub_ps(s3, s2), s2), _mm_sub_ps(s1, d2));
-    return _mm_add_ps(_mm_add_ps(s0, _mm_mul_ps(c.c1, d1)),
-                      _mm_add_ps(_mm_mul_ps(c.c2, d2), _mm_mul_ps(c.c3, d3)));
+    const V d1 = vsub(s1, s0);
+    const V d2 = vsub(vsub(s2, s1), d1);
+    const V d3 = vadd(vsub(vsub(s3, s2), s2), vsub(s1, d2));
+    return vadd(vadd(s0, vmul(c.c1, d1)), vadd(vmul(c.c2, d2), vmul(c.c3, d3)));
 }
 
 /* Single pixel, horizontal order.  The samples are whole numbers, so the
@@ -96,20 +127,53 @@ inline Lum32f cubic_sh(Lum32f t, Lum32f s0, Lum32f s1, Lum32f s2, Lum32f s3)
     return ((s0 + c1 * d1) + c2 * d2) + c3 * d3;
 }
 
+/* The four taps of four columns, tap-major: byte 4 tap + k is the sample
+ * at colOfs[k] - 1 + tap.  Where the group is narrow and not at the row's
+ * end, one 16-byte load and a byte shuffle (SSSE3 and up) replace the four
+ * word loads; the load reads only bytes that the row's samples cover.
+ * Column offsets never decrease (positions grow by a step of at least 0). */
+inline __m128i gather_taps(const Lum8u *s, const int32_t *c, int32_t lastOfs)
+{
+#if LUMI_TIER_LEVEL >= LUMI_TIER_SSSE3
+    if (c[3] - c[0] <= 12 && c[0] + 12 <= lastOfs) {
+        __m128i d = _mm_sub_epi32(_mm_loadu_si128((const __m128i *)c), _mm_set1_epi32(c[0]));
+        d = _mm_packs_epi32(d, d);
+        d = _mm_shuffle_epi32(_mm_packus_epi16(d, d), 0);
+        const __m128i mask =
+            _mm_add_epi8(d, _mm_setr_epi8(0, 0, 0, 0, 1, 1, 1, 1, 2, 2, 2, 2, 3, 3, 3, 3));
+        return _mm_shuffle_epi8(_mm_loadu_si128((const __m128i *)(s + c[0] - 1)), mask);
+    }
+#endif
+    (void)lastOfs;
+    __m128i v = _mm_setr_epi32((int32_t)load32(s + c[0] - 1), (int32_t)load32(s + c[1] - 1),
+                               (int32_t)load32(s + c[2] - 1), (int32_t)load32(s + c[3] - 1));
+    /* columns x taps -> taps x columns */
+    v = _mm_unpacklo_epi8(v, _mm_srli_si128(v, 8));
+    return _mm_unpacklo_epi8(v, _mm_srli_si128(v, 8));
+}
+
 /* Horizontal stage, one channel: groups of four columns in the grouped
- * order, the rest one at a time.  The four bytes of a column are read as one
- * word and the group transposed so that each vector holds one tap. */
+ * order, the rest one at a time. */
 void coef_cubic_pl(const Lum8u *s, int32_t width, const int32_t *colOfs, const Lum32f *xFrac,
                    Lum32f *out)
 {
     const int32_t grouped = width & ~3;
-    for (int32_t j = 0; j < grouped; j += 4) {
-        const int32_t *c = colOfs + j;
-        __m128i v = _mm_setr_epi32((int32_t)load32(s + c[0] - 1), (int32_t)load32(s + c[1] - 1),
-                                   (int32_t)load32(s + c[2] - 1), (int32_t)load32(s + c[3] - 1));
-        /* columns x taps -> taps x columns */
-        v = _mm_unpacklo_epi8(v, _mm_srli_si128(v, 8));
-        v = _mm_unpacklo_epi8(v, _mm_srli_si128(v, 8));
+    const int32_t lastOfs = width > 0 ? colOfs[width - 1] : 0;
+    int32_t j = 0;
+#if LUMI_TIER_LEVEL >= LUMI_TIER_AVX
+    for (; j + 8 <= grouped; j += 8) {
+        const __m128i a = gather_taps(s, colOfs + j, lastOfs);
+        const __m128i b = gather_taps(s, colOfs + j + 4, lastOfs);
+        __m256 t[4];
+        for (int32_t k = 0; k < 4; ++k)
+            t[k] = _mm256_cvtepi32_ps(_mm256_insertf128_si256(
+                _mm256_castsi128_si256(bytes_to_epi32(_mm_srli_si128(a, 4 * k))),
+                bytes_to_epi32(_mm_srli_si128(b, 4 * k)), 1));
+        _mm256_store_ps(out + j, cubic_v(coef_v(_mm256_loadu_ps(xFrac + j)), t[0], t[1], t[2], t[3]));
+    }
+#endif
+    for (; j < grouped; j += 4) {
+        const __m128i v = gather_taps(s, colOfs + j, lastOfs);
         const __m128 s0 = bytes_to_ps(v), s1 = bytes_to_ps(_mm_srli_si128(v, 4));
         const __m128 s2 = bytes_to_ps(_mm_srli_si128(v, 8)), s3 = bytes_to_ps(_mm_srli_si128(v, 12));
         _mm_store_ps(out + j, cubic_v(coef_v(_mm_loadu_ps(xFrac + j)), s0, s1, s2, s3));
@@ -143,7 +207,7 @@ void summ_cubic(Lum8u *d, int32_t count, Lum32f t, const Lum32f *r0, const Lum32
                 const Lum32f *r2, const Lum32f *r3)
 {
     const int32_t grouped = count & ~3;
-    const CoefV c = coef_v(_mm_set1_ps(t));
+    const CoefV<__m128> c = coef_v(_mm_set1_ps(t));
     const __m128 rnd = _mm_set1_ps(kRoundV);
     int32_t e = 0;
     auto group = [&](int32_t at) {
