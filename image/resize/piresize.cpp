@@ -28,8 +28,6 @@
  *     marked line of run_lanczos();
  *   - supersampling continues in ownpiDecimateSuper after the output size.
  */
-#include <math.h>
-
 #include "piresize.h"
 
 /* ------------------------------------------------------ tables of kernels -- */
@@ -51,8 +49,6 @@ LUMI_MEMBER const LUMI_NS::ResizeLanczosFn LUMI_T(ownResizeInterLanczos)[6] = {
 
 namespace LUMI_NS {
 namespace {
-
-const double kIndexGuard = 1e-7;
 
 /* The region after cutting, the scaled size and the output size. */
 struct ResizeGeometry {
@@ -86,7 +82,7 @@ LumStatus check_args(const Lum8u *pSrc, int32_t srcWidth, int32_t srcHeight, Lum
  * no size either and counts as empty. */
 LumStatus output_length(double scaled, int32_t limit, int32_t *out)
 {
-    const double v = scaled + kIndexGuard;
+    const double v = scaled + kResizeGuard;
     if (v >= (double)limit) {
         *out = limit;
         return lumStsNoErr;
@@ -261,8 +257,9 @@ LumStatus run_cubic(const ResizeJob &job)
     LUMI_T(ownpi_TableCubic)(&job.rows, ofs.rows, frac.rows);
     LUMI_T(ownpi_TableCubic)(&job.cols, ofs.cols, frac.cols);
     LUMI_T(ownResizeInterCubic)[job.slot](job.src, job.dst, job.srcStep, job.dstStep, W, H,
-                                          ofs.rows, ofs.cols, frac.rows, frac.cols, buf[0], buf[1], buf[2],
-                                          buf[3], job.pixelStride, job.channelCount);
+                                          ofs.rows, ofs.cols, frac.rows, frac.cols, buf[0],
+                                          buf[1], buf[2], buf[3], job.pixelStride,
+                                          job.channelCount);
     release(b);
     return lumStsNoErr;
 }
@@ -373,8 +370,7 @@ LUMI_MEMBER LumStatus LUMI_T(ownpiResize)(const Lum8u *pSrc, int32_t srcWidth, i
     job.imgH = srcHeight - job.g.roi.y;
     job.yFactor = yFactor;
     job.rows = ResizeAxis{yShift + y0, yStep, job.g.height, srcStep, job.g.roi.y, srcHeight};
-    job.cols = ResizeAxis{xShift + x0, xStep, job.g.width, oneChannel ? 1 : pixelStride,
-                          job.g.roi.x, srcWidth};
+    job.cols = ResizeAxis{xShift + x0, xStep, job.g.width, pixelStride, job.g.roi.x, srcWidth};
 
     switch (method) {
     case LUMI_INTER_NN: return run_nn(job);
@@ -401,8 +397,6 @@ LUMI_MEMBER LumStatus LUMI_T(ownpiDecimateSuper)(const Lum8u *pSrc, LumiSize src
     st = cut_and_size(srcSize.width, srcSize.height, srcRoi, dstRoiSize, xFactor, yFactor, &g);
     if (st != lumStsNoErr)
         return st;
-    (void)srcStep, (void)pDst, (void)dstStep, (void)pixelStride, (void)channelCount;
-    (void)dataTypeCode, (void)planarFlag;
     /* The supersampling kernels continue from here. */
     return lumStsInterpolationErr;
 }

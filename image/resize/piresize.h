@@ -13,6 +13,11 @@
 
 namespace LUMI_NS {
 
+/* Added to a position before truncating it to an index, and to a scaled
+ * length before truncating it to a size: a value a hair below an integer
+ * counts as that integer.  One constant for every table and size. */
+const double kResizeGuard = 1e-7;
+
 /* Nearest neighbour: source base, pDst, dstStep, W, H, row offsets,
  * column offsets, pixelStride. */
 typedef void (*ResizeNNFn)(const Lum8u *pSrc, Lum8u *pDst, int32_t dstStep, int32_t width,

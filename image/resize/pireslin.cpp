@@ -26,6 +26,9 @@
  */
 #include <emmintrin.h>
 #include <string.h>
+#if LUMI_TIER_LEVEL >= LUMI_TIER_SSSE3
+#include <tmmintrin.h>
+#endif
 
 #include "piresize.h"
 
@@ -46,72 +49,219 @@ inline uint32_t load32(const void *p)
     return v;
 }
 
-/* Horizontal stage, one channel. */
-void coef_linear_pl(const Lum8u *s, int32_t width, const int32_t *colOfs, const Lum16u *xw,
-                    Lum16u *out)
+/* The pixel pairs (a, b) of eight outputs as 16-bit lanes, b in the high
+ * byte, read one pair at a time. */
+inline __m128i pairs8_insert(const Lum8u *s, const int32_t *c)
+{
+    __m128i v = _mm_cvtsi32_si128(load16(s + c[0]));
+    v = _mm_insert_epi16(v, load16(s + c[1]), 1);
+    v = _mm_insert_epi16(v, load16(s + c[2]), 2);
+    v = _mm_insert_epi16(v, load16(s + c[3]), 3);
+    v = _mm_insert_epi16(v, load16(s + c[4]), 4);
+    v = _mm_insert_epi16(v, load16(s + c[5]), 5);
+    v = _mm_insert_epi16(v, load16(s + c[6]), 6);
+    return _mm_insert_epi16(v, load16(s + c[7]), 7);
+}
+
+/* Shuffle mask for a group whose pairs lie within 16 bytes of its first
+ * pixel (see shuffle_groups): lane k takes bytes d and d + 1 of the 16 bytes
+ * from the first pixel, d = c[k] - c[0], as the 16-bit value 257 d + 256.
+ * Only tiers with a byte shuffle take this path. */
+inline __m128i shuffle_mask(const int32_t *c)
+{
+#if LUMI_TIER_LEVEL >= LUMI_TIER_SSSE3
+    const __m128i base = _mm_set1_epi32(c[0]);
+    const __m128i d0 = _mm_sub_epi32(_mm_loadu_si128((const __m128i *)c), base);
+    const __m128i d1 = _mm_sub_epi32(_mm_loadu_si128((const __m128i *)(c + 4)), base);
+    const __m128i d = _mm_packs_epi32(d0, d1);
+    return _mm_add_epi16(_mm_mullo_epi16(d, _mm_set1_epi16(257)), _mm_set1_epi16(256));
+#else
+    (void)c;
+    return _mm_setzero_si128();
+#endif
+}
+
+inline __m128i pairs8_shuffle(const Lum8u *first, __m128i mask)
+{
+#if LUMI_TIER_LEVEL >= LUMI_TIER_SSSE3
+    return _mm_shuffle_epi8(_mm_loadu_si128((const __m128i *)first), mask);
+#else
+    (void)first;
+    return mask;
+#endif
+}
+
+/* The number of leading pixels, in whole groups of eight, that may take the
+ * shuffle: each group's pairs lie within 16 bytes of its first pixel, and
+ * the 16-byte load ends at or before the last byte the row needs anyway.
+ * Column offsets are the same for every row, so this is settled once. */
+int32_t shuffle_groups(int32_t width, const int32_t *colOfs)
+{
+#if LUMI_TIER_LEVEL >= LUMI_TIER_SSSE3
+    const int32_t lastByte = colOfs[width - 1] + 1;
+    int32_t j = 0;
+    while (j + 8 <= width && colOfs[j + 7] - colOfs[j] <= 14 && colOfs[j] + 15 <= lastByte)
+        j += 8;
+    return j;
+#else
+    (void)width, (void)colOfs;
+    return 0;
+#endif
+}
+
+/* Eight outputs of the horizontal stage from their pixel pairs. */
+inline void coef8(__m128i v, const Lum16u *xw, Lum16u *out)
 {
     const __m128i zero = _mm_setzero_si128(), rnd = _mm_set1_epi32(128);
+    const __m128i w0 = _mm_loadu_si128((const __m128i *)xw);
+    const __m128i w1 = _mm_loadu_si128((const __m128i *)(xw + 8));
+    __m128i r0 = _mm_madd_epi16(_mm_unpacklo_epi8(v, zero), w0);
+    __m128i r1 = _mm_madd_epi16(_mm_unpackhi_epi8(v, zero), w1);
+    r0 = _mm_srai_epi32(_mm_add_epi32(r0, rnd), 8);
+    r1 = _mm_srai_epi32(_mm_add_epi32(r1, rnd), 8);
+    _mm_storeu_si128((__m128i *)out, _mm_packs_epi32(r0, r1));
+}
+
+/* Horizontal stage, one channel, for N source rows that share the column
+ * tables (two when the ring needs both rows of a pair); the first `shuffled`
+ * pixels go by shuffle. */
+template <int N>
+void coef_linear_pl(const Lum8u *const *s, int32_t width, const int32_t *colOfs,
+                    const Lum16u *xw, Lum16u *const *out, int32_t shuffled)
+{
     int32_t j = 0;
-    for (; j + 8 <= width; j += 8) {
-        const int32_t *c = colOfs + j;
-        __m128i v = _mm_cvtsi32_si128(load16(s + c[0]));
-        v = _mm_insert_epi16(v, load16(s + c[1]), 1);
-        v = _mm_insert_epi16(v, load16(s + c[2]), 2);
-        v = _mm_insert_epi16(v, load16(s + c[3]), 3);
-        v = _mm_insert_epi16(v, load16(s + c[4]), 4);
-        v = _mm_insert_epi16(v, load16(s + c[5]), 5);
-        v = _mm_insert_epi16(v, load16(s + c[6]), 6);
-        v = _mm_insert_epi16(v, load16(s + c[7]), 7);
-        const __m128i w0 = _mm_loadu_si128((const __m128i *)(xw + 2 * j));
-        const __m128i w1 = _mm_loadu_si128((const __m128i *)(xw + 2 * j + 8));
-        __m128i r0 = _mm_madd_epi16(_mm_unpacklo_epi8(v, zero), w0);
-        __m128i r1 = _mm_madd_epi16(_mm_unpackhi_epi8(v, zero), w1);
-        r0 = _mm_srai_epi32(_mm_add_epi32(r0, rnd), 8);
-        r1 = _mm_srai_epi32(_mm_add_epi32(r1, rnd), 8);
-        _mm_storeu_si128((__m128i *)(out + j), _mm_packs_epi32(r0, r1));
+    for (; j < shuffled; j += 8) {
+        const __m128i mask = shuffle_mask(colOfs + j);
+        for (int r = 0; r < N; ++r)
+            coef8(pairs8_shuffle(s[r] + colOfs[j], mask), xw + 2 * j, out[r] + j);
     }
+    for (; j + 8 <= width; j += 8)
+        for (int r = 0; r < N; ++r)
+            coef8(pairs8_insert(s[r], colOfs + j), xw + 2 * j, out[r] + j);
     for (; j < width; ++j) {
-        const Lum8u *p = s + colOfs[j];
-        out[j] = (Lum16u)((xw[2 * j] * p[0] + xw[2 * j + 1] * p[1] + 128) >> 8);
+        const int32_t c = colOfs[j], wl = xw[2 * j], wr = xw[2 * j + 1];
+        for (int r = 0; r < N; ++r)
+            out[r][j] = (Lum16u)((wl * s[r][c] + wr * s[r][c + 1] + 128) >> 8);
     }
 }
 
-/* The three channels of pixel c and of the pixel after it, as byte pairs
- * (a0 b0 a1 b1 a2 b2 x 0), read from bytes c to c + 5 only. */
-inline uint64_t pixel_pairs_c3(const Lum8u *p)
+/* The bytes c to c + 3 (a0 a1 a2 x) of pixel c, and c + 3 to c + 5 (b0 b1
+ * b2 0) of the pixel after it, read as c + 2 to c + 5 shifted down a byte, so
+ * that nothing beyond the pair is read. */
+inline __m128i near4_c3(const Lum8u *s, const int32_t *c)
 {
-    const uint32_t a = load32(p), b = load32(p + 2) >> 8;
-    const __m128i ab = _mm_unpacklo_epi8(_mm_cvtsi32_si128((int32_t)a),
-                                         _mm_cvtsi32_si128((int32_t)b));
-    return (uint64_t)_mm_cvtsi128_si64(ab);
+    const __m128i p01 = _mm_unpacklo_epi32(_mm_cvtsi32_si128((int32_t)load32(s + c[0])),
+                                           _mm_cvtsi32_si128((int32_t)load32(s + c[1])));
+    const __m128i p23 = _mm_unpacklo_epi32(_mm_cvtsi32_si128((int32_t)load32(s + c[2])),
+                                           _mm_cvtsi32_si128((int32_t)load32(s + c[3])));
+    return _mm_unpacklo_epi64(p01, p23);
 }
 
-/* Horizontal stage, three channels: a pixel's channels share its weights.
- * Each pixel fills four lanes of which the fourth is overwritten by the next
- * pixel's store. */
-void coef_linear_px(const Lum8u *s, int32_t width, int32_t pixelStride, const int32_t *colOfs,
-                    const Lum16u *xw, Lum16u *out)
+inline __m128i far4_c3(const Lum8u *s, const int32_t *c)
 {
-    const __m128i zero = _mm_setzero_si128(), rnd = _mm_set1_epi32(128);
+    const __m128i p01 = _mm_unpacklo_epi32(_mm_cvtsi32_si128((int32_t)load32(s + c[0] + 2)),
+                                           _mm_cvtsi32_si128((int32_t)load32(s + c[1] + 2)));
+    const __m128i p23 = _mm_unpacklo_epi32(_mm_cvtsi32_si128((int32_t)load32(s + c[2] + 2)),
+                                           _mm_cvtsi32_si128((int32_t)load32(s + c[3] + 2)));
+    return _mm_srli_epi32(_mm_unpacklo_epi64(p01, p23), 8);
+}
+
+/* One pixel's three channels from its pairs (a0 b0 a1 b1 a2 b2 x 0 as
+ * 16-bit lanes) and its weight pair; the fourth lane is don't-care. */
+inline __m128i coef_px(__m128i pairs, __m128i w)
+{
+    const __m128i r = _mm_madd_epi16(pairs, w);
+    return _mm_srai_epi32(_mm_add_epi32(r, _mm_set1_epi32(128)), 8);
+}
+
+/* The pairs of one pixel as 16-bit lanes straight from an 8-byte load: a
+ * byte shuffle that also zero-extends.  Reads bytes c to c + 7, so it serves
+ * only pixels whose load ends inside what the row reads anyway (see
+ * shuffle_groups_px). */
+inline __m128i pairs_px_shuffle(const Lum8u *p)
+{
+#if LUMI_TIER_LEVEL >= LUMI_TIER_SSSE3
+    const __m128i mask = _mm_setr_epi8(0, -1, 3, -1, 1, -1, 4, -1, 2, -1, 5, -1, -1, -1, -1, -1);
+    return _mm_shuffle_epi8(_mm_loadl_epi64((const __m128i *)p), mask);
+#else
+    (void)p;
+    return _mm_setzero_si128();
+#endif
+}
+
+/* The leading pixels, in groups of four, whose 8-byte loads stay within the
+ * bytes the row reads anyway (up to the last pixel's right neighbour). */
+int32_t shuffle_groups_px(int32_t width, int32_t pixelStride, const int32_t *colOfs)
+{
+#if LUMI_TIER_LEVEL >= LUMI_TIER_SSSE3
+    if (pixelStride != 3)
+        return 0;
+    const int32_t lastByte = colOfs[width - 1] + 5;
     int32_t j = 0;
-    for (; pixelStride == 3 && j + 2 <= width; j += 2) {
-        const __m128i v = _mm_set_epi64x((int64_t)pixel_pairs_c3(s + colOfs[j + 1]),
-                                         (int64_t)pixel_pairs_c3(s + colOfs[j]));
-        const __m128i w0 = _mm_set1_epi32((int32_t)load32(xw + 2 * j));
-        const __m128i w1 = _mm_set1_epi32((int32_t)load32(xw + 2 * j + 2));
-        __m128i r0 = _mm_madd_epi16(_mm_unpacklo_epi8(v, zero), w0);
-        __m128i r1 = _mm_madd_epi16(_mm_unpackhi_epi8(v, zero), w1);
-        r0 = _mm_srai_epi32(_mm_add_epi32(r0, rnd), 8);
-        r1 = _mm_srai_epi32(_mm_add_epi32(r1, rnd), 8);
-        const __m128i r = _mm_packs_epi32(r0, r1);
-        _mm_storel_epi64((__m128i *)(out + 3 * j), r);
-        _mm_storel_epi64((__m128i *)(out + 3 * j + 3), _mm_unpackhi_epi64(r, r));
+    while (j + 4 <= width && colOfs[j + 3] + 7 <= lastByte)
+        j += 4;
+    return j;
+#else
+    (void)width, (void)pixelStride, (void)colOfs;
+    return 0;
+#endif
+}
+
+/* Four pixels of N rows, with their pairs gathered by shuffle or by
+ * unpacking two 4-byte loads a pixel. */
+template <int N, bool Shuffle>
+inline void coef4_px(const Lum8u *const *s, const int32_t *c, const Lum16u *xw,
+                     Lum16u *const *out, int32_t at)
+{
+    const __m128i zero = _mm_setzero_si128();
+    const __m128i w = _mm_loadu_si128((const __m128i *)xw);
+    const __m128i w0 = _mm_shuffle_epi32(w, 0x00), w1 = _mm_shuffle_epi32(w, 0x55);
+    const __m128i w2 = _mm_shuffle_epi32(w, 0xAA), w3 = _mm_shuffle_epi32(w, 0xFF);
+    for (int r = 0; r < N; ++r) {
+        __m128i p0, p1, p2, p3;
+        if (Shuffle) {
+            p0 = pairs_px_shuffle(s[r] + c[0]);
+            p1 = pairs_px_shuffle(s[r] + c[1]);
+            p2 = pairs_px_shuffle(s[r] + c[2]);
+            p3 = pairs_px_shuffle(s[r] + c[3]);
+        } else {
+            const __m128i a = near4_c3(s[r], c), b = far4_c3(s[r], c);
+            const __m128i ab01 = _mm_unpacklo_epi8(a, b), ab23 = _mm_unpackhi_epi8(a, b);
+            p0 = _mm_unpacklo_epi8(ab01, zero);
+            p1 = _mm_unpackhi_epi8(ab01, zero);
+            p2 = _mm_unpacklo_epi8(ab23, zero);
+            p3 = _mm_unpackhi_epi8(ab23, zero);
+        }
+        const __m128i h01 = _mm_packs_epi32(coef_px(p0, w0), coef_px(p1, w1));
+        const __m128i h23 = _mm_packs_epi32(coef_px(p2, w2), coef_px(p3, w3));
+        Lum16u *o = out[r] + at;
+        _mm_storel_epi64((__m128i *)o, h01);
+        _mm_storel_epi64((__m128i *)(o + 3), _mm_unpackhi_epi64(h01, h01));
+        _mm_storel_epi64((__m128i *)(o + 6), h23);
+        _mm_storel_epi64((__m128i *)(o + 9), _mm_unpackhi_epi64(h23, h23));
     }
+}
+
+/* Horizontal stage, three channels, for N source rows: a pixel's channels
+ * share its weights.  Each pixel fills four lanes of which the fourth is
+ * overwritten by the next pixel's store.  The first `shuffled` pixels go by
+ * shuffle. */
+template <int N>
+void coef_linear_px(const Lum8u *const *s, int32_t width, int32_t pixelStride,
+                    const int32_t *colOfs, const Lum16u *xw, Lum16u *const *out,
+                    int32_t shuffled)
+{
+    int32_t j = 0;
+    for (; j < shuffled; j += 4)
+        coef4_px<N, true>(s, colOfs + j, xw + 2 * j, out, 3 * j);
+    for (; pixelStride == 3 && j + 4 <= width; j += 4)
+        coef4_px<N, false>(s, colOfs + j, xw + 2 * j, out, 3 * j);
     for (; j < width; ++j) {
-        const Lum8u *p = s + colOfs[j];
-        const int32_t wl = xw[2 * j], wr = xw[2 * j + 1];
-        for (int32_t k = 0; k < 3; ++k)
-            out[3 * j + k] = (Lum16u)((wl * p[k] + wr * p[pixelStride + k] + 128) >> 8);
+        const int32_t c = colOfs[j], wl = xw[2 * j], wr = xw[2 * j + 1];
+        for (int r = 0; r < N; ++r)
+            for (int32_t k = 0; k < 3; ++k)
+                out[r][3 * j + k] = (Lum16u)(
+                    (wl * s[r][c + k] + wr * s[r][c + pixelStride + k] + 128) >> 8);
     }
 }
 
@@ -142,8 +292,8 @@ void summ_linear(Lum8u *d, int32_t count, int32_t fy, const Lum16u *t, const Lum
         d[e] = (Lum8u)((ft * t[e] + fy * u[e] + 524288) >> 20);
 }
 
-/* The row ring shared by both layouts; filter(row, buffer) runs the
- * horizontal stage of one source row. */
+/* The row ring shared by both layouts.  filter(rows, buffers, n) runs the
+ * horizontal stage of n source rows (1 or 2) into their buffers. */
 template <typename Filter>
 void linear_rows(const Lum8u *pSrc, Lum8u *pDst, int32_t srcStep, int32_t dstStep,
                  int32_t count, int32_t height, const int32_t *rowOfs, const Lum16u *yFrac,
@@ -151,7 +301,11 @@ void linear_rows(const Lum8u *pSrc, Lum8u *pDst, int32_t srcStep, int32_t dstSte
 {
     const bool down = srcStep > 0;
     Lum16u *upper = bufA, *lower = bufB;
-    filter(pSrc + rowOfs[0], bufB);
+    {
+        const Lum8u *row[1] = {pSrc + rowOfs[0]};
+        Lum16u *buf[1] = {bufB};
+        filter(row, buf, 1);
+    }
     int32_t previous = down ? rowOfs[0] - 1 : rowOfs[0] + 1;
     for (int32_t i = 0; i < height; ++i, pDst += dstStep) {
         const int32_t o = rowOfs[i];
@@ -159,10 +313,12 @@ void linear_rows(const Lum8u *pSrc, Lum8u *pDst, int32_t srcStep, int32_t dstSte
             Lum16u *const t = upper;
             upper = lower;
             lower = t;
-            filter(pSrc + o + srcStep, lower);
+            /* The new lower row, and after a jump of more than one row the
+             * new upper row as well. */
             const int32_t next = previous + srcStep;
-            if (down ? o > next : o < next)
-                filter(pSrc + o, upper);
+            const Lum8u *row[2] = {pSrc + o + srcStep, pSrc + o};
+            Lum16u *buf[2] = {lower, upper};
+            filter(row, buf, (down ? o > next : o < next) ? 2 : 1);
             previous = o;
         }
         summ_linear(pDst, count, yFrac[i], upper, lower);
@@ -180,9 +336,13 @@ LUMI_MEMBER void LUMI_T(ownResize8plL)(const Lum8u *pSrc, Lum8u *pDst, int32_t s
                                        const Lum16u *yFrac, const Lum16u *xWeights, Lum16u *bufA,
                                        Lum16u *bufB, int32_t pixelStride, int32_t channelCount)
 {
+    const int32_t shuffled = shuffle_groups(width, colOfs);
     linear_rows(pSrc, pDst, srcStep, dstStep, width, height, rowOfs, yFrac, bufA, bufB,
-                [=](const Lum8u *row, Lum16u *buf) {
-                    coef_linear_pl(row, width, colOfs, xWeights, buf);
+                [=](const Lum8u *const *rows, Lum16u *const *bufs, int n) {
+                    if (n == 2)
+                        coef_linear_pl<2>(rows, width, colOfs, xWeights, bufs, shuffled);
+                    else
+                        coef_linear_pl<1>(rows, width, colOfs, xWeights, bufs, shuffled);
                 });
 }
 
@@ -192,8 +352,14 @@ LUMI_MEMBER void LUMI_T(ownResize8pxL)(const Lum8u *pSrc, Lum8u *pDst, int32_t s
                                        const Lum16u *yFrac, const Lum16u *xWeights, Lum16u *bufA,
                                        Lum16u *bufB, int32_t pixelStride, int32_t channelCount)
 {
+    const int32_t shuffled = shuffle_groups_px(width, pixelStride, colOfs);
     linear_rows(pSrc, pDst, srcStep, dstStep, width * channelCount, height, rowOfs, yFrac, bufA,
-                bufB, [=](const Lum8u *row, Lum16u *buf) {
-                    coef_linear_px(row, width, pixelStride, colOfs, xWeights, buf);
+                bufB, [=](const Lum8u *const *rows, Lum16u *const *bufs, int n) {
+                    if (n == 2)
+                        coef_linear_px<2>(rows, width, pixelStride, colOfs, xWeights, bufs,
+                                          shuffled);
+                    else
+                        coef_linear_px<1>(rows, width, pixelStride, colOfs, xWeights, bufs,
+                                          shuffled);
                 });
 }

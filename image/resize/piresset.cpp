@@ -25,9 +25,7 @@
 namespace LUMI_NS {
 namespace {
 
-const double kIndexGuard = 1e-7;
-
-inline int32_t ref_index(double p) { return (int32_t)(p + kIndexGuard); }
+inline int32_t ref_index(double p) { return (int32_t)(p + kResizeGuard); }
 
 /* Calls emit(i, p) for each output position, one step at a time. */
 template <typename Emit>
@@ -69,7 +67,10 @@ inline void walk_lanes(const ResizeAxis &a, Emit emit)
 }
 
 /* 14-bit fraction of p above index r. */
-inline int32_t frac14(double p, int32_t r) { return (int32_t)((p - (double)r) * 16384.0 + kIndexGuard); }
+inline int32_t frac14(double p, int32_t r)
+{
+    return (int32_t)((p - (double)r) * 16384.0 + kResizeGuard);
+}
 
 } // namespace
 } // namespace LUMI_NS
