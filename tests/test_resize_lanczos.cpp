@@ -284,6 +284,21 @@ TEST_P(ResizeLanczos, UniformAndIdentity)
     }
 }
 
+// An image below 8 in either direction takes the cubic method instead.
+TEST_P(ResizeLanczos, SmallImagesTakeCubic)
+{
+    for (int ch : {1, 3}) {
+        const Source src(7, 30, ch, 21);
+        std::vector<uint8_t> lz(15 * 45 * ch), cu(15 * 45 * ch);
+        for (auto m : {std::make_pair(LUMI_INTER_LANCZOS, &lz), std::make_pair(LUMI_INTER_CUBIC, &cu)})
+            ASSERT_EQ(resize_fn(ch)(src.buf.data(), LumiSize{7, 30}, src.step, LumiRect{0, 0, 7, 30},
+                                    m.second->data(), 15 * ch, LumiSize{15, 45}, 15.0 / 7.0, 1.5,
+                                    m.first),
+                      lumStsNoErr);
+        EXPECT_EQ(lz, cu) << ch;
+    }
+}
+
 LUMI_INSTANTIATE_TIERS(ResizeLanczos);
 
 // The table is the kernel sinc(d) sinc(d / 3) at spacing 0.01 to about eight

@@ -18,15 +18,10 @@
  *     all output rows.  Nothing allocated outlives the call.
  * No step is checked: zero and negative steps are taken as they stand.
  *
- * Where the later methods plug in:
- *   - a kernel lands by filling its slot in ownResizeInterCubic or
- *     ownResizeInterLanczos below (slot 0 interleaved, slot 3 one channel).
- *     Until a slot holds a kernel the driver answers lumStsInterpolationErr
- *     once every other check has passed, and allocates nothing;
- *   - the tables, buffers and kernel call of both methods already stand in
- *     run_cubic() and run_lanczos(); the Lanczos weights are computed at the
- *     marked line of run_lanczos();
- *   - supersampling continues in ownpiDecimateSuper after the output size.
+ * A slot of a kernel table that holds no kernel makes the driver answer
+ * lumStsInterpolationErr once every other check has passed, before it
+ * allocates anything.  Supersampling continues in ownpiDecimateSuper after
+ * the output size.
  */
 #include "piresize.h"
 
