@@ -37,6 +37,8 @@
 #include <emmintrin.h>
 #if LUMI_TIER_LEVEL >= LUMI_TIER_AVX
 #include <immintrin.h>
+#elif LUMI_TIER_LEVEL >= LUMI_TIER_SSE41
+#include <smmintrin.h>
 #elif LUMI_TIER_LEVEL >= LUMI_TIER_SSSE3
 #include <tmmintrin.h>
 #endif
@@ -51,21 +53,6 @@ const Lum32f kThirdV = 0.33333331f;  /* 0x3EAAAAAA */
 const Lum32f kRoundV = 0.50000012f;  /* 0x3F000002 */
 const double kRoundSV = 0.5000001;
 
-inline uint32_t load32(const void *p)
-{
-    uint32_t v;
-    memcpy(&v, p, 4);
-    return v;
-}
-
-/* The low four bytes, widened to 32-bit lanes. */
-inline __m128i bytes_to_epi32(__m128i v8)
-{
-    const __m128i zero = _mm_setzero_si128();
-    return _mm_unpacklo_epi16(_mm_unpacklo_epi8(v8, zero), zero);
-}
-
-inline __m128 bytes_to_ps(__m128i v8) { return _mm_cvtepi32_ps(bytes_to_epi32(v8)); }
 
 /* Lane-wise float arithmetic on 4 lanes, and on 8 in the AVX tier, so that
  * one formula serves both widths. */
@@ -145,11 +132,23 @@ inline __m128i gather_taps(const Lum8u *s, const int32_t *c, int32_t lastOfs)
     }
 #endif
     (void)lastOfs;
-    __m128i v = _mm_setr_epi32((int32_t)load32(s + c[0] - 1), (int32_t)load32(s + c[1] - 1),
-                               (int32_t)load32(s + c[2] - 1), (int32_t)load32(s + c[3] - 1));
+    __m128i v = _mm_setr_epi32((int32_t)load_u32(s + c[0] - 1), (int32_t)load_u32(s + c[1] - 1),
+                               (int32_t)load_u32(s + c[2] - 1), (int32_t)load_u32(s + c[3] - 1));
     /* columns x taps -> taps x columns */
     v = _mm_unpacklo_epi8(v, _mm_srli_si128(v, 8));
     return _mm_unpacklo_epi8(v, _mm_srli_si128(v, 8));
+}
+
+/* The sixteen tap-major bytes of gather_taps as four vectors of 32-bit lanes,
+ * one a tap. */
+inline void widen_taps(__m128i v, __m128i t[4])
+{
+    const __m128i zero = _mm_setzero_si128();
+    const __m128i lo = _mm_unpacklo_epi8(v, zero), hi = _mm_unpackhi_epi8(v, zero);
+    t[0] = _mm_unpacklo_epi16(lo, zero);
+    t[1] = _mm_unpackhi_epi16(lo, zero);
+    t[2] = _mm_unpacklo_epi16(hi, zero);
+    t[3] = _mm_unpackhi_epi16(hi, zero);
 }
 
 /* Horizontal stage, one channel: groups of four columns in the grouped
@@ -164,19 +163,22 @@ void coef_cubic_pl(const Lum8u *s, int32_t width, const int32_t *colOfs, const L
     for (; j + 8 <= grouped; j += 8) {
         const __m128i a = gather_taps(s, colOfs + j, lastOfs);
         const __m128i b = gather_taps(s, colOfs + j + 4, lastOfs);
+        __m128i ta[4], tb[4];
+        widen_taps(a, ta);
+        widen_taps(b, tb);
         __m256 t[4];
         for (int32_t k = 0; k < 4; ++k)
-            t[k] = _mm256_cvtepi32_ps(_mm256_insertf128_si256(
-                _mm256_castsi128_si256(bytes_to_epi32(_mm_srli_si128(a, 4 * k))),
-                bytes_to_epi32(_mm_srli_si128(b, 4 * k)), 1));
+            t[k] = _mm256_cvtepi32_ps(
+                _mm256_insertf128_si256(_mm256_castsi128_si256(ta[k]), tb[k], 1));
         _mm256_store_ps(out + j, cubic_v(coef_v(_mm256_loadu_ps(xFrac + j)), t[0], t[1], t[2], t[3]));
     }
 #endif
     for (; j < grouped; j += 4) {
-        const __m128i v = gather_taps(s, colOfs + j, lastOfs);
-        const __m128 s0 = bytes_to_ps(v), s1 = bytes_to_ps(_mm_srli_si128(v, 4));
-        const __m128 s2 = bytes_to_ps(_mm_srli_si128(v, 8)), s3 = bytes_to_ps(_mm_srli_si128(v, 12));
-        _mm_store_ps(out + j, cubic_v(coef_v(_mm_loadu_ps(xFrac + j)), s0, s1, s2, s3));
+        __m128i t[4];
+        widen_taps(gather_taps(s, colOfs + j, lastOfs), t);
+        _mm_store_ps(out + j, cubic_v(coef_v(_mm_loadu_ps(xFrac + j)), _mm_cvtepi32_ps(t[0]),
+                                      _mm_cvtepi32_ps(t[1]), _mm_cvtepi32_ps(t[2]),
+                                      _mm_cvtepi32_ps(t[3])));
     }
     for (int32_t j = grouped; j < width; ++j) {
         const Lum8u *p = s + colOfs[j];
@@ -184,21 +186,36 @@ void coef_cubic_pl(const Lum8u *s, int32_t width, const int32_t *colOfs, const L
     }
 }
 
-/* Horizontal stage, three channels: one pixel a group, its channels in lanes
- * 0 to 2; lane 3 is overwritten by the next pixel and lands in the buffer's
- * spare room after the last.  The last tap is read from one byte earlier and
- * shifted, so no byte beyond the last sample is touched. */
+/* Horizontal stage, three channels: a pixel's channels in lanes 0 to 2 of a
+ * group of four (two pixels in the AVX tier's eight lanes).  Lane 3 is
+ * overwritten by the next pixel's store and, after the last pixel, lands in
+ * the buffer's spare room. */
 void coef_cubic_px(const Lum8u *s, int32_t width, int32_t pixelStride, const int32_t *colOfs,
                    const Lum32f *xFrac, Lum32f *out)
 {
     const int32_t ps = pixelStride;
-    for (int32_t j = 0; j < width; ++j) {
+    int32_t j = 0;
+#if LUMI_TIER_LEVEL >= LUMI_TIER_AVX
+    for (; j + 2 <= width; j += 2) {
+        const Lum8u *p = s + colOfs[j], *q = s + colOfs[j + 1];
+        __m256 t[4];
+        for (int32_t k = 0; k < 4; ++k)
+            t[k] = _mm256_cvtepi32_ps(_mm256_insertf128_si256(
+                _mm256_castsi128_si256(pixel_epi32(p + (k - 1) * ps, k == 3)),
+                pixel_epi32(q + (k - 1) * ps, k == 3), 1));
+        const __m256 f = _mm256_insertf128_ps(_mm256_castps128_ps256(_mm_set1_ps(xFrac[j])),
+                                              _mm_set1_ps(xFrac[j + 1]), 1);
+        const __m256 v = cubic_v(coef_v(f), t[0], t[1], t[2], t[3]);
+        _mm_storeu_ps(out + 3 * j, _mm256_castps256_ps128(v));
+        _mm_storeu_ps(out + 3 * j + 3, _mm256_extractf128_ps(v, 1));
+    }
+#endif
+    for (; j < width; ++j) {
         const Lum8u *p = s + colOfs[j];
-        const __m128 s0 = bytes_to_ps(_mm_cvtsi32_si128((int32_t)load32(p - ps)));
-        const __m128 s1 = bytes_to_ps(_mm_cvtsi32_si128((int32_t)load32(p)));
-        const __m128 s2 = bytes_to_ps(_mm_cvtsi32_si128((int32_t)load32(p + ps)));
-        const __m128 s3 = bytes_to_ps(_mm_cvtsi32_si128((int32_t)(load32(p + 2 * ps - 1) >> 8)));
-        _mm_storeu_ps(out + 3 * j, cubic_v(coef_v(_mm_set1_ps(xFrac[j])), s0, s1, s2, s3));
+        __m128 t[4];
+        for (int32_t k = 0; k < 4; ++k)
+            t[k] = _mm_cvtepi32_ps(pixel_epi32(p + (k - 1) * ps, k == 3));
+        _mm_storeu_ps(out + 3 * j, cubic_v(coef_v(_mm_set1_ps(xFrac[j])), t[0], t[1], t[2], t[3]));
     }
 }
 
@@ -207,7 +224,7 @@ void summ_cubic(Lum8u *d, int32_t count, Lum32f t, const Lum32f *r0, const Lum32
                 const Lum32f *r2, const Lum32f *r3)
 {
     const int32_t grouped = count & ~3;
-    const CoefV<__m128> c = coef_v(_mm_set1_ps(t));
+    const auto c = coef_v(_mm_set1_ps(t));
     const __m128 rnd = _mm_set1_ps(kRoundV);
     int32_t e = 0;
     auto group = [&](int32_t at) {
@@ -215,6 +232,18 @@ void summ_cubic(Lum8u *d, int32_t count, Lum32f t, const Lum32f *r0, const Lum32
                                  _mm_load_ps(r2 + at), _mm_load_ps(r3 + at));
         return _mm_cvttps_epi32(_mm_add_ps(v, rnd));
     };
+#if LUMI_TIER_LEVEL >= LUMI_TIER_AVX
+    const auto c8 = coef_v(_mm256_set1_ps(t));
+    const __m256 rnd8 = _mm256_set1_ps(kRoundV);
+    auto group8 = [&](int32_t at) {
+        const __m256 v = cubic_v(c8, _mm256_load_ps(r0 + at), _mm256_load_ps(r1 + at),
+                                 _mm256_load_ps(r2 + at), _mm256_load_ps(r3 + at));
+        const __m256i q = _mm256_cvttps_epi32(_mm256_add_ps(v, rnd8));
+        return _mm_packs_epi32(_mm256_castsi256_si128(q), _mm256_extractf128_si256(q, 1));
+    };
+    for (; e + 16 <= grouped; e += 16)
+        _mm_storeu_si128((__m128i *)(d + e), _mm_packus_epi16(group8(e), group8(e + 8)));
+#endif
     for (; e + 16 <= grouped; e += 16) {
         const __m128i a = _mm_packs_epi32(group(e), group(e + 4));
         const __m128i b = _mm_packs_epi32(group(e + 8), group(e + 12));

@@ -9,9 +9,38 @@
 #ifndef LUMI_PIRESIZE_H
 #define LUMI_PIRESIZE_H
 
+#include <string.h>
+
+#include <emmintrin.h>
+#if LUMI_TIER_LEVEL >= LUMI_TIER_SSE41
+#include <smmintrin.h>
+#endif
+
 #include "tier.h"
 
 namespace LUMI_NS {
+
+/* Four bytes from any address. */
+inline uint32_t load_u32(const void *p)
+{
+    uint32_t v;
+    memcpy(&v, p, 4);
+    return v;
+}
+
+/* The three channels of the pixel at p widened to 32-bit lanes 0 to 2 (lane
+ * 3 holds the next byte).  last: the pixel is the last a kernel may touch,
+ * so it is read from one byte earlier and shifted, and lane 3 is 0. */
+inline __m128i pixel_epi32(const Lum8u *p, bool last)
+{
+    const __m128i v = _mm_cvtsi32_si128((int32_t)(last ? load_u32(p - 1) >> 8 : load_u32(p)));
+#if LUMI_TIER_LEVEL >= LUMI_TIER_SSE41
+    return _mm_cvtepu8_epi32(v);
+#else
+    const __m128i zero = _mm_setzero_si128();
+    return _mm_unpacklo_epi16(_mm_unpacklo_epi8(v, zero), zero);
+#endif
+}
 
 /* Added to a position before truncating it to an index, and to a scaled
  * length before truncating it to a size: a value a hair below an integer

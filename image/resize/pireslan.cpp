@@ -36,6 +36,9 @@
  */
 #include <emmintrin.h>
 #include <pmmintrin.h>
+#if LUMI_TIER_LEVEL >= LUMI_TIER_AVX
+#include <immintrin.h>
+#endif
 #include <math.h>
 #include <string.h>
 
@@ -43,13 +46,6 @@
 
 namespace LUMI_NS {
 namespace {
-
-inline uint32_t load32(const void *p)
-{
-    uint32_t v;
-    memcpy(&v, p, 4);
-    return v;
-}
 
 inline Lum32f table_at(const Lum32f *T, Lum32f d)
 {
@@ -99,7 +95,7 @@ inline Lum32f edge_value(const Lum8u *p, int32_t ps, const Lum32f *w, int32_t c,
 /* Six taps of one channel, bytes c - 2 to c + 3, as two float vectors. */
 inline uint64_t six_bytes(const Lum8u *p)
 {
-    return (uint64_t)load32(p - 2) | ((uint64_t)(load32(p) >> 16) << 32);
+    return (uint64_t)load_u32(p - 2) | ((uint64_t)(load_u32(p) >> 16) << 32);
 }
 
 /* Interior of one channel: columns [j, end).  Pairs from j; within a pair
@@ -142,23 +138,39 @@ void interior_pl(const Lum8u *s, const int32_t *colOfs, const Lum32f *xw, Lum32f
     }
 }
 
-/* Interior of three channels: the channels in lanes 0 to 2; lane 3 is
- * overwritten by the next pixel or lands in the buffer's spare room.  The
- * last tap is read from one byte earlier so nothing beyond it is touched. */
+/* Interior of three channels: a pixel's channels in lanes 0 to 2 of a group
+ * of four (two pixels in the AVX tier's eight lanes).  Lane 3 is overwritten
+ * by the next pixel's store or lands in the buffer's spare room. */
 void interior_px(const Lum8u *s, int32_t ps, const int32_t *colOfs, const Lum32f *xw,
                  Lum32f *out, int32_t j, int32_t end)
 {
-    const __m128i zero = _mm_setzero_si128();
+#if LUMI_TIER_LEVEL >= LUMI_TIER_AVX
+    for (; j + 2 <= end; j += 2) {
+        const Lum8u *p = s + colOfs[j], *q = s + colOfs[j + 1];
+        const Lum32f *w = xw + 6 * j;
+        __m256 a[6];
+        for (int32_t k = 0; k < 6; ++k) {
+            const __m256 v = _mm256_cvtepi32_ps(_mm256_insertf128_si256(
+                _mm256_castsi128_si256(pixel_epi32(p + (k - 2) * ps, k == 5)),
+                pixel_epi32(q + (k - 2) * ps, k == 5), 1));
+            const __m256 wk = _mm256_insertf128_ps(_mm256_castps128_ps256(_mm_set1_ps(w[k])),
+                                                   _mm_set1_ps(w[k + 6]), 1);
+            a[k] = _mm256_mul_ps(v, wk);
+        }
+        const __m256 r = _mm256_add_ps(
+            _mm256_add_ps(_mm256_add_ps(a[0], a[1]), _mm256_add_ps(a[2], a[3])),
+            _mm256_add_ps(a[4], a[5]));
+        _mm_storeu_ps(out + 3 * j, _mm256_castps256_ps128(r));
+        _mm_storeu_ps(out + 3 * j + 3, _mm256_extractf128_ps(r, 1));
+    }
+#endif
     for (; j < end; ++j) {
         const Lum8u *p = s + colOfs[j];
         const Lum32f *w = xw + 6 * j;
         __m128 a[6];
-        for (int32_t k = 0; k < 6; ++k) {
-            const uint32_t bytes = k < 5 ? load32(p + (k - 2) * ps) : load32(p + 3 * ps - 1) >> 8;
-            const __m128i v = _mm_unpacklo_epi16(
-                _mm_unpacklo_epi8(_mm_cvtsi32_si128((int32_t)bytes), zero), zero);
-            a[k] = _mm_mul_ps(_mm_cvtepi32_ps(v), _mm_set1_ps(w[k]));
-        }
+        for (int32_t k = 0; k < 6; ++k)
+            a[k] = _mm_mul_ps(_mm_cvtepi32_ps(pixel_epi32(p + (k - 2) * ps, k == 5)),
+                              _mm_set1_ps(w[k]));
         const __m128 r = _mm_add_ps(_mm_add_ps(_mm_add_ps(a[0], a[1]), _mm_add_ps(a[2], a[3])),
                                     _mm_add_ps(a[4], a[5]));
         _mm_storeu_ps(out + 3 * j, r);
@@ -211,6 +223,17 @@ void col_lanczos(Lum8u *d, int32_t count, const Lum32f *yw, Lum32f *const *b)
         s = _mm_add_ps(s, _mm_mul_ps(w5, _mm_load_ps(b[5] + at)));
         return _mm_cvtps_epi32(s);
     };
+#if LUMI_TIER_LEVEL >= LUMI_TIER_AVX
+    auto group8 = [&](int32_t at) {
+        __m256 s = _mm256_mul_ps(_mm256_set1_ps(yw[0]), _mm256_load_ps(b[0] + at));
+        for (int32_t k = 1; k < 6; ++k)
+            s = _mm256_add_ps(s, _mm256_mul_ps(_mm256_set1_ps(yw[k]), _mm256_load_ps(b[k] + at)));
+        const __m256i q = _mm256_cvtps_epi32(s);
+        return _mm_packs_epi32(_mm256_castsi256_si128(q), _mm256_extractf128_si256(q, 1));
+    };
+    for (; e + 16 <= count; e += 16)
+        _mm_storeu_si128((__m128i *)(d + e), _mm_packus_epi16(group8(e), group8(e + 8)));
+#endif
     for (; e + 16 <= count; e += 16) {
         const __m128i lo = _mm_packs_epi32(group(e), group(e + 4));
         const __m128i hi = _mm_packs_epi32(group(e + 8), group(e + 12));
