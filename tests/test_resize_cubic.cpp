@@ -7,6 +7,7 @@
 #include <math.h>
 #include <string.h>
 
+#include <algorithm>
 #include <vector>
 
 #include "lumi.h"
@@ -326,14 +327,15 @@ TEST(ResizeCubicStages, HorizontalOrdersBitForBit)
 TEST(ResizeCubicStages, VerticalOrdersSplitAtGroupsOfFour)
 {
     const float x = from_bits(0x3EFFFFFC);
-    std::vector<float> buf(32, x);
+    alignas(32) float buf[32]; // row buffers are 32-byte aligned
+    std::fill(buf, buf + 32, x);
     const float t = 0.0f;
     for (const CubicStages &st : kStages) {
         if (!tier_allowed(st.index))
             continue;
         for (int count = 1; count <= 19; ++count) {
             std::vector<uint8_t> out((size_t)count + 4, 0xEE);
-            st.summ(out.data(), count, &t, buf.data(), buf.data(), buf.data(), buf.data());
+            st.summ(out.data(), count, &t, buf, buf, buf, buf);
             for (int e = 0; e < count; ++e)
                 EXPECT_EQ(out[e], e < (count & ~3) ? 1 : 0) << st.name << " count " << count << " e " << e;
             EXPECT_EQ(out[count], 0xEE) << st.name << " wrote past the row";
