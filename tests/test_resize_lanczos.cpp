@@ -107,8 +107,8 @@ std::vector<float> filter_row(const View &img, const LumiRect &cut, const Axis &
             const float *w = &cols.w[6 * j];
             auto P = [&](int x) { return (float)img.at(roiX + x, cut.y + y, k); };
             float a[6];
-            for (int t = 0; t < 6; ++t)
-                a[t] = (j >= first && j < end) || c + t - 2 >= -roiX ? P(c + t - 2) * w[t] : 0.0f;
+            for (int t = 0; t < 6; ++t) // taps outside the image are folded, never read
+                a[t] = c + t - 2 >= -roiX && c + t - 2 < imgW ? P(c + t - 2) * w[t] : 0.0f;
             const float last = P(imgW - 1);
             float v;
             if (j < first && roiX == 0 && c == 0)
