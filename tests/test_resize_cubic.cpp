@@ -172,28 +172,8 @@ TEST_P(ResizeCubic, EveryWidthThroughTheOrders)
 // step writes bottom-up.
 TEST_P(ResizeCubic, ZeroAndNegativeSteps)
 {
-    for (int ch : {1, 3}) {
-        Source src(30, 1, ch, 3);
-        const View v{src.buf.data(), 0, 30, 9, ch};
-        GuardedImage dst(45, 13, ch);
-        const LumiRect roi{0, 0, 30, 9};
-        ASSERT_EQ(resize_fn(ch)(v.p, LumiSize{30, 9}, 0, roi, dst.data(), dst.step,
-                                LumiSize{45, 13}, 1.5, 1.5, LUMI_INTER_CUBIC),
-                  lumStsNoErr);
-        EXPECT_EQ(dst.region(), cubic_reference(v, roi, 45, 13, 1.5, 1.5)) << "ch " << ch;
-        EXPECT_TRUE(dst.guard_intact());
-
-        Source img(20, 20, ch, 8);
-        GuardedImage flip(30, 30, ch);
-        const LumiRect all{0, 0, 20, 20};
-        ASSERT_EQ(resize_fn(ch)(img.buf.data(), LumiSize{20, 20}, img.step, all, flip.row(29),
-                                -flip.step, LumiSize{30, 30}, 1.5, 1.5, LUMI_INTER_CUBIC),
-                  lumStsNoErr);
-        const std::vector<uint8_t> want = cubic_reference(img.view(false), all, 30, 30, 1.5, 1.5);
-        for (int y = 0; y < 30; ++y)
-            ASSERT_EQ(memcmp(flip.row(29 - y), &want[(size_t)y * 30 * ch], 30 * ch), 0) << y;
-        EXPECT_TRUE(flip.guard_intact());
-    }
+    for (int ch : {1, 3})
+        check_zero_and_negative_steps(ch, LUMI_INTER_CUBIC, cubic_reference);
 }
 
 // Worked values: output 0 sits on the image's first pixel (centre 1, t -1)
@@ -231,28 +211,6 @@ TEST_P(ResizeCubic, WorkedValues)
 }
 
 LUMI_INSTANTIATE_TIERS(ResizeCubic);
-
-// Every tier gives the same bytes.
-TEST(ResizeCubicTiers, AllTiersAgree)
-{
-    const ResizeCase c{61, 37, {2, 3, 55, 30}, {100, 100}, 1.37, 0.61};
-    std::vector<uint8_t> first[2];
-    for (int index : tier_indices())
-        for (int ch : {1, 3}) {
-            force_index(index);
-            Source src(c.imgW, c.imgH, ch, 4);
-            std::vector<uint8_t> out((size_t)75 * 18 * ch);
-            ASSERT_EQ(resize_fn(ch)(src.buf.data(), LumiSize{c.imgW, c.imgH}, src.step, c.roi,
-                                    out.data(), 75 * ch, LumiSize{75, 18}, c.xf, c.yf,
-                                    LUMI_INTER_CUBIC),
-                      lumStsNoErr);
-            std::vector<uint8_t> &f = first[ch == 3];
-            if (f.empty())
-                f = out;
-            EXPECT_EQ(out, f) << "index " << index << " ch " << ch;
-        }
-    lumStaticInit();
-}
 
 #define LUMI_CUBIC_STAGES(t)                                                                    \
     extern "C" void t##_ownpi_CoefCubic8pl(const uint8_t *, int32_t, const int32_t *,           \

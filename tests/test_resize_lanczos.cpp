@@ -167,6 +167,13 @@ std::vector<uint8_t> lanczos_reference(const View &img, LumiRect roi, int W, int
     return out;
 }
 
+ResizeReference reference_for(int index)
+{
+    return [index](const View &v, LumiRect roi, int W, int H, double xf, double yf) {
+        return lanczos_reference(v, roi, W, H, xf, yf, index);
+    };
+}
+
 // Regions at every left and upper origin case (0, 1, 2 and more), ending at
 // and inside the image; up, down and mixed factors.
 const ResizeCase kCases[] = {
@@ -191,11 +198,7 @@ class ResizeLanczos : public TierTest {
 protected:
     void run(const ResizeCase &c, int ch, bool bottomUp, int dstPad = 9)
     {
-        const int index = GetParam();
-        check_resize_case(c, ch, LUMI_INTER_LANCZOS, bottomUp, dstPad,
-                          [index](const View &v, LumiRect roi, int W, int H, double xf, double yf) {
-                              return lanczos_reference(v, roi, W, H, xf, yf, index);
-                          });
+        check_resize_case(c, ch, LUMI_INTER_LANCZOS, bottomUp, dstPad, reference_for(GetParam()));
     }
 };
 
@@ -235,30 +238,8 @@ TEST_P(ResizeLanczos, EveryWidthThroughThePairs)
 
 TEST_P(ResizeLanczos, ZeroAndNegativeSteps)
 {
-    const int index = GetParam();
-    for (int ch : {1, 3}) {
-        Source src(30, 1, ch, 3);
-        const View v{src.buf.data(), 0, 30, 9, ch};
-        GuardedImage dst(45, 13, ch);
-        const LumiRect roi{0, 0, 30, 9};
-        ASSERT_EQ(resize_fn(ch)(v.p, LumiSize{30, 9}, 0, roi, dst.data(), dst.step,
-                                LumiSize{45, 13}, 1.5, 1.5, LUMI_INTER_LANCZOS),
-                  lumStsNoErr);
-        EXPECT_EQ(dst.region(), lanczos_reference(v, roi, 45, 13, 1.5, 1.5, index)) << ch;
-        EXPECT_TRUE(dst.guard_intact());
-
-        Source img(20, 20, ch, 8);
-        GuardedImage flip(30, 30, ch);
-        const LumiRect all{0, 0, 20, 20};
-        ASSERT_EQ(resize_fn(ch)(img.buf.data(), LumiSize{20, 20}, img.step, all, flip.row(29),
-                                -flip.step, LumiSize{30, 30}, 1.5, 1.5, LUMI_INTER_LANCZOS),
-                  lumStsNoErr);
-        const std::vector<uint8_t> want =
-            lanczos_reference(img.view(false), all, 30, 30, 1.5, 1.5, index);
-        for (int y = 0; y < 30; ++y)
-            ASSERT_EQ(memcmp(flip.row(29 - y), &want[(size_t)y * 30 * ch], 30 * ch), 0) << y;
-        EXPECT_TRUE(flip.guard_intact());
-    }
+    for (int ch : {1, 3})
+        check_zero_and_negative_steps(ch, LUMI_INTER_LANCZOS, reference_for(GetParam()));
 }
 
 // A uniform image stays uniform, and factor 1.0 is an exact copy: the weight

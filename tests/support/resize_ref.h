@@ -149,6 +149,33 @@ inline void check_resize_case(const ResizeCase &c, int ch, int method, bool bott
     EXPECT_EQ(bad, 0);
 }
 
+// A source step of zero (row 0 for every row) and a destination written
+// bottom-up through a negative step, both against the reference.
+inline void check_zero_and_negative_steps(int ch, int method, const ResizeReference &reference)
+{
+    SCOPED_TRACE(testing::Message() << "ch " << ch << " method " << method);
+    Source src(30, 1, ch, 3);
+    const View v{src.buf.data(), 0, 30, 9, ch};
+    GuardedImage dst(45, 13, ch);
+    const LumiRect roi{0, 0, 30, 9};
+    ASSERT_EQ(resize_fn(ch)(v.p, LumiSize{30, 9}, 0, roi, dst.data(), dst.step, LumiSize{45, 13},
+                            1.5, 1.5, method),
+              lumStsNoErr);
+    EXPECT_EQ(dst.region(), reference(v, roi, 45, 13, 1.5, 1.5));
+    EXPECT_TRUE(dst.guard_intact());
+
+    Source img(20, 20, ch, 8);
+    GuardedImage flip(30, 30, ch);
+    const LumiRect all{0, 0, 20, 20};
+    ASSERT_EQ(resize_fn(ch)(img.buf.data(), LumiSize{20, 20}, img.step, all, flip.row(29),
+                            -flip.step, LumiSize{30, 30}, 1.5, 1.5, method),
+              lumStsNoErr);
+    const std::vector<uint8_t> want = reference(img.view(false), all, 30, 30, 1.5, 1.5);
+    for (int y = 0; y < 30; ++y)
+        ASSERT_EQ(memcmp(flip.row(29 - y), &want[(size_t)y * 30 * ch], 30 * ch), 0) << y;
+    EXPECT_TRUE(flip.guard_intact());
+}
+
 // Runs a 30 x 20 to 45 x 30 resize with each allocation failing in turn:
 // every failure must give lumStsMemAllocErr, free what was taken and leave
 // the destination as it was.  Returns the number of allocations of a run.
