@@ -38,4 +38,8 @@ LUMI_MEMBER LumStatus LUMI_T(lumsConvert_32f8u_Sfs)(const Lum32f *pSrc, Lum8u *p
 LUMI_MEMBER LumStatus LUMI_T(lumsConvert_32f16u_Sfs)(const Lum32f *pSrc, Lum16u *pDst, int32_t len,
                                                      int32_t rndMode, int32_t scaleFactor);
 
+/* The Lanczos kernel table at spacing 0.01 (image/resize), 302 entries; the
+ * remap kernels read it as tblL3. */
+LUMI_MEMBER const Lum32f LUMI_T(tblLanczos3)[302];
+
 #endif

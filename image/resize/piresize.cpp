@@ -18,15 +18,10 @@
  *     all output rows.  Nothing allocated outlives the call.
  * No step is checked: zero and negative steps are taken as they stand.
  *
- * Where the later methods plug in:
- *   - a kernel lands by filling its slot in ownResizeInterCubic or
- *     ownResizeInterLanczos below (slot 0 interleaved, slot 3 one channel).
- *     Until a slot holds a kernel the driver answers lumStsInterpolationErr
- *     once every other check has passed, and allocates nothing;
- *   - the tables, buffers and kernel call of both methods already stand in
- *     run_cubic() and run_lanczos(); the Lanczos weights are computed at the
- *     marked line of run_lanczos();
- *   - supersampling continues in ownpiDecimateSuper after the output size.
+ * A slot of a kernel table that holds no kernel makes the driver answer
+ * lumStsInterpolationErr once every other check has passed, before it
+ * allocates anything.  Supersampling continues in ownpiDecimateSuper after
+ * the output size.
  */
 #include "piresize.h"
 
@@ -42,10 +37,10 @@ LUMI_MEMBER const LUMI_NS::ResizeLinearFn LUMI_T(ownResizeInterLinear)[8] = {
     LUMI_T(ownResize8pxL), nullptr, nullptr, nullptr, LUMI_T(ownResize8plL)};
 
 LUMI_MEMBER const LUMI_NS::ResizeCubicFn LUMI_T(ownResizeInterCubic)[6] = {
-    nullptr /* ownResize8pxC */, nullptr, nullptr, nullptr /* ownResize8plC */};
+    LUMI_T(ownResize8pxC), nullptr, nullptr, LUMI_T(ownResize8plC)};
 
 LUMI_MEMBER const LUMI_NS::ResizeLanczosFn LUMI_T(ownResizeInterLanczos)[6] = {
-    nullptr /* ownResize8pxLz3 */, nullptr, nullptr, nullptr /* ownResize8plLz3 */};
+    LUMI_T(ownResize8pxLz3), nullptr, nullptr, LUMI_T(ownResize8plLz3)};
 
 namespace LUMI_NS {
 namespace {
@@ -286,8 +281,8 @@ LumStatus run_lanczos(const ResizeJob &job)
         release(b);
         return lumStsMemAllocErr;
     }
-    /* Lanczos weights: six per column from frac.cols into xWeights, then six
-     * per row from frac.rows into yWeights, go here with the Lanczos stages. */
+    LUMI_T(ownpi_Lanczos3)(frac.cols, W, xWeights, LUMI_T(tblLanczos3));
+    LUMI_T(ownpi_Lanczos3)(frac.rows, H, yWeights, LUMI_T(tblLanczos3));
     const int32_t vertFlag = job.yFactor >= 1.0 ? 1 : 0;
     LUMI_T(ownResizeInterLanczos)[job.slot](
         job.src, job.dst, job.srcStep, job.dstStep, W, H, ofs.rows, ofs.cols, yWeights, xWeights,
