@@ -263,9 +263,7 @@ void lanczos_rows(const Lum8u *pSrc, Lum8u *pDst, int32_t srcStep, int32_t dstSt
     const int32_t S = srcStep;
     const bool down = S > 0;
     auto F = [&](int32_t o, Lum32f *b) { filter(pSrc + o, b); };
-    auto copy = [count](const Lum32f *from, Lum32f *to) {
-        memcpy(to, from, (size_t)count * sizeof(Lum32f));
-    };
+    auto copy = [count](const Lum32f *from, Lum32f *to) { LUMI_T(lumsCopy_32f)(from, to, count); };
     auto reached = [down](int32_t o, int32_t mark) { return down ? o >= mark : o <= mark; };
     Lum32f *a[6] = {buf[0], buf[1], buf[2], buf[3], buf[4], buf[5]};
 
