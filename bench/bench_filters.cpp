@@ -64,6 +64,11 @@ void add_case(const char *family, const char *name, int channels, int k, bool me
 LUMI_BENCH_CASES(filters)
 {
     for (int ch : {1, 3}) {
+        const char *box = ch == 1 ? "lumiFilterBox_8u_C1R" : "lumiFilterBox_8u_C3R";
+        for (int k : {3, 5, 7, 31})
+            add_case("box", box, ch, k, false);
+    }
+    for (int ch : {1, 3}) {
         const char *median = ch == 1 ? "lumiFilterMedian_8u_C1R" : "lumiFilterMedian_8u_C3R";
         for (int k : {3, 5, 7})
             add_case("median", median, ch, k, true);
