@@ -177,7 +177,7 @@ const MaskCase kMasks[] = {{1, 1}, {2, 1}, {1, 2}, {3, 3}, {5, 5}, {7, 7}, {4, 3
 TEST_P(Box, EveryEngineKeepsItsRounding)
 {
     std::map<Kind, std::set<Kind>> toldApart;
-    const int widths[] = {1, 8, 13, 37};
+    const int widths[] = {1, 8, 13, 37, 70};
     const int heights[] = {1, 2, 3, 4, 6, 9};
     for (Form f : {kC1R, kC3R, kC1IR, kC3IR})
         for (const MaskCase &m : kMasks)
