@@ -108,6 +108,11 @@ void run_rows(E &e, const BoxJob &j)
     }
 }
 
+/* 16-bit column sums: v[i] = sum of `rows` rows from top, and the move of
+ * every sum one row down (add `in`, drop `out`). */
+void vertical_sums(const Lum8u *top, int32_t step, int rows, Lum16u *v, int32_t len);
+void advance_sums16(Lum16u *cols, const Lum8u *in, const Lum8u *out, int32_t n);
+
 /* Takes the ring of R slots of `slot` bytes; false when an allocation fails
  * (`leakRows`: the slots are kept even then). */
 bool take_ring(Ring *ring, int32_t R, int32_t slot, bool leakRows);

@@ -59,6 +59,8 @@ struct Trunc16 {
     static __m128i vec(__m128i s) { return _mm_mulhi_epu16(s, _mm_set1_epi16((short)M)); }
 };
 
+} // namespace
+
 /* v[i] = sum of `rows` rows of bytes, from top, for i in [0, len). */
 void vertical_sums(const Lum8u *top, int32_t step, int rows, Lum16u *v, int32_t len)
 {
@@ -82,6 +84,26 @@ void vertical_sums(const Lum8u *top, int32_t step, int rows, Lum16u *v, int32_t 
         v[i] = (Lum16u)s;
     }
 }
+
+/* cols[i] += in[i] - out[i] for i in [0, n), 16-bit cells. */
+void advance_sums16(Lum16u *cols, const Lum8u *in, const Lum8u *out, int32_t n)
+{
+    int32_t i = 0;
+    const __m128i zero = _mm_setzero_si128();
+    for (; i + 16 <= n; i += 16) {
+        const __m128i a = _mm_loadu_si128((const __m128i *)(in + i));
+        const __m128i b = _mm_loadu_si128((const __m128i *)(out + i));
+        __m128i *c = (__m128i *)(cols + i);
+        const __m128i lo = _mm_sub_epi16(_mm_unpacklo_epi8(a, zero), _mm_unpacklo_epi8(b, zero));
+        const __m128i hi = _mm_sub_epi16(_mm_unpackhi_epi8(a, zero), _mm_unpackhi_epi8(b, zero));
+        _mm_storeu_si128(c, _mm_add_epi16(_mm_loadu_si128(c), lo));
+        _mm_storeu_si128(c + 1, _mm_add_epi16(_mm_loadu_si128(c + 1), hi));
+    }
+    for (; i < n; ++i)
+        cols[i] = (Lum16u)(cols[i] + in[i] - out[i]);
+}
+
+namespace {
 
 /* dst[i] = Round(sum of taps column sums v[i + t * stride]) for i in [0, n). */
 template <typename Round, int taps>
@@ -149,19 +171,8 @@ struct Sums16 {
     }
     void advance(int32_t k)
     {
-        const int32_t n = j->roi.width + side - 1;
         const Lum8u *out = j->src + (intptr_t)k * j->srcStep;
-        const Lum8u *in = out + (intptr_t)side * j->srcStep;
-        int32_t i = 0;
-        const __m128i zero = _mm_setzero_si128();
-        for (; i + 8 <= n; i += 8) {
-            const __m128i a = _mm_unpacklo_epi8(_mm_loadl_epi64((const __m128i *)(in + i)), zero);
-            const __m128i b = _mm_unpacklo_epi8(_mm_loadl_epi64((const __m128i *)(out + i)), zero);
-            __m128i *c = (__m128i *)(cols + i);
-            _mm_storeu_si128(c, _mm_add_epi16(_mm_loadu_si128(c), _mm_sub_epi16(a, b)));
-        }
-        for (; i < n; ++i)
-            cols[i] = (Lum16u)(cols[i] + in[i] - out[i]);
+        advance_sums16(cols, out + (intptr_t)side * j->srcStep, out, j->roi.width + side - 1);
     }
     void compute(int32_t, Lum8u *out) const
     {

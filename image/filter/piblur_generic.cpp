@@ -161,6 +161,38 @@ void generic_row(const uint32_t *cols, int32_t mw, uint32_t mul, int shift, Lum8
         scalar(i);
 }
 
+/*
+ * The same means for small masks (at most 257 cells, so S < 2^16, and at
+ * most 8 columns): 16-bit column sums, each output adding its mask.width
+ * cells directly, eight lanes at once.  The product S * mul is put together
+ * from its 16-bit halves, so the arithmetic is the 32-bit one above.
+ */
+template <typename Round>
+void narrow_row(const Lum16u *cols, int32_t mw, int ch, uint32_t mul, int shift, Lum8u *dst,
+                int32_t n)
+{
+    const uint32_t term = Round::term(shift);
+    const __m128i vmul = _mm_set1_epi16((short)mul), vterm = _mm_set1_epi32((int32_t)term);
+    const __m128i vshift = _mm_cvtsi32_si128(shift);
+    int32_t i = 0;
+    for (; i + 8 <= n; i += 8) {
+        __m128i s = _mm_loadu_si128((const __m128i *)(cols + i));
+        for (int32_t t = 1; t < mw; ++t)
+            s = _mm_add_epi16(s, _mm_loadu_si128((const __m128i *)(cols + i + t * ch)));
+        const __m128i lo = _mm_mullo_epi16(s, vmul), hi = _mm_mulhi_epu16(s, vmul);
+        const __m128i p0 = _mm_add_epi32(_mm_unpacklo_epi16(lo, hi), vterm);
+        const __m128i p1 = _mm_add_epi32(_mm_unpackhi_epi16(lo, hi), vterm);
+        const __m128i m = _mm_packs_epi32(_mm_srl_epi32(p0, vshift), _mm_srl_epi32(p1, vshift));
+        _mm_storel_epi64((__m128i *)(dst + i), _mm_packus_epi16(m, m));
+    }
+    for (; i < n; ++i) {
+        uint32_t s = 0;
+        for (int32_t t = 0; t < mw; ++t)
+            s += cols[i + t * ch];
+        dst[i] = (Lum8u)((s * mul + term) >> shift);
+    }
+}
+
 /* Integer column sums, one 32-bit cell per byte of a footprint row; the
  * allocation has room for four cells per pixel and two spare pixels. */
 struct IntSums {
@@ -169,6 +201,7 @@ struct IntSums {
     int c; /* cells per pixel the allocation is sized for */
     uint32_t mul;
     int shift;
+    bool narrow; /* 16-bit cells (narrow_row) */
 
     int32_t row_cells() const { return (j->roi.width + j->mask.width - 1) * j->channels; }
 
@@ -176,6 +209,10 @@ struct IntSums {
     {
         const int32_t n = row_cells();
         memset(cols, 0, sizeof(uint32_t) * (size_t)(j->roi.width + j->mask.width + 2) * c);
+        if (narrow) {
+            vertical_sums(j->src, j->srcStep, j->mask.height, (Lum16u *)cols, n);
+            return;
+        }
         for (int32_t r = 0; r < j->mask.height; ++r)
             add_row(j->src + (intptr_t)r * j->srcStep, nullptr, n);
     }
@@ -207,13 +244,22 @@ struct IntSums {
     void advance(int32_t k)
     {
         const Lum8u *out = j->src + (intptr_t)k * j->srcStep;
-        add_row(out + (intptr_t)j->mask.height * j->srcStep, out, row_cells());
+        const Lum8u *in = out + (intptr_t)j->mask.height * j->srcStep;
+        if (narrow)
+            advance_sums16((Lum16u *)cols, in, out, row_cells());
+        else
+            add_row(in, out, row_cells());
     }
 
     void compute(int32_t, Lum8u *dst) const
     {
         const int32_t n = j->roi.width * j->channels, mw = j->mask.width;
-        if (j->channels == 1)
+        if (narrow) {
+            if (j->channels == 1)
+                narrow_row<GenericNearest>((const Lum16u *)cols, mw, 1, mul, shift, dst, n);
+            else
+                narrow_row<GenericTrunc>((const Lum16u *)cols, mw, 3, mul, shift, dst, n);
+        } else if (j->channels == 1)
             generic_row<1, GenericNearest>(cols, mw, mul, shift, dst, n);
         else
             generic_row<3, GenericTrunc>(cols, mw, mul, shift, dst, n);
@@ -268,6 +314,7 @@ bool take_int_sums(IntSums *e, const BoxJob &j)
     e->j = &j;
     e->c = j.channels == 1 ? 1 : 4;
     get_shift_int(j.mask, &e->mul, &e->shift);
+    e->narrow = j.mask.width * j.mask.height <= 257 && j.mask.width <= 8;
     const int32_t bytes = (((j.roi.width + j.mask.width + 2) * e->c) * 4 + 15) & ~15;
     e->cols = (uint32_t *)LUMI_T(lumsMalloc_8u)(bytes);
     return e->cols != nullptr;

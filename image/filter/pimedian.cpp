@@ -133,7 +133,7 @@ void column_channel(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst, int32_t dst
 }
 
 /* The general engine from the footprint's first pixel, a channel at a time. */
-LumStatus median_general(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst, int32_t dstStep,
+LumStatus ownlumiFilterMedianCom_8u(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst, int32_t dstStep,
                          LumiSize roi, LumiSize mask, int channels, int excludeLast)
 {
     const int used = excludeLast ? channels - 1 : channels;
@@ -174,7 +174,12 @@ LumStatus median_public(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst, int32_t
         switch (shape) {
         case lumMaskSize3x3:
         case lumMaskSize5x5:
-            median_square_rows(centre, srcStep, pDst, dstStep, roi, mask.width, channels);
+            if (c1)
+                ownlumiFilterMedianSqr_8u_C1R(centre, srcStep, pDst, dstStep, roi,
+                                              (LumiMaskSize)shape);
+            else
+                ownlumiFilterMedianSqr_8u_C3R(centre, srcStep, pDst, dstStep, roi,
+                                              (LumiMaskSize)shape);
             return lumStsNoErr;
         case lumMaskSize3x1:
         case lumMaskSize5x1:
@@ -196,7 +201,7 @@ LumStatus median_public(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst, int32_t
         }
     }
     const Lum8u *first = centre - (intptr_t)hw * channels - (intptr_t)hh * srcStep;
-    return median_general(first, srcStep, pDst, dstStep, roi, mask, channels, 0);
+    return ownlumiFilterMedianCom_8u(first, srcStep, pDst, dstStep, roi, mask, channels, 0);
 }
 
 } // namespace

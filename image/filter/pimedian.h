@@ -29,10 +29,11 @@ namespace LUMI_NS {
 void median_line_rows(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst, int32_t dstStep,
                       int32_t rowBytes, int32_t height, int taps, int32_t stride);
 
-/* A square of `side` (3 or 5) on pixels of `channels` bytes; pSrc is the
- * centre of the first window. */
-void median_square_rows(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst, int32_t dstStep,
-                        LumiSize roi, int side, int channels);
+/* Squares of 3 or 5 (mask 33 or 55); pSrc is the centre of the first window. */
+void ownlumiFilterMedianSqr_8u_C1R(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst,
+                                   int32_t dstStep, LumiSize roi, LumiMaskSize mask);
+void ownlumiFilterMedianSqr_8u_C3R(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst,
+                                   int32_t dstStep, LumiSize roi, LumiMaskSize mask);
 
 } // namespace LUMI_NS
 

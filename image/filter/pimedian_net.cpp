@@ -347,13 +347,22 @@ void square_rows(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst, int32_t dstSte
 
 } // namespace
 
-void median_square_rows(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst, int32_t dstStep,
-                        LumiSize roi, int side, int channels)
+void ownlumiFilterMedianSqr_8u_C1R(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst,
+                                   int32_t dstStep, LumiSize roi, LumiMaskSize mask)
 {
-    if (side == 3)
-        square_rows<3>(pSrc, srcStep, pDst, dstStep, roi, channels);
+    if (mask == lumMaskSize3x3)
+        square_rows<3>(pSrc, srcStep, pDst, dstStep, roi, 1);
     else
-        square_rows<5>(pSrc, srcStep, pDst, dstStep, roi, channels);
+        square_rows<5>(pSrc, srcStep, pDst, dstStep, roi, 1);
+}
+
+void ownlumiFilterMedianSqr_8u_C3R(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst,
+                                   int32_t dstStep, LumiSize roi, LumiMaskSize mask)
+{
+    if (mask == lumMaskSize3x3)
+        square_rows<3>(pSrc, srcStep, pDst, dstStep, roi, 3);
+    else
+        square_rows<5>(pSrc, srcStep, pDst, dstStep, roi, 3);
 }
 
 } // namespace LUMI_NS
