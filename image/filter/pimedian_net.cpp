@@ -347,22 +347,29 @@ void square_rows(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst, int32_t dstSte
 
 } // namespace
 
+namespace {
+
+void square(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst, int32_t dstStep, LumiSize roi,
+            LumiMaskSize mask, int channels)
+{
+    if (mask == lumMaskSize3x3)
+        square_rows<3>(pSrc, srcStep, pDst, dstStep, roi, channels);
+    else
+        square_rows<5>(pSrc, srcStep, pDst, dstStep, roi, channels);
+}
+
+} // namespace
+
 void ownlumiFilterMedianSqr_8u_C1R(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst,
                                    int32_t dstStep, LumiSize roi, LumiMaskSize mask)
 {
-    if (mask == lumMaskSize3x3)
-        square_rows<3>(pSrc, srcStep, pDst, dstStep, roi, 1);
-    else
-        square_rows<5>(pSrc, srcStep, pDst, dstStep, roi, 1);
+    square(pSrc, srcStep, pDst, dstStep, roi, mask, 1);
 }
 
 void ownlumiFilterMedianSqr_8u_C3R(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst,
                                    int32_t dstStep, LumiSize roi, LumiMaskSize mask)
 {
-    if (mask == lumMaskSize3x3)
-        square_rows<3>(pSrc, srcStep, pDst, dstStep, roi, 3);
-    else
-        square_rows<5>(pSrc, srcStep, pDst, dstStep, roi, 3);
+    square(pSrc, srcStep, pDst, dstStep, roi, mask, 3);
 }
 
 } // namespace LUMI_NS
