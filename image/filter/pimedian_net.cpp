@@ -29,6 +29,9 @@
 #include "tier.h"
 
 #include <emmintrin.h>
+#if LUMI_TIER_LEVEL >= LUMI_TIER_SSSE3
+#include <tmmintrin.h>
+#endif
 #include <stdint.h>
 #include <string.h>
 
@@ -316,32 +319,104 @@ void median_line_rows(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst, int32_t d
 
 namespace {
 
+/* Output bytes [a, b) of one row through the scratch of sorted columns;
+ * `centre` is the centre of output byte 0's window. */
+template <int side>
+void scratch_range(SquareKernel<side> &k, const Lum8u *centre, int32_t srcStep, Lum8u *dst,
+                   int32_t a, int32_t b)
+{
+    const int32_t reach = (side / 2) * k.c;
+    /* The first chunk also takes the head, so later chunks start aligned. */
+    int32_t j0 = a;
+    int32_t m = kChunk + (int32_t)((16 - ((uintptr_t)(dst + a) & 15)) & 15);
+    while (j0 < b) {
+        if (m > b - j0)
+            m = b - j0;
+        const Lum8u *rows[side];
+        for (int r = 0; r < side; ++r)
+            rows[r] = centre + (intptr_t)(r - side / 2) * srcStep + j0 - reach;
+        k.sort_columns(rows, m + 2 * reach);
+        k.dst = dst + j0;
+        run_row<false>(k, dst + j0, m);
+        j0 += m;
+        m = kChunk;
+    }
+}
+
+/* Bytes k..k+15 of the 32-byte pair lo:hi. */
+template <int k>
+inline __m128i bytes_from(__m128i hi, __m128i lo)
+{
+#if LUMI_TIER_LEVEL >= LUMI_TIER_SSSE3
+    return _mm_alignr_epi8(hi, lo, k);
+#else
+    return _mm_or_si128(_mm_srli_si128(lo, k), _mm_slli_si128(hi, 16 - k));
+#endif
+}
+
+struct Sorted3 {
+    __m128i r[3]; /* lo, mid, hi of each column */
+};
+
+inline Sorted3 sorted_block(const Lum8u *const rows[3], int32_t x)
+{
+    Sorted3 t;
+    for (int r = 0; r < 3; ++r)
+        t.r[r] = Bytes16::ld(rows[r] + x);
+    sort3(t.r[0], t.r[1], t.r[2]);
+    return t;
+}
+
+/* The 3x3 body over aligned blocks [x0, x1): each block's sorted columns
+ * are made once and reach the neighbouring windows by byte shifts of the
+ * carried blocks, c bytes either way. */
+template <int c>
+void median9_body(const Lum8u *const rows[3], Lum8u *dst, int32_t x0, int32_t x1)
+{
+    Sorted3 prev = sorted_block(rows, x0 - 16), cur = sorted_block(rows, x0);
+    for (int32_t x = x0; x < x1; x += 16) {
+        const Sorted3 next = sorted_block(rows, x + 16);
+        __m128i s[3][3];
+        for (int r = 0; r < 3; ++r) {
+            s[r][0] = bytes_from<16 - c>(cur.r[r], prev.r[r]);
+            s[r][1] = cur.r[r];
+            s[r][2] = bytes_from<c>(next.r[r], cur.r[r]);
+        }
+        Bytes16::st(dst + x, median9(s));
+        prev = cur;
+        cur = next;
+    }
+}
+
 template <int side>
 void square_rows(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst, int32_t dstStep, LumiSize roi,
                  int channels)
 {
     SquareKernel<side> k;
     k.c = channels;
-    const int32_t reach = (side / 2) * channels;
     const int32_t n = roi.width * channels;
     for (int32_t y = 0; y < roi.height; ++y) {
         const Lum8u *centre = pSrc + (intptr_t)y * srcStep;
         Lum8u *dst = pDst + (intptr_t)y * dstStep;
-        /* The first chunk also takes the head, so later chunks start aligned. */
-        int32_t j0 = 0;
-        int32_t m = kChunk + (int32_t)((16 - ((uintptr_t)dst & 15)) & 15);
-        while (j0 < n) {
-            if (m > n - j0)
-                m = n - j0;
-            const Lum8u *rows[side];
-            for (int r = 0; r < side; ++r)
-                rows[r] = centre + (intptr_t)(r - side / 2) * srcStep + j0 - reach;
-            k.sort_columns(rows, m + 2 * reach);
-            k.dst = dst + j0;
-            run_row<false>(k, dst + j0, m);
-            j0 += m;
-            m = kChunk;
+        if constexpr (side == 3) {
+            /* Blocks in registers where a whole block on each side stays
+             * inside the footprint; the scratch does both ends. */
+            const int32_t x0 = 16 + (int32_t)((16 - ((uintptr_t)dst & 15)) & 15);
+            int32_t x1 = x0;
+            while (x1 + 32 <= n + channels)
+                x1 += 16;
+            if (x1 > x0) {
+                const Lum8u *rows[3] = {centre - srcStep, centre, centre + srcStep};
+                scratch_range(k, centre, srcStep, dst, 0, x0);
+                if (channels == 1)
+                    median9_body<1>(rows, dst, x0, x1);
+                else
+                    median9_body<3>(rows, dst, x0, x1);
+                scratch_range(k, centre, srcStep, dst, x1, n);
+                continue;
+            }
         }
+        scratch_range(k, centre, srcStep, dst, 0, n);
     }
 }
 
