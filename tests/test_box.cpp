@@ -242,7 +242,7 @@ TEST_P(Box, WorkedValues)
 // 90 by 90 (8100 cells) stays on integers; 8101 cells and up take floats.
 TEST_P(Box, LargeMasksChooseIntegerOrFloat)
 {
-    const MaskCase masks[] = {{90, 90}, {8101, 1}, {91, 90}};
+    const MaskCase masks[] = {{90, 90}, {8101, 1}, {91, 90}, {2, 130}};
     for (const MaskCase &m : masks)
         for (Form f : {kC1R, kC3R, kC1IR, kC3IR}) {
             const int ch = f == kC1R || f == kC1IR ? 1 : 3;

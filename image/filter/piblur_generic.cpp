@@ -7,9 +7,10 @@
  * column gains the pixel entering below and loses the one leaving above.
  * Work per pixel does not depend on the mask.
  *
- * Integer engines keep one 32-bit cell per byte of a footprint row, in an
- * allocation sized for four cells per three-channel pixel and two spare
- * pixels.  A row's window sums run four lanes at a time, each lane stepping
+ * Integer engines keep one cell per byte of a footprint row, in an
+ * allocation sized for four 32-bit cells per three-channel pixel and two
+ * spare pixels; the cells are 16-bit where the column sums fit (small masks,
+ * or one channel with at most 128 rows).  A row's window sums run four lanes at a time, each lane stepping
  * 4 * channels bytes.  Their mean is (S * mul + half) >> shift for one
  * channel and (S * mul) >> shift for three, in unsigned 32-bit arithmetic
  * (get_shift_int); tiers below SSE4.1 form the low product from two
@@ -60,9 +61,27 @@ struct GenericTrunc {
  * d(j) = cols[j + span] - cols[j] to earlier window sums: S(i - 1) for one
  * channel, the three previous sums for three.
  */
-template <int ch, typename Round>
-void generic_row(const uint32_t *cols, int32_t mw, uint32_t mul, int shift, Lum8u *dst,
-                 int32_t n)
+/* d(j) = p[j + span] - p[j] for 16 positions j from p, as four vectors of
+ * 32-bit lanes; 16-bit cells subtract eight at a time and widen. */
+inline void differences(const uint32_t *p, int32_t span, __m128i d[4])
+{
+    for (int v = 0; v < 4; ++v)
+        d[v] = _mm_sub_epi32(_mm_loadu_si128((const __m128i *)(p + 4 * v + span)),
+                             _mm_loadu_si128((const __m128i *)(p + 4 * v)));
+}
+inline void differences(const Lum16u *p, int32_t span, __m128i d[4])
+{
+    for (int h = 0; h < 2; ++h) {
+        const __m128i x = _mm_sub_epi16(_mm_loadu_si128((const __m128i *)(p + 8 * h + span)),
+                                        _mm_loadu_si128((const __m128i *)(p + 8 * h)));
+        const __m128i sign = _mm_srai_epi16(x, 15);
+        d[2 * h] = _mm_unpacklo_epi16(x, sign);
+        d[2 * h + 1] = _mm_unpackhi_epi16(x, sign);
+    }
+}
+
+template <int ch, typename Round, typename Cell>
+void generic_row(const Cell *cols, int32_t mw, uint32_t mul, int shift, Lum8u *dst, int32_t n)
 {
     const int32_t span = mw * ch;
     const uint32_t term = Round::term(shift);
@@ -97,11 +116,10 @@ void generic_row(const uint32_t *cols, int32_t mw, uint32_t mul, int shift, Lum8
              * totals, so one addition is all that links two blocks. */
             __m128i base = _mm_set1_epi32((int32_t)last[15]);
             for (; i + 16 <= n; i += 16) {
-                __m128i carry = _mm_setzero_si128(), m[4];
+                __m128i carry = _mm_setzero_si128(), m[4], dd[4];
+                differences(cols + i - 1, span, dd);
                 for (int v = 0; v < 4; ++v) {
-                    const uint32_t *p = cols + i + 4 * v - 1;
-                    __m128i d = _mm_sub_epi32(_mm_loadu_si128((const __m128i *)(p + span)),
-                                              _mm_loadu_si128((const __m128i *)p));
+                    __m128i d = dd[v];
                     d = _mm_add_epi32(d, _mm_slli_si128(d, 4));
                     d = _mm_add_epi32(d, _mm_slli_si128(d, 8));
                     sv[v] = _mm_add_epi32(_mm_add_epi32(base, carry), d);
@@ -128,7 +146,7 @@ void generic_row(const uint32_t *cols, int32_t mw, uint32_t mul, int shift, Lum8
                 for (int b = 0; b < 4; ++b) {
                     __m128i c[3];
                     for (int v = 0; v < 3; ++v) {
-                        const uint32_t *p = cols + i + 12 * b + 4 * v - 3;
+                        const Cell *p = cols + i + 12 * b + 4 * v - 3;
                         __m128i d = _mm_sub_epi32(_mm_loadu_si128((const __m128i *)(p + span)),
                                                   _mm_loadu_si128((const __m128i *)p));
                         d = _mm_add_epi32(d, _mm_slli_si128(d, 12));
@@ -201,7 +219,8 @@ struct IntSums {
     int c; /* cells per pixel the allocation is sized for */
     uint32_t mul;
     int shift;
-    bool narrow; /* 16-bit cells (narrow_row) */
+    bool narrow; /* 16-bit cells, direct taps (narrow_row) */
+    bool cells16; /* 16-bit cells: narrow, or one channel with at most 128 rows */
 
     int32_t row_cells() const { return (j->roi.width + j->mask.width - 1) * j->channels; }
 
@@ -209,7 +228,7 @@ struct IntSums {
     {
         const int32_t n = row_cells();
         memset(cols, 0, sizeof(uint32_t) * (size_t)(j->roi.width + j->mask.width + 2) * c);
-        if (narrow) {
+        if (cells16) {
             vertical_sums(j->src, j->srcStep, j->mask.height, (Lum16u *)cols, n);
             return;
         }
@@ -245,7 +264,7 @@ struct IntSums {
     {
         const Lum8u *out = j->src + (intptr_t)k * j->srcStep;
         const Lum8u *in = out + (intptr_t)j->mask.height * j->srcStep;
-        if (narrow)
+        if (cells16)
             advance_sums16((Lum16u *)cols, in, out, row_cells());
         else
             add_row(in, out, row_cells());
@@ -259,10 +278,14 @@ struct IntSums {
                 narrow_row<GenericNearest>((const Lum16u *)cols, mw, 1, mul, shift, dst, n);
             else
                 narrow_row<GenericTrunc>((const Lum16u *)cols, mw, 3, mul, shift, dst, n);
-        } else if (j->channels == 1)
-            generic_row<1, GenericNearest>(cols, mw, mul, shift, dst, n);
-        else
+        } else if (j->channels == 1) {
+            if (cells16)
+                generic_row<1, GenericNearest>((const Lum16u *)cols, mw, mul, shift, dst, n);
+            else
+                generic_row<1, GenericNearest>(cols, mw, mul, shift, dst, n);
+        } else {
             generic_row<3, GenericTrunc>(cols, mw, mul, shift, dst, n);
+        }
     }
 };
 
@@ -315,6 +338,7 @@ bool take_int_sums(IntSums *e, const BoxJob &j)
     e->c = j.channels == 1 ? 1 : 4;
     get_shift_int(j.mask, &e->mul, &e->shift);
     e->narrow = j.mask.width * j.mask.height <= 257 && j.mask.width <= 8;
+    e->cells16 = e->narrow || (j.channels == 1 && j.mask.height <= 128);
     const int32_t bytes = (((j.roi.width + j.mask.width + 2) * e->c) * 4 + 15) & ~15;
     e->cols = (uint32_t *)LUMI_T(lumsMalloc_8u)(bytes);
     return e->cols != nullptr;
