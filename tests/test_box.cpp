@@ -239,6 +239,21 @@ TEST_P(Box, WorkedValues)
     }
 }
 
+// Rows longer than the fixed engines' strips, so that a strip boundary falls
+// inside the row.
+TEST_P(Box, FixedEnginesAcrossStrips)
+{
+    for (Form f : {kC1R, kC3R})
+        for (int side : {3, 5, 7}) {
+            const int ch = f == kC1R ? 1 : 3;
+            Scene sc(ch == 1 ? 1100 : 400, 4, ch, side, side, {side / 2, side - 1}, side, 256);
+            LumStatus st;
+            const std::vector<uint8_t> got = run(f, sc, &st);
+            ASSERT_EQ(st, lumStsNoErr);
+            EXPECT_EQ(got, sc.expect(expected_kind(f, side, side, 4), false)) << side;
+        }
+}
+
 // 90 by 90 (8100 cells) stays on integers; 8101 cells and up take floats.
 TEST_P(Box, LargeMasksChooseIntegerOrFloat)
 {

@@ -1,10 +1,11 @@
 /*
  * Fixed-size box engines: 3x3, 5x5 and 7x7, straight from the rows.
  *
- * A row of output is made in two passes over a chunk: the mask's rows are
- * added column by column into 16-bit sums, then each output adds its
- * mask.width neighbouring column sums (one pixel, so `channels` bytes, apart)
- * and scales the window sum S by a fixed multiplier.  S stays below 2^16
+ * Output is made in two passes over a strip of a row: the mask's rows are
+ * added column by column into 16-bit sums (out of place these move down the
+ * strip from row to row), then each output adds its mask.width neighbouring
+ * column sums (one pixel, so `channels` bytes, apart) and scales the window
+ * sum S by a fixed multiplier.  S stays below 2^16
  * for these masks, so eight sums share a vector and the multiplier is a
  * high-half 16-bit product.  Each engine keeps its own rounding:
  *
@@ -152,11 +153,27 @@ struct Direct {
     void advance(int32_t) {}
 };
 
+/* Out of place, in strips of kChunk output bytes from top to bottom: the
+ * strip's 16-bit column sums stay in automatic storage and move down a row
+ * at a time (add the row entering, drop the one leaving), so a row costs
+ * the same for every mask height. */
 template <typename Round, int side>
-LumStatus direct(const BoxJob &j)
+LumStatus strips(const BoxJob &j)
 {
-    Direct<Round, side> e = {&j};
-    run_rows(e, j);
+    Lum16u v[kChunk + (side - 1) * 3];
+    const int32_t rowBytes = j.roi.width * j.channels, reach = (side - 1) * j.channels;
+    for (int32_t j0 = 0; j0 < rowBytes; j0 += kChunk) {
+        const int32_t m = rowBytes - j0 < kChunk ? rowBytes - j0 : kChunk;
+        const Lum8u *top = j.src + j0;
+        vertical_sums(top, j.srcStep, side, v, m + reach);
+        for (int32_t k = 0; k < j.roi.height; ++k) {
+            horizontal_means<Round, side>(v, j.channels, j.dst + (intptr_t)k * j.dstStep + j0, m);
+            if (k + 1 < j.roi.height) {
+                const Lum8u *out = top + (intptr_t)k * j.srcStep;
+                advance_sums16(v, out + (intptr_t)side * j.srcStep, out, m + reach);
+            }
+        }
+    }
     return lumStsNoErr;
 }
 
@@ -201,11 +218,11 @@ LumStatus sums16_in_place(const BoxInPlace &p)
 
 } // namespace
 
-LumStatus ownBlur_8u_33(const BoxJob &j) { return direct<Trunc18, 3>(j); }
+LumStatus ownBlur_8u_33(const BoxJob &j) { return strips<Trunc18, 3>(j); }
 
-LumStatus ownBlur_8u_55(const BoxJob &j) { return direct<Nearest19<20971>, 5>(j); }
+LumStatus ownBlur_8u_55(const BoxJob &j) { return strips<Nearest19<20971>, 5>(j); }
 
-LumStatus ownBlur_8u_77_C1R(const BoxJob &j) { return direct<Nearest19<10700>, 7>(j); }
+LumStatus ownBlur_8u_77_C1R(const BoxJob &j) { return strips<Nearest19<10700>, 7>(j); }
 
 LumStatus ownBlur_8u_33_I(const BoxInPlace &p)
 {
