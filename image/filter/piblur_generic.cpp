@@ -9,12 +9,16 @@
  *
  * Integer engines keep one cell per byte of a footprint row, in an
  * allocation sized for four 32-bit cells per three-channel pixel and two
- * spare pixels; the cells are 16-bit where the column sums fit (small masks,
- * or one channel with at most 128 rows).  A row's window sums run four lanes at a time, each lane stepping
- * 4 * channels bytes.  Their mean is (S * mul + half) >> shift for one
- * channel and (S * mul) >> shift for three, in unsigned 32-bit arithmetic
+ * spare pixels; the cells are 16-bit where the column sums fit (small
+ * masks, or one channel with at most 128 rows).  Window sums run four lanes
+ * at a time from earlier sums and prefix sums of the column differences;
+ * masks of at most 257 cells and 8 columns add their taps directly in 16-bit
+ * lanes.  The mean is (S * mul + half) >> shift for one channel and
+ * (S * mul) >> shift for three, in unsigned 32-bit arithmetic
  * (get_shift_int); tiers below SSE4.1 form the low product from two
- * even/odd multiplies, with the same result.  Float engines keep one float cell per channel and store
+ * even/odd multiplies, with the same result.
+ *
+ * Float engines keep one float cell per channel and store
  * trunc(S * (1.0f / N) + 9.0e-6f); they serve masks above 8100 cells.
  */
 #include "tier.h"
