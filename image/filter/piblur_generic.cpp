@@ -196,11 +196,23 @@ void narrow_row(const Lum16u *cols, int32_t mw, int ch, uint32_t mul, int shift,
     const uint32_t term = Round::term(shift);
     const __m128i vmul = _mm_set1_epi16((short)mul), vterm = _mm_set1_epi32((int32_t)term);
     const __m128i vshift = _mm_cvtsi32_si128(shift);
+    /* With shift >= 16 and a term that is a multiple of 2^16, the low half
+     * of the product can't reach the result: (S * mul + term) >> shift equals
+     * (((S * mul) >> 16) + (term >> 16)) >> (shift - 16), all in 16 bits. */
+    const bool high = shift >= 16 && (term & 0xffff) == 0;
+    const __m128i hterm = _mm_set1_epi16((short)(term >> 16));
+    const __m128i hshift = _mm_cvtsi32_si128(shift - 16);
     int32_t i = 0;
     for (; i + 8 <= n; i += 8) {
         __m128i s = _mm_loadu_si128((const __m128i *)(cols + i));
         for (int32_t t = 1; t < mw; ++t)
             s = _mm_add_epi16(s, _mm_loadu_si128((const __m128i *)(cols + i + t * ch)));
+        if (high) {
+            const __m128i m =
+                _mm_srl_epi16(_mm_add_epi16(_mm_mulhi_epu16(s, vmul), hterm), hshift);
+            _mm_storel_epi64((__m128i *)(dst + i), _mm_packus_epi16(m, m));
+            continue;
+        }
         const __m128i lo = _mm_mullo_epi16(s, vmul), hi = _mm_mulhi_epu16(s, vmul);
         const __m128i p0 = _mm_add_epi32(_mm_unpacklo_epi16(lo, hi), vterm);
         const __m128i p1 = _mm_add_epi32(_mm_unpackhi_epi16(lo, hi), vterm);
