@@ -267,7 +267,30 @@ LUMI_API LumStatus lumiYUVToRGB_8u_P3C3R(const Lum8u *const pSrc[3], int32_t src
 
 /* -------------------------------------------------------- filters: box -- */
 
+/* Mean of a maskSize window whose cell `anchor` lies over each output pixel;
+ * pSrc is the pixel under the first output pixel and the caller supplies the
+ * whole footprint.  The rounding of the mean depends on the mask (see README). */
+LUMI_API LumStatus lumiFilterBox_8u_C1R(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst,
+                                        int32_t dstStep, LumiSize roiSize, LumiSize maskSize,
+                                        LumiPoint anchor);
+LUMI_API LumStatus lumiFilterBox_8u_C3R(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst,
+                                        int32_t dstStep, LumiSize roiSize, LumiSize maskSize,
+                                        LumiPoint anchor);
+LUMI_API LumStatus lumiFilterBox_8u_C1IR(Lum8u *pSrcDst, int32_t srcDstStep, LumiSize roiSize,
+                                         LumiSize maskSize, LumiPoint anchor);
+LUMI_API LumStatus lumiFilterBox_8u_C3IR(Lum8u *pSrcDst, int32_t srcDstStep, LumiSize roiSize,
+                                         LumiSize maskSize, LumiPoint anchor);
+
 /* ----------------------------------------------------- filters: median -- */
+
+/* Exact median of a window of odd sides, per channel; the window is placed
+ * as for the box filter. */
+LUMI_API LumStatus lumiFilterMedian_8u_C1R(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst,
+                                           int32_t dstStep, LumiSize dstRoiSize,
+                                           LumiSize maskSize, LumiPoint anchor);
+LUMI_API LumStatus lumiFilterMedian_8u_C3R(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst,
+                                           int32_t dstStep, LumiSize dstRoiSize,
+                                           LumiSize maskSize, LumiPoint anchor);
 
 /* ------------------------------------------------ filters: convolution -- */
 

@@ -1,0 +1,76 @@
+// Box and median filters on 1920x1080 against cv::blur and cv::medianBlur.
+//
+// Lumi generates no border, so it reads a source padded by replication
+// around the picture, while OpenCV replicates the border itself; both then
+// filter the same pixels and write a 1920x1080 result.
+#include <opencv2/imgproc.hpp>
+
+#include "bench_common.h"
+
+namespace {
+
+typedef LumStatus (*FilterFn)(const Lum8u *, int32_t, Lum8u *, int32_t, LumiSize, LumiSize,
+                              LumiPoint);
+
+const int kW = 1920, kH = 1080;
+
+struct Images {
+    cv::Mat src, padded, lumi, ocv;
+    const Lum8u *centre; // pixel of `padded` under the first output pixel
+};
+
+Images make_images(int channels, int k)
+{
+    Images im;
+    im.src = lumibench::test_image(kW, kH, channels);
+    const int r = k / 2;
+    cv::copyMakeBorder(im.src, im.padded, r, r, r, r, cv::BORDER_REPLICATE);
+    im.lumi = cv::Mat(kH, kW, CV_8UC(channels));
+    im.ocv = cv::Mat(kH, kW, CV_8UC(channels));
+    im.centre = im.padded.ptr<Lum8u>(r) + r * channels;
+    return im;
+}
+
+void add_case(const char *family, const char *name, int channels, int k, bool median)
+{
+    const Images im = make_images(channels, k);
+    FilterFn fn = lumibench::get<FilterFn>(name);
+    lumibench::Pair p;
+    p.name = std::string(family) + "_" + std::to_string(k) + "x" + std::to_string(k) + "_C" +
+             std::to_string(channels) + "/1920x1080";
+    p.pixels = (double)kW * kH;
+    p.lumi = [=] {
+        fn(im.centre, (int32_t)im.padded.step, im.lumi.data, (int32_t)im.lumi.step, {kW, kH},
+           {k, k}, {k / 2, k / 2});
+    };
+    if (median)
+        p.opencv = [=] {
+            cv::Mat dst = im.ocv;
+            cv::medianBlur(im.src, dst, k);
+        };
+    else
+        p.opencv = [=] {
+            cv::Mat dst = im.ocv;
+            cv::blur(im.src, dst, cv::Size(k, k), cv::Point(-1, -1), cv::BORDER_REPLICATE);
+        };
+    p.max_diff = [=] { return lumibench::max_abs_diff(im.lumi, im.ocv); };
+    if (!median)
+        p.note = "means round differently by mask";
+    lumibench::add(p);
+}
+
+} // namespace
+
+LUMI_BENCH_CASES(filters)
+{
+    for (int ch : {1, 3}) {
+        const char *box = ch == 1 ? "lumiFilterBox_8u_C1R" : "lumiFilterBox_8u_C3R";
+        for (int k : {3, 5, 7, 31})
+            add_case("box", box, ch, k, false);
+    }
+    for (int ch : {1, 3}) {
+        const char *median = ch == 1 ? "lumiFilterMedian_8u_C1R" : "lumiFilterMedian_8u_C3R";
+        for (int k : {3, 5, 7})
+            add_case("median", median, ch, k, true);
+    }
+}

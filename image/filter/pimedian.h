@@ -1,0 +1,40 @@
+/*
+ * Median filter internals shared by the family's sources of one tier: the
+ * network row kernels and the line-window entries the public forms hand the
+ * fixed shapes to.
+ */
+#ifndef LUMI_PIMEDIAN_H
+#define LUMI_PIMEDIAN_H
+
+#include "tier.h"
+
+/* Line windows of three or five cells; pSrc is the window's centre. */
+LUMI_MEMBER LumStatus LUMI_T(lumiFilterMedianHoriz_8u_C1R)(const Lum8u *pSrc, int32_t srcStep,
+                                                           Lum8u *pDst, int32_t dstStep,
+                                                           LumiSize dstRoiSize, LumiMaskSize mask);
+LUMI_MEMBER LumStatus LUMI_T(lumiFilterMedianHoriz_8u_C3R)(const Lum8u *pSrc, int32_t srcStep,
+                                                           Lum8u *pDst, int32_t dstStep,
+                                                           LumiSize dstRoiSize, LumiMaskSize mask);
+LUMI_MEMBER LumStatus LUMI_T(lumiFilterMedianVert_8u_C1R)(const Lum8u *pSrc, int32_t srcStep,
+                                                          Lum8u *pDst, int32_t dstStep,
+                                                          LumiSize dstRoiSize, LumiMaskSize mask);
+LUMI_MEMBER LumStatus LUMI_T(lumiFilterMedianVert_8u_C3R)(const Lum8u *pSrc, int32_t srcStep,
+                                                          Lum8u *pDst, int32_t dstStep,
+                                                          LumiSize dstRoiSize, LumiMaskSize mask);
+
+namespace LUMI_NS {
+
+/* A line of `taps` cells (3 or 5) whose neighbours lie `stride` bytes apart,
+ * over rows of `rowBytes` bytes.  pSrc is the centre of the first window. */
+void median_line_rows(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst, int32_t dstStep,
+                      int32_t rowBytes, int32_t height, int taps, int32_t stride);
+
+/* Squares of 3 or 5 (mask 33 or 55); pSrc is the centre of the first window. */
+void ownlumiFilterMedianSqr_8u_C1R(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst,
+                                   int32_t dstStep, LumiSize roi, LumiMaskSize mask);
+void ownlumiFilterMedianSqr_8u_C3R(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst,
+                                   int32_t dstStep, LumiSize roi, LumiMaskSize mask);
+
+} // namespace LUMI_NS
+
+#endif

@@ -1,0 +1,450 @@
+/*
+ * Compare-exchange networks of the median filter for the six fixed windows:
+ * lines of three and five cells (horizontal or vertical) and squares of three
+ * and five.  Every window's value is its exact median, computed with byte-wide
+ * minimum and maximum only, so there are no branches on data.
+ *
+ * Rows run in three stages: single pixels until the destination is 16-byte
+ * aligned, then 16-byte blocks with aligned stores, then the rest in falling
+ * blocks of 8, 4 and single bytes with narrower loads, so that no read
+ * leaves the window footprint.  One template network serves every width,
+ * including the scalar one, so all stages compute the same value.
+ *
+ * Lines: three cells are min(max(a, b), max(min(a, b), c)); five cells reduce
+ * two pairs to m = max of the minima and M = min of the maxima, then take the
+ * median of m, M and the fifth cell.  A vertical line of a three-channel
+ * image is the one-channel kernel over three times the width; a horizontal
+ * one has its neighbours 3 bytes apart.
+ *
+ * Squares: a row is treated in chunks.  Each chunk first sorts every column
+ * of the footprint (3 or 5 rows) and keeps the sorted ranks in a scratch
+ * area; each window then reads its columns' ranks back at 0, c, 2c... bytes
+ * (c = channels).  For 3 by 3 the median is the median of the largest
+ * minimum, the median of the middles and the smallest maximum.  For 5 by 5 a
+ * window's 25 values are 5 sorted columns; the median is the 13th smallest,
+ * reached by a fixed network (scripts/median25_network.py).
+ *
+ * The code is the same in every tier: SSE2 byte minimum and maximum.
+ */
+#include "tier.h"
+
+#include <emmintrin.h>
+#if LUMI_TIER_LEVEL >= LUMI_TIER_SSSE3
+#include <tmmintrin.h>
+#endif
+#include <stdint.h>
+#include <string.h>
+
+#include "pimedian.h"
+
+namespace LUMI_NS {
+namespace {
+
+inline Lum8u vmin(Lum8u a, Lum8u b) { return a < b ? a : b; }
+inline Lum8u vmax(Lum8u a, Lum8u b) { return a < b ? b : a; }
+inline __m128i vmin(__m128i a, __m128i b) { return _mm_min_epu8(a, b); }
+inline __m128i vmax(__m128i a, __m128i b) { return _mm_max_epu8(a, b); }
+
+template <typename V>
+inline void cx(V &a, V &b)
+{
+    const V lo = vmin(a, b);
+    b = vmax(a, b);
+    a = lo;
+}
+
+template <typename V>
+inline V med3(V a, V b, V c)
+{
+    return vmin(vmax(a, b), vmax(vmin(a, b), c));
+}
+
+template <typename V>
+inline V med5(V p0, V p1, V p2, V p3, V p4)
+{
+    const V m = vmax(vmin(p0, p1), vmin(p2, p3));
+    const V M = vmin(vmax(p0, p1), vmax(p2, p3));
+    return med3(m, M, p4);
+}
+
+template <typename V>
+inline void sort3(V &a, V &b, V &c)
+{
+    cx(a, b);
+    cx(b, c);
+    cx(a, b);
+}
+
+template <typename V>
+inline void sort5(V v[5])
+{
+    cx(v[0], v[1]); cx(v[3], v[4]); cx(v[2], v[4]);
+    cx(v[2], v[3]); cx(v[1], v[4]); cx(v[0], v[3]);
+    cx(v[0], v[2]); cx(v[1], v[3]); cx(v[1], v[2]);
+}
+
+/* Median of a 3 by 3 window given as its sorted columns s[rank][column]. */
+template <typename V>
+inline V median9(const V s[3][3])
+{
+    const V lo = vmax(vmax(s[0][0], s[0][1]), s[0][2]);
+    const V mid = med3(s[1][0], s[1][1], s[1][2]);
+    const V hi = vmin(vmin(s[2][0], s[2][1]), s[2][2]);
+    return med3(lo, mid, hi);
+}
+
+/* Median of a 5 by 5 window given as its sorted columns s[rank][column].
+ * Of each rank's five values only those that can still be the 13th
+ * smallest are kept (ranks 0 to 4 keep 2, 3, 3, 3 and 2), the five groups
+ * are merged, and the seventh of the 13 candidates is the median.  The
+ * comparators whose results never reach it are left out. */
+template <typename V>
+inline V median25(const V s[5][5])
+{
+    const V t0 = vmin(s[0][0], s[0][1]);  const V t1 = vmax(s[0][0], s[0][1]);
+    const V t2 = vmin(s[0][3], s[0][4]);  const V t3 = vmax(s[0][3], s[0][4]);
+    const V t4 = vmin(s[0][2], t3);  const V t5 = vmax(s[0][2], t3);
+    const V t6 = vmax(t4, t2);  const V t7 = vmin(t1, t5);
+    const V t8 = vmax(t1, t5);  const V t9 = vmax(t0, t6);
+    const V t10 = vmax(t7, t9);  const V t11 = vmin(s[1][0], s[1][1]);
+    const V t12 = vmax(s[1][0], s[1][1]);  const V t13 = vmin(s[1][3], s[1][4]);
+    const V t14 = vmax(s[1][3], s[1][4]);  const V t15 = vmin(s[1][2], t14);
+    const V t16 = vmax(s[1][2], t14);  const V t17 = vmin(t15, t13);
+    const V t18 = vmax(t15, t13);  const V t19 = vmin(t12, t16);
+    const V t20 = vmax(t12, t16);  const V t21 = vmin(t11, t18);
+    const V t22 = vmax(t11, t18);  const V t23 = vmax(t21, t17);
+    const V t24 = vmin(t19, t22);  const V t25 = vmax(t19, t22);
+    const V t26 = vmax(t24, t23);  const V t27 = vmin(s[2][0], s[2][1]);
+    const V t28 = vmax(s[2][0], s[2][1]);  const V t29 = vmin(s[2][3], s[2][4]);
+    const V t30 = vmax(s[2][3], s[2][4]);  const V t31 = vmin(s[2][2], t30);
+    const V t32 = vmax(s[2][2], t30);  const V t33 = vmin(t31, t29);
+    const V t34 = vmax(t31, t29);  const V t35 = vmin(t28, t32);
+    const V t36 = vmin(t27, t34);  const V t37 = vmax(t27, t34);
+    const V t38 = vmax(t36, t33);  const V t39 = vmin(t35, t37);
+    const V t40 = vmax(t35, t37);  const V t41 = vmin(t39, t38);
+    const V t42 = vmax(t39, t38);  const V t43 = vmin(s[3][0], s[3][1]);
+    const V t44 = vmax(s[3][0], s[3][1]);  const V t45 = vmin(s[3][3], s[3][4]);
+    const V t46 = vmax(s[3][3], s[3][4]);  const V t47 = vmin(s[3][2], t46);
+    const V t48 = vmax(s[3][2], t46);  const V t49 = vmin(t47, t45);
+    const V t50 = vmax(t47, t45);  const V t51 = vmin(t44, t48);
+    const V t52 = vmin(t43, t50);  const V t53 = vmax(t43, t50);
+    const V t54 = vmin(t52, t49);  const V t55 = vmax(t52, t49);
+    const V t56 = vmin(t51, t53);  const V t57 = vmin(t56, t55);
+    const V t58 = vmax(t56, t55);  const V t59 = vmin(s[4][0], s[4][1]);
+    const V t60 = vmax(s[4][0], s[4][1]);  const V t61 = vmin(s[4][3], s[4][4]);
+    const V t62 = vmax(s[4][3], s[4][4]);  const V t63 = vmin(s[4][2], t62);
+    const V t64 = vmax(s[4][2], t62);  const V t65 = vmin(t63, t61);
+    const V t66 = vmax(t63, t61);  const V t67 = vmin(t60, t64);
+    const V t68 = vmin(t59, t66);  const V t69 = vmax(t59, t66);
+    const V t70 = vmin(t68, t65);  const V t71 = vmax(t68, t65);
+    const V t72 = vmin(t67, t69);  const V t73 = vmin(t72, t71);
+    const V t74 = vmin(t26, t41);  const V t75 = vmax(t26, t41);
+    const V t76 = vmin(t20, t40);  const V t77 = vmax(t20, t40);
+    const V t78 = vmin(t76, t75);  const V t79 = vmax(t76, t75);
+    const V t80 = vmin(t25, t42);  const V t81 = vmax(t25, t42);
+    const V t82 = vmin(t80, t78);  const V t83 = vmax(t80, t78);
+    const V t84 = vmin(t81, t79);  const V t85 = vmax(t81, t79);
+    const V t86 = vmin(t10, t70);  const V t87 = vmax(t10, t70);
+    const V t88 = vmin(t8, t73);  const V t89 = vmax(t8, t73);
+    const V t90 = vmin(t88, t87);  const V t91 = vmax(t88, t87);
+    const V t92 = vmin(t54, t86);  const V t93 = vmax(t54, t86);
+    const V t94 = vmin(t58, t91);  const V t95 = vmax(t58, t91);
+    const V t96 = vmin(t94, t93);  const V t97 = vmax(t94, t93);
+    const V t98 = vmin(t57, t90);  const V t99 = vmax(t57, t90);
+    const V t100 = vmin(t89, t99);  const V t101 = vmax(t89, t99);
+    const V t102 = vmin(t98, t96);  const V t103 = vmax(t98, t96);
+    const V t104 = vmin(t100, t97);  const V t105 = vmax(t100, t97);
+    const V t106 = vmin(t101, t95);  const V t107 = vmax(t101, t95);
+    const V t108 = vmax(t74, t92);  const V t109 = vmin(t85, t105);
+    const V t110 = vmax(t109, t108);  const V t111 = vmax(t83, t103);
+    const V t112 = vmin(t107, t111);  const V t113 = vmin(t112, t110);
+    const V t114 = vmax(t82, t102);  const V t115 = vmin(t77, t106);
+    const V t116 = vmin(t115, t114);  const V t117 = vmin(t84, t104);
+    const V t118 = vmax(t117, t116);  const V t119 = vmax(t118, t113);
+    return t119;
+}
+
+/* Byte blocks a network runs on: loads, stores and the value type. */
+struct Bytes1 {
+    typedef Lum8u V;
+    static V ld(const Lum8u *p) { return *p; }
+    static void st(Lum8u *p, V v) { *p = v; }
+};
+struct Bytes4 {
+    typedef __m128i V;
+    static V ld(const Lum8u *p)
+    {
+        int32_t x;
+        memcpy(&x, p, 4);
+        return _mm_cvtsi32_si128(x);
+    }
+    static void st(Lum8u *p, V v)
+    {
+        const int32_t x = _mm_cvtsi128_si32(v);
+        memcpy(p, &x, 4);
+    }
+};
+struct Bytes8 {
+    typedef __m128i V;
+    static V ld(const Lum8u *p) { return _mm_loadl_epi64((const __m128i *)p); }
+    static void st(Lum8u *p, V v) { _mm_storel_epi64((__m128i *)p, v); }
+};
+struct Bytes16 {
+    typedef __m128i V;
+    static V ld(const Lum8u *p) { return _mm_loadu_si128((const __m128i *)p); }
+    /* Only used once the destination is aligned. */
+    static void st(Lum8u *p, V v) { _mm_store_si128((__m128i *)p, v); }
+};
+
+/* One destination row of n bytes: head to alignment, aligned blocks of 16
+ * (two at a time when `pairs`), then falling blocks. */
+template <bool pairs, typename K>
+void run_row(const K &k, Lum8u *dst, int32_t n)
+{
+    int32_t j = 0;
+    int32_t head = (int32_t)((16 - ((uintptr_t)dst & 15)) & 15);
+    if (head > n)
+        head = n;
+    for (; j < head; ++j)
+        k.template at<Bytes1>(j);
+    if (pairs)
+        for (; j + 32 <= n; j += 32) {
+            k.template at<Bytes16>(j);
+            k.template at<Bytes16>(j + 16);
+        }
+    for (; j + 16 <= n; j += 16)
+        k.template at<Bytes16>(j);
+    if (j + 8 <= n) {
+        k.template at<Bytes8>(j);
+        j += 8;
+    }
+    if (j + 4 <= n) {
+        k.template at<Bytes4>(j);
+        j += 4;
+    }
+    for (; j < n; ++j)
+        k.template at<Bytes1>(j);
+}
+
+template <int taps>
+struct LineKernel {
+    const Lum8u *src; /* centre of the first window */
+    int32_t stride;   /* bytes between neighbouring cells */
+    Lum8u *dst;
+
+    template <typename A>
+    void at(int32_t j) const
+    {
+        const Lum8u *p = src + j;
+        typename A::V out;
+        if constexpr (taps == 3)
+            out = med3(A::ld(p - stride), A::ld(p), A::ld(p + stride));
+        else
+            out = med5(A::ld(p - 2 * stride), A::ld(p - stride), A::ld(p + stride),
+                       A::ld(p + 2 * stride), A::ld(p));
+        A::st(dst + j, out);
+    }
+};
+
+/* Output bytes per chunk of a square window's row: the chunk's sorted
+ * columns stay in automatic storage. */
+const int32_t kChunk = 512;
+const int32_t kMaxReach = 2 * 3; /* half of a 5-cell window, in bytes of C3 */
+const int32_t kScratch = kChunk + 16 + 2 * kMaxReach + 16;
+
+template <int side>
+struct SquareKernel {
+    Lum8u ranks[side][kScratch]; /* sorted columns; index 0 is the chunk's left reach */
+    int32_t c;                   /* bytes per pixel */
+    Lum8u *dst;
+
+    /* Sorts the columns of bytes [0, len) of the footprint rows
+     * (rows[r] points at the chunk's leftmost byte of row r). */
+    void sort_columns(const Lum8u *const rows[side], int32_t len)
+    {
+        int32_t k = 0;
+        for (; k + 16 <= len; k += 16)
+            sort_block<Bytes16>(rows, k);
+        if (k < len) {
+            if (len >= 16)
+                sort_block<Bytes16>(rows, len - 16);
+            else
+                for (; k < len; ++k)
+                    sort_block<Bytes1>(rows, k);
+        }
+    }
+
+    template <typename A>
+    void sort_block(const Lum8u *const rows[side], int32_t k)
+    {
+        typename A::V v[side];
+        for (int r = 0; r < side; ++r)
+            v[r] = A::ld(rows[r] + k);
+        if constexpr (side == 3)
+            sort3(v[0], v[1], v[2]);
+        else
+            sort5(v);
+        for (int r = 0; r < side; ++r)
+            memcpy(ranks[r] + k, &v[r], sizeof v[r]); /* scratch need not be aligned */
+    }
+
+    template <typename A>
+    void at(int32_t j) const
+    {
+        typename A::V s[side][side];
+        for (int r = 0; r < side; ++r)
+            for (int col = 0; col < side; ++col)
+                s[r][col] = A::ld(ranks[r] + j + col * c);
+        if constexpr (side == 3)
+            A::st(dst + j, median9(s));
+        else
+            A::st(dst + j, median25(s));
+    }
+};
+
+} // namespace
+
+void median_line_rows(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst, int32_t dstStep,
+                      int32_t rowBytes, int32_t height, int taps, int32_t stride)
+{
+    for (int32_t y = 0; y < height; ++y) {
+        const Lum8u *src = pSrc + (intptr_t)y * srcStep;
+        Lum8u *dst = pDst + (intptr_t)y * dstStep;
+        if (taps == 3)
+            run_row<true>(LineKernel<3>{src, stride, dst}, dst, rowBytes);
+        else
+            run_row<false>(LineKernel<5>{src, stride, dst}, dst, rowBytes);
+    }
+}
+
+namespace {
+
+/* Output bytes [a, b) of one row through the scratch of sorted columns;
+ * `centre` is the centre of output byte 0's window. */
+template <int side>
+void scratch_range(SquareKernel<side> &k, const Lum8u *centre, int32_t srcStep, Lum8u *dst,
+                   int32_t a, int32_t b)
+{
+    const int32_t reach = (side / 2) * k.c;
+    /* The first chunk also takes the head, so later chunks start aligned. */
+    int32_t j0 = a;
+    int32_t m = kChunk + (int32_t)((16 - ((uintptr_t)(dst + a) & 15)) & 15);
+    while (j0 < b) {
+        if (m > b - j0)
+            m = b - j0;
+        const Lum8u *rows[side];
+        for (int r = 0; r < side; ++r)
+            rows[r] = centre + (intptr_t)(r - side / 2) * srcStep + j0 - reach;
+        k.sort_columns(rows, m + 2 * reach);
+        k.dst = dst + j0;
+        run_row<false>(k, dst + j0, m);
+        j0 += m;
+        m = kChunk;
+    }
+}
+
+/* Bytes k..k+15 of the 32-byte pair lo:hi. */
+template <int k>
+inline __m128i bytes_from(__m128i hi, __m128i lo)
+{
+#if LUMI_TIER_LEVEL >= LUMI_TIER_SSSE3
+    return _mm_alignr_epi8(hi, lo, k);
+#else
+    return _mm_or_si128(_mm_srli_si128(lo, k), _mm_slli_si128(hi, 16 - k));
+#endif
+}
+
+struct Sorted3 {
+    __m128i r[3]; /* lo, mid, hi of each column */
+};
+
+inline Sorted3 sorted_block(const Lum8u *const rows[3], int32_t x)
+{
+    Sorted3 t;
+    for (int r = 0; r < 3; ++r)
+        t.r[r] = Bytes16::ld(rows[r] + x);
+    sort3(t.r[0], t.r[1], t.r[2]);
+    return t;
+}
+
+/* The 3x3 body over aligned blocks [x0, x1): each block's sorted columns
+ * are made once and reach the neighbouring windows by byte shifts of the
+ * carried blocks, c bytes either way. */
+template <int c>
+void median9_body(const Lum8u *const rows[3], Lum8u *dst, int32_t x0, int32_t x1)
+{
+    Sorted3 prev = sorted_block(rows, x0 - 16), cur = sorted_block(rows, x0);
+    for (int32_t x = x0; x < x1; x += 16) {
+        const Sorted3 next = sorted_block(rows, x + 16);
+        __m128i s[3][3];
+        for (int r = 0; r < 3; ++r) {
+            s[r][0] = bytes_from<16 - c>(cur.r[r], prev.r[r]);
+            s[r][1] = cur.r[r];
+            s[r][2] = bytes_from<c>(next.r[r], cur.r[r]);
+        }
+        Bytes16::st(dst + x, median9(s));
+        prev = cur;
+        cur = next;
+    }
+}
+
+template <int side>
+void square_rows(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst, int32_t dstStep, LumiSize roi,
+                 int channels)
+{
+    SquareKernel<side> k;
+    k.c = channels;
+    const int32_t n = roi.width * channels;
+    for (int32_t y = 0; y < roi.height; ++y) {
+        const Lum8u *centre = pSrc + (intptr_t)y * srcStep;
+        Lum8u *dst = pDst + (intptr_t)y * dstStep;
+        if constexpr (side == 3) {
+            /* Blocks in registers where a whole block on each side stays
+             * inside the footprint; the scratch does both ends. */
+            const int32_t x0 = 16 + (int32_t)((16 - ((uintptr_t)dst & 15)) & 15);
+            int32_t x1 = x0;
+            while (x1 + 32 <= n + channels)
+                x1 += 16;
+            if (x1 > x0) {
+                const Lum8u *rows[3] = {centre - srcStep, centre, centre + srcStep};
+                scratch_range(k, centre, srcStep, dst, 0, x0);
+                if (channels == 1)
+                    median9_body<1>(rows, dst, x0, x1);
+                else
+                    median9_body<3>(rows, dst, x0, x1);
+                scratch_range(k, centre, srcStep, dst, x1, n);
+                continue;
+            }
+        }
+        scratch_range(k, centre, srcStep, dst, 0, n);
+    }
+}
+
+} // namespace
+
+namespace {
+
+void square(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst, int32_t dstStep, LumiSize roi,
+            LumiMaskSize mask, int channels)
+{
+    if (mask == lumMaskSize3x3)
+        square_rows<3>(pSrc, srcStep, pDst, dstStep, roi, channels);
+    else
+        square_rows<5>(pSrc, srcStep, pDst, dstStep, roi, channels);
+}
+
+} // namespace
+
+void ownlumiFilterMedianSqr_8u_C1R(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst,
+                                   int32_t dstStep, LumiSize roi, LumiMaskSize mask)
+{
+    square(pSrc, srcStep, pDst, dstStep, roi, mask, 1);
+}
+
+void ownlumiFilterMedianSqr_8u_C3R(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst,
+                                   int32_t dstStep, LumiSize roi, LumiMaskSize mask)
+{
+    square(pSrc, srcStep, pDst, dstStep, roi, mask, 3);
+}
+
+} // namespace LUMI_NS

@@ -1,0 +1,238 @@
+// Median filter: every path against a sort of the window, on every tier, with
+// guard bytes around the destination and exact-size sources so that a read
+// outside the footprint shows under AddressSanitizer.
+#include <gtest/gtest.h>
+
+#include <string.h>
+
+#include <algorithm>
+#include <vector>
+
+#include "lumi.h"
+#include "support/alloc_fault.h"
+#include "support/guarded.h"
+#include "support/tiers.h"
+
+using lumitest::GuardedImage;
+
+// The internal line entries of each tier.
+#define LUMI_LINE_ENTRY(tier, name)                                                     \
+    extern "C" LumStatus tier##_##name(const Lum8u *, int32_t, Lum8u *, int32_t, LumiSize, \
+                                       LumiMaskSize);
+#define LUMI_LINE_ENTRIES(tier)                               \
+    LUMI_LINE_ENTRY(tier, lumiFilterMedianHoriz_8u_C1R)       \
+    LUMI_LINE_ENTRY(tier, lumiFilterMedianHoriz_8u_C3R)       \
+    LUMI_LINE_ENTRY(tier, lumiFilterMedianVert_8u_C1R)        \
+    LUMI_LINE_ENTRY(tier, lumiFilterMedianVert_8u_C3R)
+LUMI_LINE_ENTRIES(m7)
+LUMI_LINE_ENTRIES(n8)
+LUMI_LINE_ENTRIES(u8)
+LUMI_LINE_ENTRIES(y8)
+LUMI_LINE_ENTRIES(e9)
+
+namespace {
+
+typedef LumStatus (*MedianFn)(const Lum8u *, int32_t, Lum8u *, int32_t, LumiSize, LumiSize,
+                              LumiPoint);
+typedef LumStatus (*LineFn)(const Lum8u *, int32_t, Lum8u *, int32_t, LumiSize, LumiMaskSize);
+
+// A source footprint in a buffer of exactly its size (no padding, no margin),
+// filled with values below `levels` so that ties are common when it is small.
+struct Footprint {
+    int w, h, ch, step;
+    std::vector<uint8_t> buf;
+    Footprint(int w_, int h_, int ch_, uint32_t seed, int levels)
+        : w(w_), h(h_), ch(ch_), step(w_ * ch_), buf((size_t)w_ * h_ * ch_)
+    {
+        uint32_t s = seed * 2654435761u + 7;
+        for (auto &b : buf) {
+            s = s * 1664525u + 1013904223u;
+            b = (uint8_t)((s >> 24) % (uint32_t)levels);
+        }
+    }
+    uint8_t at(int x, int y, int c) const { return buf[(size_t)y * step + x * ch + c]; }
+};
+
+// Sorts each window of the footprint and takes the middle value.
+std::vector<uint8_t> reference(const Footprint &f, int rw, int rh, int mw, int mh)
+{
+    std::vector<uint8_t> out, win;
+    for (int y = 0; y < rh; ++y)
+        for (int x = 0; x < rw; ++x)
+            for (int c = 0; c < f.ch; ++c) {
+                win.clear();
+                for (int j = 0; j < mh; ++j)
+                    for (int i = 0; i < mw; ++i)
+                        win.push_back(f.at(x + i, y + j, c));
+                std::nth_element(win.begin(), win.begin() + win.size() / 2, win.end());
+                out.push_back(win[win.size() / 2]);
+            }
+    return out;
+}
+
+struct Case {
+    int mw, mh;
+};
+
+// Every path: the six networks, the copy, the histogram and the single column.
+const Case kShapes[] = {{3, 3}, {5, 5}, {3, 1}, {5, 1}, {1, 3}, {1, 5}, {1, 1},
+                        {3, 5}, {7, 1}, {1, 7}, {7, 7}, {5, 3}, {9, 3}, {1, 9}};
+
+class Median : public lumitest::TierTest {};
+
+// Widths around the 16-byte blocks, the chunk of the square kernels and the
+// head; anchors at both corners and the centre; three value ranges.
+TEST_P(Median, EveryPathGivesTheExactMedian)
+{
+    const int widths[] = {1, 2, 7, 16, 17, 37, 70, 200};
+    for (int ch : {1, 3})
+        for (const Case &k : kShapes)
+            for (int w : widths)
+                for (int variant = 0; variant < 3; ++variant) {
+                    const int h = 1 + variant * 2;
+                    const int levels = variant == 0 ? 256 : variant == 1 ? 3 : 1;
+                    const LumiPoint anchors[] = {{0, 0}, {k.mw / 2, k.mh / 2}, {k.mw - 1, k.mh - 1}};
+                    const LumiPoint a = anchors[(w + variant) % 3];
+                    Footprint f(w + k.mw - 1, h + k.mh - 1, ch, w * 31 + k.mw * 7 + k.mh, levels);
+                    GuardedImage dst(w, h, ch, 5, (w + variant) % 16);
+                    const Lum8u *src = f.buf.data() + a.y * f.step + a.x * ch;
+                    MedianFn fn = ch == 1 ? lumiFilterMedian_8u_C1R : lumiFilterMedian_8u_C3R;
+                    const std::vector<uint8_t> before = f.buf;
+                    ASSERT_EQ(fn(src, f.step, dst.data(), dst.step, {w, h}, {k.mw, k.mh}, a),
+                              lumStsNoErr);
+                    SCOPED_TRACE(testing::Message() << "C" << ch << " mask " << k.mw << "x"
+                                                    << k.mh << " width " << w << " height " << h);
+                    EXPECT_EQ(dst.region(), reference(f, w, h, k.mw, k.mh));
+                    EXPECT_TRUE(dst.guard_intact());
+                    EXPECT_EQ(f.buf, before);
+                }
+}
+
+// A long row through the square networks with its pixels in a staircase of
+// single changes, where a network that drops one compare-exchange is off.
+TEST_P(Median, SquareNetworksOnEveryOrderOfFiveValues)
+{
+    for (int side : {3, 5}) {
+        const int w = 600, h = 2;
+        Footprint f(w + side - 1, h + side - 1, 1, side, 256);
+        uint32_t s = 99;
+        for (auto &b : f.buf) {
+            s = s * 1103515245u + 12345u;
+            b = (uint8_t)(((s >> 16) % 7) * 40);
+        }
+        GuardedImage dst(w, h, 1);
+        ASSERT_EQ(lumiFilterMedian_8u_C1R(f.buf.data() + (side / 2) * (f.step + 1), f.step,
+                                          dst.data(), dst.step, {w, h}, {side, side},
+                                          {side / 2, side / 2}),
+                  lumStsNoErr);
+        EXPECT_EQ(dst.region(), reference(f, w, h, side, side));
+        EXPECT_TRUE(dst.guard_intact());
+    }
+}
+
+TEST_P(Median, StatusOrder)
+{
+    std::vector<uint8_t> s(64, 1);
+    GuardedImage d(4, 4, 3);
+    const Lum8u *src = s.data() + 20;
+    for (MedianFn fn : {lumiFilterMedian_8u_C1R, lumiFilterMedian_8u_C3R}) {
+        // Each check wins over every later one.
+        EXPECT_EQ(fn(nullptr, 0, d.data(), 0, {0, 0}, {2, 2}, {-1, -1}), lumStsNullPtrErr);
+        EXPECT_EQ(fn(src, 8, nullptr, 8, {4, 4}, {3, 3}, {1, 1}), lumStsNullPtrErr);
+        EXPECT_EQ(fn(src, 0, d.data(), 0, {0, 4}, {2, 2}, {-1, -1}), lumStsSizeErr);
+        EXPECT_EQ(fn(src, 8, d.data(), 8, {4, -1}, {3, 3}, {1, 1}), lumStsSizeErr);
+        EXPECT_EQ(fn(src, 0, d.data(), 8, {4, 4}, {2, 2}, {-1, -1}), lumStsStepErr);
+        EXPECT_EQ(fn(src, 8, d.data(), -8, {4, 4}, {3, 3}, {1, 1}), lumStsStepErr);
+        EXPECT_EQ(fn(src, 8, d.data(), 8, {4, 4}, {4, 3}, {9, 9}), lumStsMaskSizeErr);
+        EXPECT_EQ(fn(src, 8, d.data(), 8, {4, 4}, {3, 0}, {0, 0}), lumStsMaskSizeErr);
+        EXPECT_EQ(fn(src, 8, d.data(), 8, {4, 4}, {3, 2}, {0, 0}), lumStsMaskSizeErr);
+        EXPECT_EQ(fn(src, 8, d.data(), 8, {4, 4}, {3, 3}, {3, 0}), lumStsAnchorErr);
+        EXPECT_EQ(fn(src, 8, d.data(), 8, {4, 4}, {3, 3}, {0, -1}), lumStsAnchorErr);
+        EXPECT_EQ(fn(src, 8, d.data(), 8, {4, 4}, {1, 5}, {0, 5}), lumStsAnchorErr);
+        EXPECT_TRUE(d.guard_intact());
+    }
+}
+
+TEST_P(Median, SingleColumnAllocationFailure)
+{
+    Footprint f(4, 9 + 6, 3, 5, 256);
+    GuardedImage d(4, 9, 3);
+    d.fill_random(77);
+    const std::vector<uint8_t> before = d.region();
+    const int count = lumitest::for_each_alloc_failure(
+        [&] {
+            d.fill_random(77);
+            return lumiFilterMedian_8u_C3R(f.buf.data() + 3 * f.step, f.step, d.data(), d.step,
+                                           {4, 9}, {1, 7}, {0, 3});
+        },
+        [&](LumStatus st, int, int outstanding) {
+            EXPECT_EQ(st, lumStsMemAllocErr);
+            EXPECT_EQ(outstanding, 0);
+            EXPECT_EQ(d.region(), before);
+        });
+    EXPECT_EQ(count, 1);
+    // The histogram engine and the networks take no memory.
+    lumitest::AllocFault none;
+    ASSERT_EQ(lumiFilterMedian_8u_C3R(f.buf.data() + 3 * f.step + 3, f.step, d.data(), d.step,
+                                      {2, 9}, {3, 7}, {1, 3}),
+              lumStsNoErr);
+    ASSERT_EQ(lumiFilterMedian_8u_C3R(f.buf.data() + 2 * f.step + 6, f.step, d.data(), d.step,
+                                      {2, 9}, {5, 5}, {2, 2}),
+              lumStsNoErr);
+    EXPECT_EQ(none.allocations(), 0);
+}
+
+LUMI_INSTANTIATE_TIERS(Median);
+
+// The line entries of every tier: their own checks, and the same medians as
+// the public forms.  pSrc is the window's centre.
+struct LineEntries {
+    const char *tier;
+    LineFn h1, h3, v1, v3;
+};
+#define LUMI_LINE_ROW(t, level)                                                          \
+    {#t, t##_lumiFilterMedianHoriz_8u_C1R, t##_lumiFilterMedianHoriz_8u_C3R,           \
+     t##_lumiFilterMedianVert_8u_C1R, t##_lumiFilterMedianVert_8u_C3R}
+const LineEntries kLineEntries[] = {LUMI_LINE_ROW(m7, 1), LUMI_LINE_ROW(n8, 2),
+                                    LUMI_LINE_ROW(u8, 3), LUMI_LINE_ROW(y8, 4),
+                                    LUMI_LINE_ROW(e9, 5)};
+const int kLineIndex[] = {1, 2, 2, 4, 5}; // lowest dispatch index whose processor runs it
+
+TEST(MedianLineEntries, ChecksAndValues)
+{
+    for (int t = 0; t < 5; ++t) {
+        if (!lumitest::tier_allowed(kLineIndex[t]))
+            continue;
+        const LineEntries &e = kLineEntries[t];
+        SCOPED_TRACE(e.tier);
+        std::vector<uint8_t> s(64, 1);
+        GuardedImage d(4, 4, 3);
+        for (LineFn fn : {e.h1, e.h3, e.v1, e.v3}) {
+            EXPECT_EQ(fn(nullptr, 0, d.data(), 0, {0, 0}, lumMaskSize3x3), lumStsNullPtrErr);
+            EXPECT_EQ(fn(s.data(), 0, d.data(), 0, {0, 1}, lumMaskSize3x3), lumStsSizeErr);
+            EXPECT_EQ(fn(s.data(), 0, d.data(), 8, {1, 1}, lumMaskSize3x3), lumStsStepErr);
+            EXPECT_EQ(fn(s.data(), 8, d.data(), 8, {1, 1}, lumMaskSize5x5), lumStsMaskSizeErr);
+        }
+        for (LineFn fn : {e.h1, e.h3})
+            EXPECT_EQ(fn(s.data() + 30, 8, d.data(), 8, {1, 1}, lumMaskSize1x3), lumStsMaskSizeErr);
+        for (LineFn fn : {e.v1, e.v3})
+            EXPECT_EQ(fn(s.data() + 30, 8, d.data(), 8, {1, 1}, lumMaskSize3x1), lumStsMaskSizeErr);
+        EXPECT_TRUE(d.guard_intact());
+
+        for (int ch : {1, 3})
+            for (LumiMaskSize m :
+                 {lumMaskSize3x1, lumMaskSize5x1, lumMaskSize1x3, lumMaskSize1x5})
+                for (int w : {3, 16, 45}) {
+                    const int mw = m / 10, mh = m % 10, h = 3;
+                    Footprint f(w + mw - 1, h + mh - 1, ch, w + m, 256);
+                    GuardedImage dst(w, h, ch);
+                    const Lum8u *centre = f.buf.data() + (mh / 2) * f.step + (mw / 2) * ch;
+                    LineFn fn = mh == 1 ? (ch == 1 ? e.h1 : e.h3) : (ch == 1 ? e.v1 : e.v3);
+                    ASSERT_EQ(fn(centre, f.step, dst.data(), dst.step, {w, h}, m), lumStsNoErr);
+                    EXPECT_EQ(dst.region(), reference(f, w, h, mw, mh));
+                    EXPECT_TRUE(dst.guard_intact());
+                }
+    }
+}
+
+} // namespace
