@@ -15,16 +15,18 @@
  * pixels as two 32-bit stores.  A contiguous region stays row by row when it
  * is 160000 bytes or more and a pointer is not 4-aligned.
  * Split, y8 and e9: rows below 16 pixels by single pixels.  Otherwise 16
- * pixels a round: three 16-byte loads, and per plane three byte shuffles
- * ORed into one 16-byte store.  Aligned loads and stores when every pointer
- * and both steps are multiples of 16, then streamed past the cache too when
- * a contiguous region of more than 1 Mi pixels has six times its pixel count
- * above the cache size (lumGetMaxCacheSizeB).
+ * pixels a round: four loads of four whole pixels each, one byte shuffle
+ * per load and a word transpose, one 16-byte store per plane.  Aligned
+ * stores when every pointer and both steps are multiples of 16, then
+ * streamed past the cache too when a contiguous region of more than 1 Mi
+ * pixels has six times its pixel count above the cache size
+ * (lumGetMaxCacheSizeB).
  *
  * Merge, m7: single pixels until the destination is 4-aligned, then four
  * pixels as three 32-bit stores, streamed when the image is above 1 MiB.
  * Merge, n8, y8 and e9: single pixels until the destination is 16-aligned,
- * then 16-pixel rounds of three loads, nine shuffles and three stores.  For
+ * then 16-pixel rounds of three loads, two unpacks, six byte shuffles and
+ * three stores.  For
  * rows of 512 pixels and more the cache size is read; above half of it the
  * rounds stream from the first 64-aligned destination on.
  *
@@ -68,51 +70,6 @@ struct PlaneRegion {
 
 #if LUMI_TIER_LEVEL >= LUMI_TIER_SSSE3
 
-/* Shuffle masks.  Split: mask[p][k] picks, from the k-th 16-byte load of 48
-   interleaved bytes, the bytes of plane p into their pixel positions, zero
-   elsewhere.  Merge: mask[k][p] places the pixels of plane p that fall in
-   output vector k.  Three shuffles ORed make one plane or one output. */
-struct Masks {
-    alignas(16) Lum8u m[3][3][16];
-};
-
-constexpr Masks split_masks()
-{
-    Masks t{};
-    for (int p = 0; p < 3; ++p)
-        for (int k = 0; k < 3; ++k)
-            for (int i = 0; i < 16; ++i) {
-                const int j = 3 * i + p - 16 * k; // byte of pixel i, plane p, in load k
-                t.m[p][k][i] = (Lum8u)(j >= 0 && j < 16 ? j : 0x80);
-            }
-    return t;
-}
-
-constexpr Masks merge_masks()
-{
-    Masks t{};
-    for (int k = 0; k < 3; ++k)
-        for (int p = 0; p < 3; ++p)
-            for (int i = 0; i < 16; ++i) {
-                const int j = 16 * k + i; // output byte
-                t.m[k][p][i] = (Lum8u)(j % 3 == p ? j / 3 : 0x80);
-            }
-    return t;
-}
-
-constexpr Masks kSplit = split_masks();
-constexpr Masks kMerge = merge_masks();
-
-inline __m128i pick(__m128i v, const Lum8u *mask)
-{
-    return _mm_shuffle_epi8(v, _mm_load_si128((const __m128i *)mask));
-}
-
-inline __m128i gather3(__m128i a, __m128i b, __m128i c, const Lum8u (*mask)[16])
-{
-    return _mm_or_si128(_mm_or_si128(pick(a, mask[0]), pick(b, mask[1])), pick(c, mask[2]));
-}
-
 template <bool Aligned>
 inline __m128i ld16(const Lum8u *s)
 {
@@ -141,129 +98,95 @@ inline void store_trio(Lum8u *const d[3], const Trio &t)
         st16x<Aligned, Stream>(d[k], t.v[k]);
 }
 
-#if LUMI_TIER_LEVEL >= LUMI_TIER_SSE41
+/* Masks of a 16-pixel round.  Pixel i, channel c sits at byte 3i + c of
+   the 48 interleaved bytes.
 
-/* 16 pixels: 48 interleaved bytes to 16 bytes of each plane. */
-template <bool Aligned>
-inline Trio split16(const Lum8u *s)
-{
-    const __m128i a = ld16<Aligned>(s), b = ld16<Aligned>(s + 16), c = ld16<Aligned>(s + 32);
-    return {{gather3(a, b, c, kSplit.m[0]), gather3(a, b, c, kSplit.m[1]), gather3(a, b, c, kSplit.m[2])}};
-}
+   Merge: the first two planes are interleaved byte by byte (unpack, which
+   is cheap on every processor), giving pixel pairs for pixels 0-7 (lo),
+   4-11 (mid, the middle halves of lo and hi) and 8-15 (hi).  Output vector
+   k needs pixels 5k/3 to (5k + 15)/3 only, so it is one byte shuffle of lo,
+   mid or hi for channels 0 and 1, ORed with one byte shuffle of the third
+   plane for channel 2.
+     pair[k]:  from pair vector k, 0x80 where the third plane goes;
+     third[k]: from the third plane, 0x80 elsewhere.
 
-#if LUMI_TIER_LEVEL >= LUMI_TIER_AVX
-
-/* e9: 32 pixels a pass with fewer shuffles.  The 96 bytes come in as three
-   256-bit loads; a lane blend and one lane swap regroup them as A = loads
-   a of both rounds, B = loads b, C = loads c.  In a 16-byte load, plane p
-   lies in a at positions q = p (mod 3), in b at q = p + 2, in c at q = p + 1;
-   those classes never overlap, so 256-bit ANDs and ORs gather each plane's
-   bytes of both rounds in one register (float-domain logic, which AVX has
-   at 256 bits), and one byte shuffle per round puts them in pixel order.
-   The shuffle units, which bound the 16-pixel round, do a third of the
-   work here. */
-struct ByteClasses {
-    alignas(32) Lum8u cls[3][32];   /* 0xff at positions of class c, both lanes */
-    alignas(16) Lum8u order[3][16]; /* pixel i of plane p from position (3i + p) mod 16 */
-    alignas(16) Lum8u spread[3][16]; /* merge: position q of plane p gets the pixel that
-                                        output vector (p - q) mod 3 wants there */
+   Split: every 12 bytes hold four whole pixels.  Four loads, at bytes 0,
+   12, 24 and 32 of the round (the last one so as not to read past it),
+   each shuffled to the pixels' three channels as three 32-bit words (R, G,
+   B, unused), make a 4x4 word matrix whose transpose (unpacks, cheap) has
+   the planes as rows.
+     group[0]: four pixels from bytes 0-11 of a load;
+     group[1]: from bytes 4-15 (the last load). */
+struct RoundMasks {
+    alignas(16) Lum8u pair[3][16];
+    alignas(16) Lum8u third[3][16];
+    alignas(16) Lum8u group[2][16];
 };
 
-constexpr ByteClasses byte_classes()
+constexpr RoundMasks round_masks()
 {
-    ByteClasses t{};
-    for (int c = 0; c < 3; ++c)
+    RoundMasks t{};
+    for (int k = 0; k < 3; ++k)
         for (int q = 0; q < 16; ++q) {
-            t.cls[c][q] = t.cls[c][q + 16] = (Lum8u)(q % 3 == c ? 0xff : 0);
-            t.order[c][q] = (Lum8u)((3 * q + c) & 15);
-            t.spread[c][q] = (Lum8u)((16 * (((c - q) % 3 + 3) % 3) + q) / 3);
+            const int byte = 16 * k + q, pixel = byte / 3, channel = byte % 3;
+            t.pair[k][q] = (Lum8u)(channel < 2 ? 2 * (pixel - 4 * k) + channel : 0x80);
+            t.third[k][q] = (Lum8u)(channel == 2 ? pixel : 0x80);
         }
+    for (int g = 0; g < 2; ++g)
+        for (int q = 0; q < 16; ++q) /* word q/4 is channel q/4, byte q%4 is pixel q%4 */
+            t.group[g][q] = (Lum8u)(q < 12 ? 4 * g + 3 * (q % 4) + q / 4 : 0x80);
     return t;
 }
 
-constexpr ByteClasses kSplitClasses = byte_classes();
+constexpr RoundMasks kRound = round_masks();
 
-inline __m256 cls(int c) { return _mm256_load_ps((const float *)kSplitClasses.cls[c]); }
+inline __m128i mask16(const Lum8u *m) { return _mm_load_si128((const __m128i *)m); }
 
-/* x at class 0, y at class 1, z at class 2. */
-inline __m256 by_class(__m256 x, __m256 y, __m256 z)
-{
-    return _mm256_or_ps(_mm256_or_ps(_mm256_and_ps(x, cls(0)), _mm256_and_ps(y, cls(1))),
-                        _mm256_and_ps(z, cls(2)));
-}
-
-template <bool Aligned, bool Stream>
-inline void store_plane32(Lum8u *d, __m256 v, int p)
-{
-    const __m128i order = _mm_load_si128((const __m128i *)kSplitClasses.order[p]);
-    const __m128i lo = _mm_shuffle_epi8(_mm_castps_si128(_mm256_castps256_ps128(v)), order);
-    const __m128i hi = _mm_shuffle_epi8(_mm_castps_si128(_mm256_extractf128_ps(v, 1)), order);
-    st16x<Aligned, Stream>(d, lo);
-    st16x<Aligned, Stream>(d + 16, hi);
-}
-
-template <bool Aligned, bool Stream>
-inline void split32(const Lum8u *s, Lum8u *d0, Lum8u *d1, Lum8u *d2)
-{
-    const __m256 y0 = _mm256_loadu_ps((const float *)s);        /* a1 | b1 */
-    const __m256 y1 = _mm256_loadu_ps((const float *)(s + 32)); /* c1 | a2 */
-    const __m256 y2 = _mm256_loadu_ps((const float *)(s + 64)); /* b2 | c2 */
-    const __m256 a = _mm256_blend_ps(y0, y1, 0xf0);
-    const __m256 b = _mm256_permute2f128_ps(y0, y2, 0x21);
-    const __m256 c = _mm256_blend_ps(y1, y2, 0xf0);
-    store_plane32<Aligned, Stream>(d0, by_class(a, c, b), 0);
-    store_plane32<Aligned, Stream>(d1, by_class(b, a, c), 1);
-    store_plane32<Aligned, Stream>(d2, by_class(c, b, a), 2);
-}
-
-/* The merge backwards: each plane's 32 bytes shuffled per round so that
-   every byte sits at the position and round of its output; then output k
-   takes class c from plane (k + c) mod 3, and three lane swaps pair the six
-   16-byte outputs into three 256-bit stores. */
-inline __m256 spread_plane(const Lum8u *s, int p)
-{
-    const __m256 v = _mm256_loadu_ps((const float *)s);
-    const __m128i m = _mm_load_si128((const __m128i *)kSplitClasses.spread[p]);
-    const __m128i lo = _mm_shuffle_epi8(_mm_castps_si128(_mm256_castps256_ps128(v)), m);
-    const __m128i hi = _mm_shuffle_epi8(_mm_castps_si128(_mm256_extractf128_ps(v, 1)), m);
-    return _mm256_insertf128_ps(_mm256_castps128_ps256(_mm_castsi128_ps(lo)), _mm_castsi128_ps(hi), 1);
-}
-
-inline void merge32(const Lum8u *s0, const Lum8u *s1, const Lum8u *s2, Lum8u *d)
-{
-    const __m256 x = spread_plane(s0, 0), y = spread_plane(s1, 1), z = spread_plane(s2, 2);
-    const __m256 o0 = by_class(x, y, z), o1 = by_class(y, z, x), o2 = by_class(z, x, y);
-    _mm256_storeu_ps((float *)d, _mm256_permute2f128_ps(o0, o1, 0x20));
-    _mm256_storeu_ps((float *)(d + 32), _mm256_permute2f128_ps(o2, o0, 0x30));
-    _mm256_storeu_ps((float *)(d + 64), _mm256_permute2f128_ps(o1, o2, 0x31));
-}
-
-#endif
-
-template <bool Aligned, bool Stream>
-void split_row16(const Lum8u *s, Lum8u *d0, Lum8u *d1, Lum8u *d2, isz n)
-{
-    isz x = 0;
-#if LUMI_TIER_LEVEL >= LUMI_TIER_AVX
-    for (; x + 32 <= n; x += 32)
-        split32<Aligned, Stream>(s + 3 * x, d0 + x, d1 + x, d2 + x);
-#endif
-    for (; x + 16 <= n; x += 16) {
-        Lum8u *const d[3] = {d0 + x, d1 + x, d2 + x};
-        store_trio<Aligned, Stream>(d, split16<Aligned>(s + 3 * x));
-    }
-    split_pixels(s + 3 * x, d0 + x, d1 + x, d2 + x, n - x);
-}
-
-#endif
+inline __m128i pick(__m128i v, const Lum8u *mask) { return _mm_shuffle_epi8(v, mask16(mask)); }
 
 /* 16 pixels: 16 bytes of each plane to 48 interleaved bytes. */
 template <bool AlignedLoad>
 inline Trio merge16(const Lum8u *s0, const Lum8u *s1, const Lum8u *s2)
 {
     const __m128i a = ld16<AlignedLoad>(s0), b = ld16<AlignedLoad>(s1), c = ld16<AlignedLoad>(s2);
-    return {{gather3(a, b, c, kMerge.m[0]), gather3(a, b, c, kMerge.m[1]), gather3(a, b, c, kMerge.m[2])}};
+    const __m128i lo = _mm_unpacklo_epi8(a, b), hi = _mm_unpackhi_epi8(a, b);
+    const __m128i mid = _mm_castps_si128(
+        _mm_shuffle_ps(_mm_castsi128_ps(lo), _mm_castsi128_ps(hi), _MM_SHUFFLE(1, 0, 3, 2)));
+    return {{_mm_or_si128(pick(lo, kRound.pair[0]), pick(c, kRound.third[0])),
+             _mm_or_si128(pick(mid, kRound.pair[1]), pick(c, kRound.third[1])),
+             _mm_or_si128(pick(hi, kRound.pair[2]), pick(c, kRound.third[2]))}};
 }
+
+#if LUMI_TIER_LEVEL >= LUMI_TIER_SSE41
+
+/* 16 pixels: 48 interleaved bytes to 16 bytes of each plane. */
+inline Trio split16(const Lum8u *s)
+{
+    const __m128i q0 = pick(ld16u(s), kRound.group[0]);      /* R0-3 G0-3 B0-3 - */
+    const __m128i q1 = pick(ld16u(s + 12), kRound.group[0]); /* R4-7 G4-7 B4-7 - */
+    const __m128i q2 = pick(ld16u(s + 24), kRound.group[0]);
+    const __m128i q3 = pick(ld16u(s + 32), kRound.group[1]);
+    const __m128i rg01 = _mm_unpacklo_epi32(q0, q1), rg23 = _mm_unpacklo_epi32(q2, q3);
+    const __m128i b01 = _mm_unpackhi_epi32(q0, q1), b23 = _mm_unpackhi_epi32(q2, q3);
+    return {{_mm_unpacklo_epi64(rg01, rg23), _mm_unpackhi_epi64(rg01, rg23), _mm_unpacklo_epi64(b01, b23)}};
+}
+
+template <bool Aligned, bool Stream>
+void split_row16(const Lum8u *s, Lum8u *d0, Lum8u *d1, Lum8u *d2, isz n)
+{
+    isz x = 0;
+    for (; x + 16 <= n; x += 16) {
+        Lum8u *const d[3] = {d0 + x, d1 + x, d2 + x};
+        /* touching a line well ahead measured faster for the unaligned
+           loads, in cache and out; a prefetch never faults, even past the
+           image */
+        _mm_prefetch((const char *)(s + 3 * x + 1024), _MM_HINT_T0);
+        store_trio<Aligned, Stream>(d, split16(s + 3 * x));
+    }
+    split_pixels(s + 3 * x, d0 + x, d1 + x, d2 + x, n - x);
+}
+
+#endif
 
 /* Merge rounds from pixel x while 16 remain, into a 16-aligned destination;
    returns the next pixel.  stop_at64 ends early at the first 64-aligned
@@ -272,11 +195,6 @@ template <bool AlignedLoad, bool Stream>
 isz merge_rounds(const Lum8u *s0, const Lum8u *s1, const Lum8u *s2, Lum8u *d, isz x, isz n,
                  bool stop_at64 = false)
 {
-#if LUMI_TIER_LEVEL >= LUMI_TIER_AVX
-    if (!Stream && !stop_at64)
-        for (; x + 32 <= n; x += 32)
-            merge32(s0 + x, s1 + x, s2 + x, d + 3 * x);
-#endif
     for (; x + 16 <= n && !(stop_at64 && aligned_to(d + 3 * x, 64)); x += 16) {
         Lum8u *const o[3] = {d + 3 * x, d + 3 * x + 16, d + 3 * x + 32};
         store_trio<true, Stream>(o, merge16<AlignedLoad>(s0 + x, s1 + x, s2 + x));
