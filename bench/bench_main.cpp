@@ -1,12 +1,18 @@
 // Runs every registered pair and prints, per case, the median time per pixel
 // of Lumi and of OpenCV, their ratio, and the largest difference between the
 // two outputs.  Arguments are Google Benchmark's (--benchmark_filter=...).
+//
+// Each side runs nine short repetitions, interleaved at random with those of
+// every other benchmark, so that a slow spell of a shared machine falls on
+// both sides of a ratio alike rather than on whichever ran during it.
 #include <benchmark/benchmark.h>
 #include <dlfcn.h>
 #include <stdio.h>
+#include <string.h>
 
 #include <map>
 #include <memory>
+#include <vector>
 
 #include <opencv2/core.hpp>
 
@@ -107,13 +113,22 @@ int main(int argc, char **argv)
         benchmark::RegisterBenchmark((p.name + "/lumi").c_str(), [lumi](benchmark::State &st) {
             for (auto _ : st)
                 lumi();
-        })->Repetitions(5)->ReportAggregatesOnly(true)->Unit(benchmark::kMicrosecond);
+        })->Repetitions(9)->MinTime(0.1)->ReportAggregatesOnly(true)->Unit(benchmark::kMicrosecond);
         benchmark::RegisterBenchmark((p.name + "/opencv").c_str(), [opencv](benchmark::State &st) {
             for (auto _ : st)
                 opencv();
-        })->Repetitions(5)->ReportAggregatesOnly(true)->Unit(benchmark::kMicrosecond);
+        })->Repetitions(9)->MinTime(0.1)->ReportAggregatesOnly(true)->Unit(benchmark::kMicrosecond);
     }
-    benchmark::Initialize(&argc, argv);
+    // Interleaving is on unless the command line says otherwise.
+    std::vector<char *> args(argv, argv + argc);
+    bool interleaveGiven = false;
+    for (int i = 1; i < argc; ++i)
+        interleaveGiven |= strncmp(argv[i], "--benchmark_enable_random_interleaving", 38) == 0;
+    static char interleave[] = "--benchmark_enable_random_interleaving=true";
+    if (!interleaveGiven)
+        args.insert(args.begin() + 1, interleave);
+    int count = (int)args.size();
+    benchmark::Initialize(&count, args.data());
     Collector collector;
     benchmark::RunSpecifiedBenchmarks(&collector);
 
