@@ -61,6 +61,15 @@ constexpr int kGlyphH = 8; // line height, one row of space included
 
 typedef void *(*GetProcFn)(const char *);
 
+// The primitives' signatures, as this host declares them.
+typedef LumStatus (*PixelsFn)(const Lum8u *, int, Lum8u *, int, LumiSize);
+typedef LumStatus (*ToPlanesFn)(const Lum8u *, int, Lum8u *const *, int, LumiSize);
+typedef LumStatus (*FromPlanesFn)(const Lum8u *const *, int, Lum8u *, int, LumiSize);
+typedef LumStatus (*FilterFn)(const Lum8u *, int, Lum8u *, int, LumiSize, LumiSize, LumiPoint);
+typedef LumStatus (*FilterInPlaceFn)(Lum8u *, int, LumiSize, LumiSize, LumiPoint);
+typedef LumStatus (*ResizeFn)(const Lum8u *, LumiSize, int, LumiRect, Lum8u *, int, LumiSize,
+                              double, double, int);
+
 struct Library {
     void *handle = nullptr;
     GetProcFn get_proc = nullptr;

@@ -22,15 +22,6 @@ namespace cli {
 
 namespace {
 
-// The primitives' signatures, as this host declares them.
-typedef LumStatus (*PixelsFn)(const Lum8u *, int, Lum8u *, int, LumiSize);
-typedef LumStatus (*ToPlanesFn)(const Lum8u *, int, Lum8u *const *, int, LumiSize);
-typedef LumStatus (*FromPlanesFn)(const Lum8u *const *, int, Lum8u *, int, LumiSize);
-typedef LumStatus (*FilterFn)(const Lum8u *, int, Lum8u *, int, LumiSize, LumiSize, LumiPoint);
-typedef LumStatus (*FilterInPlaceFn)(Lum8u *, int, LumiSize, LumiSize, LumiPoint);
-typedef LumStatus (*ResizeFn)(const Lum8u *, LumiSize, int, LumiRect, Lum8u *, int, LumiSize,
-                              double, double, int);
-
 template <typename Call>
 LumStatus timed(Job &job, Call call)
 {

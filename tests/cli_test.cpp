@@ -18,6 +18,12 @@
 namespace {
 
 using cli::Image;
+using cli::PixelsFn;
+using cli::ToPlanesFn;
+using cli::FromPlanesFn;
+using cli::FilterFn;
+using cli::FilterInPlaceFn;
+using cli::ResizeFn;
 
 struct Result {
     int code;
@@ -195,14 +201,6 @@ TEST_F(Cli, NonZeroStatusesAreNamedAndWriteNothing)
 }
 
 // --- each alias against the primitive called directly -----------------------
-
-typedef LumStatus (*PixelsFn)(const Lum8u *, int, Lum8u *, int, LumiSize);
-typedef LumStatus (*ToPlanesFn)(const Lum8u *, int, Lum8u *const *, int, LumiSize);
-typedef LumStatus (*FromPlanesFn)(const Lum8u *const *, int, Lum8u *, int, LumiSize);
-typedef LumStatus (*FilterFn)(const Lum8u *, int, Lum8u *, int, LumiSize, LumiSize, LumiPoint);
-typedef LumStatus (*FilterInPlaceFn)(Lum8u *, int, LumiSize, LumiSize, LumiPoint);
-typedef LumStatus (*ResizeFn)(const Lum8u *, LumiSize, int, LumiRect, Lum8u *, int, LumiSize,
-                              double, double, int);
 
 struct AliasCase {
     const char *alias;
