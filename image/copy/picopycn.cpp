@@ -26,9 +26,9 @@
  * pixels as three 32-bit stores, streamed when the image is above 1 MiB.
  * Merge, n8, y8 and e9: single pixels until the destination is 16-aligned,
  * then 16-pixel rounds of three loads, two unpacks, six byte shuffles and
- * three stores.  For
- * rows of 512 pixels and more the cache size is read; above half of it the
- * rounds stream from the first 64-aligned destination on.
+ * three stores.  For rows of 512 pixels and more the cache size is read;
+ * above half of it the rounds stream from the first 64-aligned destination
+ * on.
  *
  * Streaming paths end with one store fence.  u8 serves neither primitive.
  */
@@ -140,9 +140,10 @@ constexpr RoundMasks round_masks()
 
 constexpr RoundMasks kRound = round_masks();
 
-inline __m128i mask16(const Lum8u *m) { return _mm_load_si128((const __m128i *)m); }
-
-inline __m128i pick(__m128i v, const Lum8u *mask) { return _mm_shuffle_epi8(v, mask16(mask)); }
+inline __m128i pick(__m128i v, const Lum8u *mask)
+{
+    return _mm_shuffle_epi8(v, _mm_load_si128((const __m128i *)mask));
+}
 
 /* 16 pixels: 16 bytes of each plane to 48 interleaved bytes. */
 template <bool AlignedLoad>
