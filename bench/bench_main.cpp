@@ -120,11 +120,12 @@ int main(int argc, char **argv)
         })->Repetitions(9)->MinTime(0.1)->ReportAggregatesOnly(true)->Unit(benchmark::kMicrosecond);
     }
     // Interleaving is on unless the command line says otherwise.
+    static const char flag[] = "--benchmark_enable_random_interleaving";
+    static char interleave[] = "--benchmark_enable_random_interleaving=true";
     std::vector<char *> args(argv, argv + argc);
     bool interleaveGiven = false;
     for (int i = 1; i < argc; ++i)
-        interleaveGiven |= strncmp(argv[i], "--benchmark_enable_random_interleaving", 38) == 0;
-    static char interleave[] = "--benchmark_enable_random_interleaving=true";
+        interleaveGiven |= strncmp(argv[i], flag, sizeof flag - 1) == 0;
     if (!interleaveGiven)
         args.insert(args.begin() + 1, interleave);
     int count = (int)args.size();
