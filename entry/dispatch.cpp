@@ -2,7 +2,7 @@
  * The public dispatchers and their tier tables, generated from the entry list.
  *
  * Each dispatched primitive has a table of six tier members, one per dispatch
- * index, and a dispatcher that reads the index, then jumps through the table
+ * index, each declared from the primitive's public prototype, and a dispatcher that reads the index, then jumps through the table
  * with every argument register and the return untouched:
  *
  *     movl  lum_jump_index(%rip), %eax
@@ -15,7 +15,10 @@
  */
 #include "lumcore_internal.h"
 
-#define LUMI_DECLARE_MEMBER(tier, name) extern "C" void tier##_##name(void);
+/* Each member has its primitive's public type, so a table entry whose member
+ * has other parameters does not compile. */
+#define LUMI_DECLARE_MEMBER(tier, name)                                            \
+    extern "C" __attribute__((visibility("hidden"))) decltype(::name) tier##_##name;
 
 #define LUMI_DISPATCHER_ASM(name)                                                  \
     __asm__(".text\n"                                                              \
@@ -38,8 +41,8 @@
     LUMI_DECLARE_MEMBER(s4, name)                                                  \
     LUMI_DECLARE_MEMBER(s5, name)                                                  \
     extern "C" __attribute__((visibility("hidden"), used))                         \
-    void (*const name##_arraddr[6])(void) = {&s0##_##name, &s1##_##name,           \
-                                             &s2##_##name, &s3##_##name,           \
-                                             &s4##_##name, &s5##_##name};          \
+    decltype(&::name) const name##_arraddr[LUMI_DISPATCH_INDEX_COUNT] = {          \
+        &s0##_##name, &s1##_##name, &s2##_##name,                                  \
+        &s3##_##name, &s4##_##name, &s5##_##name};                                 \
     LUMI_DISPATCHER_ASM(name)
 #include "lumi_entries.def"

@@ -1,11 +1,12 @@
 /*
- * The by-name entry: GetProcAddressForSo and its table of 70 rows.
+ * The by-name entry: GetProcAddressForSo and its table of rows.
  *
  * Every lookup first re-stores the live gf_ slots (SetupLUMFunc) and re-runs
  * the automatic processor selection, so any forced tier is put back; then,
- * once per process under the guard of a function-local static, the 68 slots
- * are copied into rows 2 to 69; then the rows are searched in order by exact
- * name.  Rows 0 and 1 are bound at load.  A row whose primitive the library
+ * once per process under the guard of a function-local static, the slots are
+ * copied into the rows after the ones bound at load (lumMalloc, lumFree);
+ * then the rows are searched in order by exact name.  Rows, slots and their
+ * counts all come from the entry list, lumi_entries.def.  A row whose primitive the library
  * does not hold keeps a null pointer, so its name answers like an unknown one.
  */
 #include "lumcore_internal.h"
@@ -14,7 +15,7 @@
 
 extern "C" {
 
-/* The staging slots, one per row 2 to 69, all null until SetupLUMFunc. */
+/* The staging slots, one per row after the bound ones, null until SetupLUMFunc. */
 #define LUMI_ROW_BOUND(name)
 #define LUMI_ROW_SELF(name) LUMI_API void *gf_##name = nullptr;
 #define LUMI_ROW_ABSENT(name) LUMI_API void *gf_##name = nullptr;
@@ -46,7 +47,7 @@ struct EntryRow {
     void *fn;
 };
 
-/* Rows 0..69 and the terminator.  Only rows 0 and 1 start non-null. */
+/* The rows and the terminator.  Only the bound rows start non-null. */
 EntryRow funcName[] = {
 #define LUMI_ROW_BOUND(name) {#name, (void *)&name},
 #define LUMI_ROW_SELF(name) {#name, nullptr},
@@ -60,7 +61,7 @@ EntryRow funcName[] = {
     {nullptr, nullptr},
 };
 
-/* The slot behind each of rows 2..69, in row order. */
+/* The slot behind each row after the bound ones, in row order. */
 void *const *const kSlots[] = {
 #define LUMI_ROW_BOUND(name)
 #define LUMI_ROW_SELF(name) &gf_##name,
@@ -73,9 +74,41 @@ void *const *const kSlots[] = {
 #undef LUMI_ROW_DISPATCHED
 };
 
-const int kFirstSlotRow = 2;
-static_assert(sizeof funcName / sizeof funcName[0] == 71, "70 rows and a terminator");
-static_assert(sizeof kSlots / sizeof kSlots[0] == 68, "one slot per row 2..69");
+/* The kinds of the rows in table order; the counts below come from it. */
+enum RowKind { kBound, kSlot };
+constexpr RowKind kRowKinds[] = {
+#define LUMI_ROW_BOUND(name) kBound,
+#define LUMI_ROW_SELF(name) kSlot,
+#define LUMI_ROW_ABSENT(name) kSlot,
+#define LUMI_ROW_DISPATCHED(name, s0, s1, s2, s3, s4, s5) kSlot,
+#include "lumi_entries.def"
+#undef LUMI_ROW_BOUND
+#undef LUMI_ROW_SELF
+#undef LUMI_ROW_ABSENT
+#undef LUMI_ROW_DISPATCHED
+};
+constexpr size_t kRows = sizeof kRowKinds / sizeof kRowKinds[0];
+
+constexpr size_t count_leading_bound()
+{
+    size_t n = 0;
+    while (n < kRows && kRowKinds[n] == kBound)
+        ++n;
+    return n;
+}
+constexpr size_t count_bound()
+{
+    size_t n = 0;
+    for (RowKind k : kRowKinds)
+        n += k == kBound;
+    return n;
+}
+
+/* The rows bound at load come first; every row after them has a slot. */
+constexpr size_t kFirstSlotRow = count_leading_bound();
+static_assert(count_bound() == kFirstSlotRow, "bound rows stand before every slot row");
+static_assert(sizeof funcName / sizeof funcName[0] == kRows + 1, "the rows and a terminator");
+static_assert(sizeof kSlots / sizeof kSlots[0] == kRows - kFirstSlotRow, "one slot per row");
 
 bool fill_table()
 {

@@ -147,38 +147,49 @@ typedef struct {
 #define LUM_CPU_RDRAND     0x2000ull
 #define LUM_CPU_F16C       0x4000ull
 
+/* Dispatch indices 1 to 5 (0 serves processors below the lowest tier and is
+ * never forced), each with the processor code that lumInitCpu takes to force
+ * it (enabling just the features of its tier), and the feature bits a
+ * processor needs to run it:
+ *   X(index, code, features, label) */
+#define LUMI_DISPATCH_INDEX_LIST(X) \
+    X(1, 0, LUM_CPU_SSE3, "SSE3") \
+    X(2, 33, LUM_CPU_SSSE3, "SSSE3") \
+    X(3, 36, LUM_CPU_SSSE3, "SSSE3 low-power") \
+    X(4, 35, LUM_CPU_SSE41, "SSE4.1") \
+    X(5, 70, LUM_CPU_AVX | LUM_CPU_AVX_OS, "AVX")
+#define LUMI_DISPATCH_INDEX_COUNT 6
+
+/* The tiers: the prefix of their members, the instruction-set level they are
+ * built for (1 SSE3, 2 SSSE3, 3 SSE4.1, 4 AVX) and the lowest dispatch index
+ * whose processor runs them.  Which tier serves which index is a per-primitive
+ * row of the entry list (lumi_entries.def); n8 and u8 are two builds for the
+ * same level that primitives pick between at indices 2 and 3.
+ *   X(prefix, level, lowest index) */
+#define LUMI_TIER_LIST(X) \
+    X(m7, 1, 1) \
+    X(n8, 2, 2) \
+    X(u8, 2, 2) \
+    X(y8, 3, 4) \
+    X(e9, 4, 5)
+
 /* ------------------------------------------------------- entry by name -- */
 
 /* Address of the named primitive, or null for a name without a function. */
 LUMI_API void *GetProcAddressForSo(const char *name);
 LUMI_API void SetupLUMFunc(void);
 
-/* The staging slots behind the entry table, one per row 2 to 69. */
-#define LUMI_GF_SLOTS(X) \
-    X(lumiGetLibVersion) X(lumiResize_8u_C1R) X(lumiResize_8u_C3R) \
-    X(lumiRemap_8u_C1R) X(lumiRemap_8u_C3R) X(lumiFilter_8u_C3R) X(lumiFilter_8u_C1R) \
-    X(lumiFilter32f_8u_C3R) X(lumiFilter32f_8u_C1R) X(lumiCopy_8u_C3P3R) X(lumiCopy_8u_P3C3R) \
-    X(lumiConvert_8u16u_C1R) X(lumiConvert_8u16u_C3R) X(lumiConvert_16u8u_C1R) \
-    X(lumiConvert_16u8u_C3R) X(lumiSub_8u_C1IRSfs) X(lumiSub_8u_C3IRSfs) \
-    X(lumiLUT_8u_C1R) X(lumiLUT_8u_C3R) X(lumiLUT_16s_C1R) X(lumiLUT_16s_C3R) \
-    X(lumiLUT_8u_C1IR) X(lumiLUT_8u_C3IR) X(lumiLUT_16s_C1IR) X(lumiLUT_16s_C3IR) \
-    X(lumiBGRToHLS_8u_P3R) X(lumiRGBToHLS_8u_C3R) X(lumiRGBToHLS_16u_C3R) \
-    X(lumiRGBToHLS_16s_C3R) X(lumiRGBToHLS_32f_C3R) X(lumiHLSToBGR_8u_P3R) \
-    X(lumiHLSToRGB_8u_C3R) X(lumiHLSToRGB_16u_C3R) X(lumiHLSToRGB_16s_C3R) \
-    X(lumiHLSToRGB_32f_C3R) X(lumiRGBToYUV_8u_C3P3R) X(lumiYUVToRGB_8u_P3C3R) \
-    X(lumiRGBToYUV_8u_C3R) X(lumiYUVToRGB_8u_C3R) X(lumiFilterMedian_8u_C1R) \
-    X(lumiFilterMedian_8u_C3R) X(lumiFilterMedianColor_8u_C3R) X(lumiFilterBox_8u_C1R) \
-    X(lumiFilterBox_8u_C3R) X(lumiFilterBox_8u_C1IR) X(lumiFilterBox_8u_C3IR) \
-    X(lumiFilterMin_8u_C1R) X(lumiFilterMax_8u_C1R) X(lumiFilterBilateralGetBufSize_8u_C1R) \
-    X(lumiFilterBilateralInit_8u_C1R) X(lumiFilterBilateral_8u_C1R) X(lumiFilterGauss_8u_C1R) \
-    X(lumiFilterGauss_8u_C3R) X(lumiFilterWienerGetBufferSize) X(lumiFilterWiener_8u_C1R) \
-    X(lumiFilterWiener_8u_C3R) X(lumiMalloc_8u_C3) X(lumiFree) X(lumsMalloc_8u) X(lumsFree) \
-    X(lumiRotateCenter_8u_C1R) X(lumiRotateCenter_8u_C3R) X(lumiRotateCenter_8u_C4R) \
-    X(lumStaticInit) X(lumiGetRotateShift) X(lumiRotate_8u_C1R) X(lumiRotate_8u_C3R) \
-    X(lumiRotate_8u_C4R)
-#define LUMI_DECLARE_GF_SLOT(name) extern LUMI_API void *gf_##name;
-LUMI_GF_SLOTS(LUMI_DECLARE_GF_SLOT)
-#undef LUMI_DECLARE_GF_SLOT
+/* The staging slots behind the entry table, one per row 2 to 69, declared
+ * from the entry list (lumi_entries.def, beside this header). */
+#define LUMI_ROW_BOUND(name)
+#define LUMI_ROW_SELF(name) extern LUMI_API void *gf_##name;
+#define LUMI_ROW_ABSENT(name) extern LUMI_API void *gf_##name;
+#define LUMI_ROW_DISPATCHED(name, s0, s1, s2, s3, s4, s5) extern LUMI_API void *gf_##name;
+#include "lumi_entries.def"
+#undef LUMI_ROW_BOUND
+#undef LUMI_ROW_SELF
+#undef LUMI_ROW_ABSENT
+#undef LUMI_ROW_DISPATCHED
 
 /* ------------------------------------------------ processor and tiers -- */
 

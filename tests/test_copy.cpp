@@ -52,7 +52,7 @@ TEST_P(PlainCopy, RegionsOfEveryShapeStepAndAlignment)
                         GuardedImage src(w, h, ch, pad, off[0]);
                         GuardedImage dst(w, h, ch, pad, off[1]);
                         src.fill_random(w * 31 + h + ch);
-                        auto fn = ch == 1 ? m.copyC1 : m.copyC3;
+                        auto fn = ch == 1 ? m.lumiCopy_8u_C1R : m.lumiCopy_8u_C3R;
                         ASSERT_EQ(fn(src.data(), src.step, dst.data(), dst.step, {w, h}),
                                   lumStsNoErr);
                         ASSERT_EQ(dst.region(), src.region())
@@ -71,14 +71,14 @@ TEST_P(PlainCopy, ZeroAndNegativeStepsAreTakenAsGiven)
         src.fill_random(w);
         // A negative source step reads the rows upward: the copy is flipped.
         GuardedImage flipped(w, h, 1);
-        ASSERT_EQ(m.copyC1(src.row(h - 1), -src.step, flipped.data(), flipped.step, {w, h}),
+        ASSERT_EQ(m.lumiCopy_8u_C1R(src.row(h - 1), -src.step, flipped.data(), flipped.step, {w, h}),
                   lumStsNoErr);
         for (int y = 0; y < h; ++y)
             ASSERT_EQ(memcmp(flipped.row(y), src.row(h - 1 - y), w), 0) << "w=" << w;
         EXPECT_TRUE(flipped.guard_intact());
         // A destination step of 0 writes every row to one place: the last wins.
         GuardedImage one(w, 1, 1);
-        ASSERT_EQ(m.copyC1(src.data(), src.step, one.data(), 0, {w, h}), lumStsNoErr);
+        ASSERT_EQ(m.lumiCopy_8u_C1R(src.data(), src.step, one.data(), 0, {w, h}), lumStsNoErr);
         EXPECT_EQ(memcmp(one.data(), src.row(h - 1), w), 0);
         EXPECT_TRUE(one.guard_intact());
     }
@@ -89,7 +89,7 @@ TEST_P(PlainCopy, StatusesInTheirOrderAndNothingWritten)
     const TierMembers &m = GetParam();
     GuardedImage src(8, 2, 3), dst(8, 2, 3);
     src.fill_random(1);
-    for (auto fn : {m.copyC1, m.copyC3}) {
+    for (auto fn : {m.lumiCopy_8u_C1R, m.lumiCopy_8u_C3R}) {
         EXPECT_EQ(fn(nullptr, src.step, dst.data(), dst.step, {0, 2}), lumStsNullPtrErr);
         EXPECT_EQ(fn(src.data(), src.step, nullptr, dst.step, {-1, -1}), lumStsNullPtrErr);
         EXPECT_EQ(fn(src.data(), src.step, dst.data(), dst.step, {0, 2}), lumStsSizeErr);
@@ -123,7 +123,7 @@ TEST_P(PlainCopy, CacheLookupStartsAtTheTierThreshold)
         const std::vector<uint8_t> src = pattern(n, n);
         std::vector<uint8_t> dst(n + 32, 0xA5);
         const int reads = cpu.reads;
-        ASSERT_EQ(m.copyC1(src.data(), n, dst.data() + 16, n, {n, 1}), lumStsNoErr);
+        ASSERT_EQ(m.lumiCopy_8u_C1R(src.data(), n, dst.data() + 16, n, {n, 1}), lumStsNoErr);
         EXPECT_EQ(cpu.reads > reads, n == t->at) << m.name << " n=" << n;
         EXPECT_EQ(memcmp(dst.data() + 16, src.data(), n), 0);
         for (int i = 0; i < 16; ++i)
@@ -135,7 +135,7 @@ TEST_P(PlainCopy, CacheLookupStartsAtTheTierThreshold)
         GuardedImage src(w, h, 1, 0, 0), dst(w, h, 1, 0, 0);
         lumitest::reset_processor_state(); // forget the cache size read above
         const int reads = cpu.reads;
-        ASSERT_EQ(m.copyC1(src.data(), src.step, dst.data(), dst.step, {w, h}), lumStsNoErr);
+        ASSERT_EQ(m.lumiCopy_8u_C1R(src.data(), src.step, dst.data(), dst.step, {w, h}), lumStsNoErr);
         EXPECT_EQ(cpu.reads, reads);
     }
 }
@@ -154,7 +154,7 @@ TEST_P(PlainCopy, LargeRegionsOnEveryCacheAnswer)
             const int w = ch == 1 ? 1100 : 367, h = 2000;
             GuardedImage src(w, h, ch, 13, 5), dst(w, h, ch, 3, 9);
             src.fill_random(ch);
-            auto fn = ch == 1 ? m.copyC1 : m.copyC3;
+            auto fn = ch == 1 ? m.lumiCopy_8u_C1R : m.lumiCopy_8u_C3R;
             ASSERT_EQ(fn(src.data(), src.step, dst.data(), dst.step, {w, h}), lumStsNoErr);
             EXPECT_EQ(dst.region(), src.region()) << m.name << " C" << ch;
             EXPECT_TRUE(dst.guard_intact());
@@ -178,7 +178,7 @@ TEST_P(PlainCopy, AddressesCloseModulo4096)
             const std::vector<uint8_t> data = pattern(n, off + 5000);
             memcpy(src, data.data(), n);
             memset(dst - 16, 0xA5, n + 32);
-            ASSERT_EQ(m.copyC1(src, n, dst, n, {n, 1}), lumStsNoErr);
+            ASSERT_EQ(m.lumiCopy_8u_C1R(src, n, dst, n, {n, 1}), lumStsNoErr);
             ASSERT_EQ(memcmp(dst, data.data(), n), 0) << m.name << " off=" << off << " n=" << n;
             for (int i = 1; i <= 16; ++i)
                 ASSERT_TRUE(dst[-i] == 0xA5 && dst[n - 1 + i] == 0xA5);

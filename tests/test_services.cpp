@@ -8,6 +8,7 @@
 
 #include "lumi.h"
 #include "support/alloc_fault.h"
+#include "support/members.h"
 #include "support/sim_cpu.h"
 #include "support/tiers.h"
 
@@ -110,12 +111,12 @@ TEST_P(TierAlloc, VectorAndImageAllocators)
 
 TEST_P(TierAlloc, VersionRecordNamesTheTier)
 {
-    static const char *expected[] = {"m7", "m7", "u8", "n8", "y8", "e9"};
     const int index = GetParam();
+    const char *tier = lumitest::serving_tier("lumiGetLibVersion", index);
     const LumLibraryVersion *v = lumiGetLibVersion();
     ASSERT_NE(v, nullptr);
-    EXPECT_EQ(std::string(v->targetCpu, 2), expected[index]);
-    EXPECT_EQ(std::string(v->Name), std::string("lumi") + expected[index] + "_l.a");
+    EXPECT_EQ(std::string(v->targetCpu, 2), tier);
+    EXPECT_EQ(std::string(v->Name), std::string("lumi") + tier + "_l.a");
     EXPECT_EQ(v->major, 7);
     EXPECT_EQ(v->minor, 0);
     EXPECT_EQ(v->majorBuild, 205);
@@ -241,69 +242,44 @@ TEST(CacheSize, SettledOnceThenCached)
 
 } // namespace
 
-// The allocation members that have no dispatcher, called in each tier directly.
-#define LUMI_ALLOC_MEMBERS(t)                                                       \
-    extern "C" Lum16u *t##_lumsMalloc_16u(int32_t);                                 \
-    extern "C" Lum32s *t##_lumsMalloc_32s(int32_t);                                 \
-    extern "C" Lum32f *t##_lumsMalloc_32f(int32_t);                                 \
-    extern "C" Lum8u *t##_lumiMalloc_8u_C1(int32_t, int32_t, int32_t *);
-LUMI_ALLOC_MEMBERS(m7)
-LUMI_ALLOC_MEMBERS(n8)
-LUMI_ALLOC_MEMBERS(u8)
-LUMI_ALLOC_MEMBERS(y8)
-LUMI_ALLOC_MEMBERS(e9)
-
 namespace {
-
-struct AllocMembers {
-    int index; // lowest dispatch index whose processor runs the tier
-    Lum16u *(*m16u)(int32_t);
-    Lum32s *(*m32s)(int32_t);
-    Lum32f *(*m32f)(int32_t);
-    Lum8u *(*c1)(int32_t, int32_t, int32_t *);
-};
-
-#define LUMI_MEMBERS_OF(t, i) {i, t##_lumsMalloc_16u, t##_lumsMalloc_32s, t##_lumsMalloc_32f, t##_lumiMalloc_8u_C1}
-const AllocMembers kMembers[] = {LUMI_MEMBERS_OF(m7, 1), LUMI_MEMBERS_OF(n8, 2), LUMI_MEMBERS_OF(u8, 2),
-                                 LUMI_MEMBERS_OF(y8, 4), LUMI_MEMBERS_OF(e9, 5)};
 
 TEST(AllocMembers, ByteCountsStepsAndOverflow)
 {
     VectorSwap swap;
-    for (const AllocMembers &m : kMembers) {
-        if (!lumitest::tier_allowed(m.index))
-            continue;
-        void *p = m.m16u(3);
+    // The allocation members that have no dispatcher, called in each tier directly.
+    for (const lumitest::TierMembers &m : lumitest::runnable_tier_members()) {
+        void *p = m.lumsMalloc_16u(3);
         EXPECT_EQ(g_last_request, 6u + 40u);
         lumsFree(p);
-        p = m.m32s(5);
+        p = m.lumsMalloc_32s(5);
         EXPECT_EQ(g_last_request, 20u + 40u);
         lumsFree(p);
-        p = m.m32f(7);
+        p = m.lumsMalloc_32f(7);
         EXPECT_EQ(g_last_request, 28u + 40u);
         EXPECT_EQ((uintptr_t)p % 32, 0u);
         lumsFree(p);
         // 0x40000000 floats are 4 GiB: 0 in 32 bits, so null without a call.
         g_malloc_calls = 0;
-        EXPECT_EQ(m.m32f(0x40000000), nullptr);
-        EXPECT_EQ(m.m16u(-3), nullptr);
+        EXPECT_EQ(m.lumsMalloc_32f(0x40000000), nullptr);
+        EXPECT_EQ(m.lumsMalloc_16u(-3), nullptr);
         EXPECT_EQ(g_malloc_calls, 0);
         // 0x40000001 words wrap to 4 bytes; 0x20000001 to a negative count, so null.
-        p = m.m32s(0x40000001);
+        p = m.lumsMalloc_32s(0x40000001);
         EXPECT_EQ(g_last_request, 4u + 40u);
         lumsFree(p);
-        EXPECT_EQ(m.m32s(0x20000001), nullptr);
+        EXPECT_EQ(m.lumsMalloc_32s(0x20000001), nullptr);
 
         int32_t step = -1;
-        p = m.c1(32, 1, &step);
+        p = m.lumiMalloc_8u_C1(32, 1, &step);
         EXPECT_EQ(step, 32);
         lumiFree(p);
-        p = m.c1(33, 3, &step);
+        p = m.lumiMalloc_8u_C1(33, 3, &step);
         EXPECT_EQ(step, 64);
         EXPECT_EQ(g_last_request, 192u + 40u);
         lumiFree(p);
         step = -1;
-        EXPECT_EQ(m.c1(0, 5, &step), nullptr);
+        EXPECT_EQ(m.lumiMalloc_8u_C1(0, 5, &step), nullptr);
         EXPECT_EQ(step, 0);
     }
 }

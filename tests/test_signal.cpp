@@ -52,13 +52,13 @@ TEST_P(Fills, EveryLengthAndOffsetWithinItsBytes)
     for (int len = 1; len <= 90; ++len)
         for (size_t off : {0, 4, 8, 12, 28, 1, 3}) {
             Guarded set(4 * len, off), zero32(4 * len, off), zero8(len, off), copy(4 * len, off);
-            ASSERT_EQ(m.set32f(value, set.floats(), len), lumStsNoErr);
-            ASSERT_EQ(m.zero32f(zero32.floats(), len), lumStsNoErr);
-            ASSERT_EQ(m.zero8u(zero8.data(), len), lumStsNoErr);
+            ASSERT_EQ(m.lumsSet_32f(value, set.floats(), len), lumStsNoErr);
+            ASSERT_EQ(m.lumsZero_32f(zero32.floats(), len), lumStsNoErr);
+            ASSERT_EQ(m.lumsZero_8u(zero8.data(), len), lumStsNoErr);
             std::vector<float> src(len);
             for (int i = 0; i < len; ++i)
                 src[i] = (float)i * 1.25f - 7.0f;
-            ASSERT_EQ(m.copy32f(src.data(), copy.floats(), len), lumStsNoErr);
+            ASSERT_EQ(m.lumsCopy_32f(src.data(), copy.floats(), len), lumStsNoErr);
             for (int i = 0; i < len; ++i) {
                 uint32_t b;
                 memcpy(&b, set.data() + 4 * i, 4);
@@ -79,16 +79,16 @@ TEST_P(Fills, StatusesInTheirOrder)
     const TierMembers &m = GetParam();
     float v[4] = {1, 2, 3, 4};
     float w[4] = {5, 6, 7, 8};
-    EXPECT_EQ(m.set32f(1.0f, nullptr, 0), lumStsNullPtrErr);
-    EXPECT_EQ(m.set32f(1.0f, v, 0), lumStsSizeErr);
-    EXPECT_EQ(m.set32f(1.0f, v, -4), lumStsSizeErr);
-    EXPECT_EQ(m.zero32f(nullptr, -1), lumStsNullPtrErr);
-    EXPECT_EQ(m.zero32f(v, 0), lumStsSizeErr);
-    EXPECT_EQ(m.zero8u(nullptr, 1), lumStsNullPtrErr);
-    EXPECT_EQ(m.zero8u((Lum8u *)v, 0), lumStsSizeErr);
-    EXPECT_EQ(m.copy32f(nullptr, w, 0), lumStsNullPtrErr);
-    EXPECT_EQ(m.copy32f(v, nullptr, 0), lumStsNullPtrErr);
-    EXPECT_EQ(m.copy32f(v, w, 0), lumStsSizeErr);
+    EXPECT_EQ(m.lumsSet_32f(1.0f, nullptr, 0), lumStsNullPtrErr);
+    EXPECT_EQ(m.lumsSet_32f(1.0f, v, 0), lumStsSizeErr);
+    EXPECT_EQ(m.lumsSet_32f(1.0f, v, -4), lumStsSizeErr);
+    EXPECT_EQ(m.lumsZero_32f(nullptr, -1), lumStsNullPtrErr);
+    EXPECT_EQ(m.lumsZero_32f(v, 0), lumStsSizeErr);
+    EXPECT_EQ(m.lumsZero_8u(nullptr, 1), lumStsNullPtrErr);
+    EXPECT_EQ(m.lumsZero_8u((Lum8u *)v, 0), lumStsSizeErr);
+    EXPECT_EQ(m.lumsCopy_32f(nullptr, w, 0), lumStsNullPtrErr);
+    EXPECT_EQ(m.lumsCopy_32f(v, nullptr, 0), lumStsNullPtrErr);
+    EXPECT_EQ(m.lumsCopy_32f(v, w, 0), lumStsSizeErr);
     EXPECT_EQ(v[0] + v[1] + v[2] + v[3], 10.0f);
     EXPECT_EQ(w[0] + w[1] + w[2] + w[3], 26.0f);
 }
@@ -117,9 +117,9 @@ TEST_P(Fills, CacheLookupStartsAtTheTierThreshold)
             std::vector<float> src(c.kind == 2 ? len : 1, 3.5f);
             lumitest::reset_processor_state();
             const int reads = cpu.reads;
-            LumStatus st = c.kind == 0   ? m.set32f(-2.5f, dst.floats(), len)
-                           : c.kind == 1 ? m.zero8u(dst.data(), len)
-                                         : m.copy32f(src.data(), dst.floats(), len);
+            LumStatus st = c.kind == 0   ? m.lumsSet_32f(-2.5f, dst.floats(), len)
+                           : c.kind == 1 ? m.lumsZero_8u(dst.data(), len)
+                                         : m.lumsCopy_32f(src.data(), dst.floats(), len);
             ASSERT_EQ(st, lumStsNoErr);
             EXPECT_EQ(cpu.reads > reads, len == c.at) << m.name << " kind=" << c.kind;
             const float want = c.kind == 0 ? -2.5f : 3.5f;
@@ -163,8 +163,8 @@ TEST_P(Kernels, MulCProductsAndShortcuts)
                 std::vector<float> out(len + 8, 99.0f), inplace(src);
                 std::vector<float> srcOff(len + 4);
                 memcpy(srcOff.data() + off, src.data(), 4 * len);
-                ASSERT_EQ(m.mulC(srcOff.data() + off, val, out.data() + (3 - off), len), lumStsNoErr);
-                ASSERT_EQ(m.mulC_I(val, inplace.data(), len), lumStsNoErr);
+                ASSERT_EQ(m.lumsMulC_32f(srcOff.data() + off, val, out.data() + (3 - off), len), lumStsNoErr);
+                ASSERT_EQ(m.lumsMulC_32f_I(val, inplace.data(), len), lumStsNoErr);
                 for (int i = 0; i < len; ++i) {
                     const float want = src[i] * val;
                     ASSERT_EQ(bits_of(out[3 - off + i]), bits_of(want)) << m.name << " i=" << i;
@@ -175,22 +175,22 @@ TEST_P(Kernels, MulCProductsAndShortcuts)
     // 0 times infinity or NaN gives +0 by the shortcut; 1 copies every bit.
     for (float zero : {0.0f, -0.0f}) {
         std::vector<float> out(40, 5.0f), inplace(base);
-        ASSERT_EQ(m.mulC(base.data(), zero, out.data(), 40), lumStsNoErr);
-        ASSERT_EQ(m.mulC_I(zero, inplace.data(), 40), lumStsNoErr);
+        ASSERT_EQ(m.lumsMulC_32f(base.data(), zero, out.data(), 40), lumStsNoErr);
+        ASSERT_EQ(m.lumsMulC_32f_I(zero, inplace.data(), 40), lumStsNoErr);
         for (int i = 0; i < 40; ++i)
             ASSERT_TRUE(bits_of(out[i]) == 0 && bits_of(inplace[i]) == 0) << i;
     }
     std::vector<float> out(40), inplace(base);
-    ASSERT_EQ(m.mulC(base.data(), 1.0f, out.data(), 40), lumStsNoErr);
-    ASSERT_EQ(m.mulC_I(1.0f, inplace.data(), 40), lumStsNoErr);
+    ASSERT_EQ(m.lumsMulC_32f(base.data(), 1.0f, out.data(), 40), lumStsNoErr);
+    ASSERT_EQ(m.lumsMulC_32f_I(1.0f, inplace.data(), 40), lumStsNoErr);
     EXPECT_EQ(memcmp(out.data(), base.data(), 160), 0);
     EXPECT_EQ(memcmp(inplace.data(), base.data(), 160), 0);
     // Checks come before the shortcuts.
-    EXPECT_EQ(m.mulC(nullptr, 1.0f, out.data(), 0), lumStsNullPtrErr);
-    EXPECT_EQ(m.mulC(base.data(), 0.0f, nullptr, 3), lumStsNullPtrErr);
-    EXPECT_EQ(m.mulC(base.data(), 1.0f, out.data(), 0), lumStsSizeErr);
-    EXPECT_EQ(m.mulC_I(1.0f, nullptr, 3), lumStsNullPtrErr);
-    EXPECT_EQ(m.mulC_I(1.0f, out.data(), -1), lumStsSizeErr);
+    EXPECT_EQ(m.lumsMulC_32f(nullptr, 1.0f, out.data(), 0), lumStsNullPtrErr);
+    EXPECT_EQ(m.lumsMulC_32f(base.data(), 0.0f, nullptr, 3), lumStsNullPtrErr);
+    EXPECT_EQ(m.lumsMulC_32f(base.data(), 1.0f, out.data(), 0), lumStsSizeErr);
+    EXPECT_EQ(m.lumsMulC_32f_I(1.0f, nullptr, 3), lumStsNullPtrErr);
+    EXPECT_EQ(m.lumsMulC_32f_I(1.0f, out.data(), -1), lumStsSizeErr);
 }
 
 // The exponential, step by step as its formula is written, one lane at a
@@ -228,7 +228,7 @@ TEST_P(Kernels, ExpFollowsItsFormulaLaneRulesAndClearsFlags)
     for (int len : {1, 2, 3, 5, 6, 7, (int)xs.size()}) {
         std::vector<float> v(xs.begin(), xs.begin() + len);
         _mm_setcsr(keep.saved | 0x3f); // every flag raised beforehand
-        ASSERT_EQ(m.exp_I(v.data(), len), lumStsNoErr);
+        ASSERT_EQ(m.lumsExp_32f_I(v.data(), len), lumStsNoErr);
         // The five IEEE flags are cleared; the denormal flag and the control
         // bits stay.
         EXPECT_EQ(_mm_getcsr(), (keep.saved | 0x3f) & ~0x3du);
@@ -243,7 +243,7 @@ TEST_P(Kernels, ExpFollowsItsFormulaLaneRulesAndClearsFlags)
     _mm_setcsr(keep.saved);
     // Worked values, and the formula is a good exponential.
     float v[6] = {0.0f, -100.0f, 100.0f, float_of(0x7fc00000u), float_of(0x7f800001u), 1.0f};
-    ASSERT_EQ(m.exp_I(v, 6), lumStsNoErr);
+    ASSERT_EQ(m.lumsExp_32f_I(v, 6), lumStsNoErr);
     // 1.0 where the approximate reciprocal of 120 is 0x1.111p-7; processor
     // makers' reciprocal tables differ, and one ulp below is the other answer.
     EXPECT_NEAR(v[0], 1.0f, 6e-8f);
@@ -255,8 +255,8 @@ TEST_P(Kernels, ExpFollowsItsFormulaLaneRulesAndClearsFlags)
     for (float x : xs)
         if (x > -80.0f && x < 80.0f)
             EXPECT_NEAR(exp_reference(x) / expf(x), 1.0f, 4e-6f) << x;
-    EXPECT_EQ(m.exp_I(nullptr, 0), lumStsNullPtrErr);
-    EXPECT_EQ(m.exp_I(v, 0), lumStsSizeErr);
+    EXPECT_EQ(m.lumsExp_32f_I(nullptr, 0), lumStsNullPtrErr);
+    EXPECT_EQ(m.lumsExp_32f_I(v, 0), lumStsSizeErr);
 }
 
 // x*x * 2^-sf, rounded half to even and saturated, from exact double
@@ -275,18 +275,18 @@ TEST_P(Kernels, SqrRoundsHalfToEvenAndSaturatesForEveryValue)
     for (int sf : {-40, -16, -15, -3, -1, 0, 1, 2, 3, 4, 15, 16, 17, 18, 31, 32, 33, 1000}) {
         for (unsigned x = 0; x < 65536; ++x)
             all[x] = (Lum16u)x;
-        ASSERT_EQ(m.sqr(all.data(), 65536, sf), lumStsNoErr);
+        ASSERT_EQ(m.lumsSqr_16u_ISfs(all.data(), 65536, sf), lumStsNoErr);
         for (unsigned x = 0; x < 65536; ++x)
             ASSERT_EQ(all[x], sf > 32 ? 0 : sqr_reference(x, sf)) << m.name << " x=" << x << " sf=" << sf;
     }
     Lum16u w[3] = {256, 255, 3};
-    ASSERT_EQ(m.sqr(w, 2, 0), lumStsNoErr);
-    ASSERT_EQ(m.sqr(w + 2, 1, 1), lumStsNoErr);
+    ASSERT_EQ(m.lumsSqr_16u_ISfs(w, 2, 0), lumStsNoErr);
+    ASSERT_EQ(m.lumsSqr_16u_ISfs(w + 2, 1, 1), lumStsNoErr);
     EXPECT_EQ(w[0], 65535);
     EXPECT_EQ(w[1], 65025);
     EXPECT_EQ(w[2], 4); // 4.5 to even
-    EXPECT_EQ(m.sqr(nullptr, 1, 0), lumStsNullPtrErr);
-    EXPECT_EQ(m.sqr(w, 0, 0), lumStsSizeErr);
+    EXPECT_EQ(m.lumsSqr_16u_ISfs(nullptr, 1, 0), lumStsNullPtrErr);
+    EXPECT_EQ(m.lumsSqr_16u_ISfs(w, 0, 0), lumStsSizeErr);
 }
 
 // Float to integer, step by step as written.  The reference's own float
@@ -340,9 +340,9 @@ TEST_P(Kernels, ConvertsByEveryRoundingSelectorAndScale)
                     std::vector<Lum16u> h(len + 1, 0xA5A5);
                     const unsigned before = (keep.saved & ~0x6040u) | callerMode;
                     _mm_setcsr(before);
-                    ASSERT_EQ(m.cvt32f8u(xs.data(), b.data(), len, rnd, sf), lumStsNoErr);
+                    ASSERT_EQ(m.lumsConvert_32f8u_Sfs(xs.data(), b.data(), len, rnd, sf), lumStsNoErr);
                     ASSERT_EQ(_mm_getcsr() & kCsrControl, before & kCsrControl) << rnd;
-                    ASSERT_EQ(m.cvt32f16u(xs.data(), h.data(), len, rnd, sf), lumStsNoErr);
+                    ASSERT_EQ(m.lumsConvert_32f16u_Sfs(xs.data(), h.data(), len, rnd, sf), lumStsNoErr);
                     ASSERT_EQ(_mm_getcsr() & kCsrControl, before & kCsrControl) << rnd;
                     _mm_setcsr(keep.saved);
                     for (int i = 0; i < len; ++i) {
@@ -357,16 +357,16 @@ TEST_P(Kernels, ConvertsByEveryRoundingSelectorAndScale)
                 }
     float w[4] = {2.5f, -1.0f, 300.0f, 3.5f};
     Lum8u out[4];
-    ASSERT_EQ(m.cvt32f8u(w, out, 4, 1, 0), lumStsNoErr);
+    ASSERT_EQ(m.lumsConvert_32f8u_Sfs(w, out, 4, 1, 0), lumStsNoErr);
     EXPECT_EQ(out[0], 2);
     EXPECT_EQ(out[1], 0);
     EXPECT_EQ(out[2], 255);
     EXPECT_EQ(out[3], 4);
-    ASSERT_EQ(m.cvt32f8u(w, out, 1, 2, 0), lumStsNoErr);
+    ASSERT_EQ(m.lumsConvert_32f8u_Sfs(w, out, 1, 2, 0), lumStsNoErr);
     EXPECT_EQ(out[0], 3);
-    EXPECT_EQ(m.cvt32f8u(nullptr, out, 1, 1, 0), lumStsNullPtrErr);
-    EXPECT_EQ(m.cvt32f16u(w, nullptr, 0, 1, 0), lumStsNullPtrErr);
-    EXPECT_EQ(m.cvt32f8u(w, out, 0, 1, 0), lumStsSizeErr);
+    EXPECT_EQ(m.lumsConvert_32f8u_Sfs(nullptr, out, 1, 1, 0), lumStsNullPtrErr);
+    EXPECT_EQ(m.lumsConvert_32f16u_Sfs(w, nullptr, 0, 1, 0), lumStsNullPtrErr);
+    EXPECT_EQ(m.lumsConvert_32f8u_Sfs(w, out, 0, 1, 0), lumStsSizeErr);
 }
 
 TEST_P(Kernels, WidensEverySixteenBitValueExactly)
@@ -379,13 +379,13 @@ TEST_P(Kernels, WidensEverySixteenBitValueExactly)
     for (int off : {0, 1, 3}) {
         const int len = (int)all.size() - off;
         std::fill(out.begin(), out.end(), -1.0f);
-        ASSERT_EQ(m.cvt16u32f(all.data() + off, out.data(), len), lumStsNoErr);
+        ASSERT_EQ(m.lumsConvert_16u32f(all.data() + off, out.data(), len), lumStsNoErr);
         for (int i = 0; i < len; ++i)
             ASSERT_EQ(out[i], (float)all[off + i]) << m.name << " i=" << i;
         EXPECT_EQ(out[len], -1.0f);
     }
-    EXPECT_EQ(m.cvt16u32f(nullptr, out.data(), 1), lumStsNullPtrErr);
-    EXPECT_EQ(m.cvt16u32f(all.data(), out.data(), 0), lumStsSizeErr);
+    EXPECT_EQ(m.lumsConvert_16u32f(nullptr, out.data(), 1), lumStsNullPtrErr);
+    EXPECT_EQ(m.lumsConvert_16u32f(all.data(), out.data(), 0), lumStsSizeErr);
 }
 
 LUMI_INSTANTIATE_TIER_MEMBERS(Kernels);

@@ -1,42 +1,31 @@
 /*
- * Prototypes of the members that one tier offers to its own other members.
- * A family calls only members of its own tier (LUMI_T) and the core services.
+ * Declarations of the members one tier offers to its own other members and
+ * to the dispatchers.  A family calls only members of its own tier (LUMI_T)
+ * and the core services.
+ *
+ * Every member is declared from one type: a dispatched primitive's from its
+ * public prototype in lumi.h (through the entry list), an internal member's
+ * from tier_member_types.h.  A definition whose parameters differ from that
+ * type is a conflicting declaration of a C function and does not compile.
  */
 #ifndef LUMI_TIER_MEMBERS_H
 #define LUMI_TIER_MEMBERS_H
 
-/* Allocation: every tier's members agree and all forward to lumMalloc/lumFree. */
-LUMI_MEMBER Lum8u *LUMI_T(lumsMalloc_8u)(int32_t len);
-LUMI_MEMBER Lum16u *LUMI_T(lumsMalloc_16u)(int32_t len);
-LUMI_MEMBER Lum32s *LUMI_T(lumsMalloc_32s)(int32_t len);
-LUMI_MEMBER Lum32f *LUMI_T(lumsMalloc_32f)(int32_t len);
-LUMI_MEMBER void LUMI_T(lumsFree)(void *ptr);
-LUMI_MEMBER Lum8u *LUMI_T(lumiMalloc_8u_C1)(int32_t width, int32_t height, int32_t *pStep);
-LUMI_MEMBER Lum8u *LUMI_T(lumiMalloc_8u_C3)(int32_t width, int32_t height, int32_t *pStep);
-LUMI_MEMBER void LUMI_T(lumiFree)(void *ptr);
+#include "tier_member_types.h"
 
-LUMI_MEMBER const LumLibraryVersion *LUMI_T(lumiGetLibVersion)(void);
+#define LUMI_ROW_BOUND(name)
+#define LUMI_ROW_SELF(name)
+#define LUMI_ROW_ABSENT(name)
+#define LUMI_ROW_DISPATCHED(name, s0, s1, s2, s3, s4, s5) LUMI_MEMBER decltype(::name) LUMI_T(name);
+#include "lumi_entries.def"
+#undef LUMI_ROW_BOUND
+#undef LUMI_ROW_SELF
+#undef LUMI_ROW_ABSENT
+#undef LUMI_ROW_DISPATCHED
 
-/* Plain byte-image copies (image/copy), for the filter families. */
-LUMI_MEMBER LumStatus LUMI_T(lumiCopy_8u_C1R)(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst,
-                                              int32_t dstStep, LumiSize roiSize);
-LUMI_MEMBER LumStatus LUMI_T(lumiCopy_8u_C3R)(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst,
-                                              int32_t dstStep, LumiSize roiSize);
-
-/* Signal kernels (signal/), called by the image families of the same tier. */
-LUMI_MEMBER LumStatus LUMI_T(lumsZero_8u)(Lum8u *pDst, int32_t len);
-LUMI_MEMBER LumStatus LUMI_T(lumsZero_32f)(Lum32f *pDst, int32_t len);
-LUMI_MEMBER LumStatus LUMI_T(lumsSet_32f)(Lum32f val, Lum32f *pDst, int32_t len);
-LUMI_MEMBER LumStatus LUMI_T(lumsCopy_32f)(const Lum32f *pSrc, Lum32f *pDst, int32_t len);
-LUMI_MEMBER LumStatus LUMI_T(lumsMulC_32f)(const Lum32f *pSrc, Lum32f val, Lum32f *pDst, int32_t len);
-LUMI_MEMBER LumStatus LUMI_T(lumsMulC_32f_I)(Lum32f val, Lum32f *pSrcDst, int32_t len);
-LUMI_MEMBER LumStatus LUMI_T(lumsExp_32f_I)(Lum32f *pSrcDst, int32_t len);
-LUMI_MEMBER LumStatus LUMI_T(lumsSqr_16u_ISfs)(Lum16u *pSrcDst, int32_t len, int32_t scaleFactor);
-LUMI_MEMBER LumStatus LUMI_T(lumsConvert_16u32f)(const Lum16u *pSrc, Lum32f *pDst, int32_t len);
-LUMI_MEMBER LumStatus LUMI_T(lumsConvert_32f8u_Sfs)(const Lum32f *pSrc, Lum8u *pDst, int32_t len,
-                                                    int32_t rndMode, int32_t scaleFactor);
-LUMI_MEMBER LumStatus LUMI_T(lumsConvert_32f16u_Sfs)(const Lum32f *pSrc, Lum16u *pDst, int32_t len,
-                                                     int32_t rndMode, int32_t scaleFactor);
+#define LUMI_DECLARE_INTERNAL_MEMBER_(c, name, type) LUMI_MEMBER lumi_member_type::name LUMI_T(name);
+LUMI_INTERNAL_MEMBERS(LUMI_DECLARE_INTERNAL_MEMBER_, _)
+#undef LUMI_DECLARE_INTERNAL_MEMBER_
 
 /* The Lanczos kernel table at spacing 0.01 (image/resize), 302 entries; the
  * remap kernels read it as tblL3. */

@@ -1,6 +1,8 @@
-// Runs a test once per dispatch index 1..5, with the tier's prefix in the
-// test name.  LUMI_TEST_TIERS (for example "1,2") limits the indices, so the
-// suite can run on an emulated processor that lacks the higher tiers.
+// Runs a test once per dispatch index 1..5, with the index and the processor
+// it stands for in the test name.  LUMI_TEST_TIERS (for example "1,2") limits
+// the indices, so the suite can run on an emulated processor that lacks the
+// higher tiers.  Indices, forcing codes and tiers come from the public lists
+// (LUMI_DISPATCH_INDEX_LIST, LUMI_TIER_LIST, lumi_entries.def).
 #pragma once
 
 #include <gtest/gtest.h>
@@ -12,14 +14,19 @@
 
 namespace lumitest {
 
-// The tier table most primitives use, by dispatch index.
-inline const char *tier_name(int index)
-{
-    static const char *names[] = {"m7", "m7", "n8", "n8", "y8", "e9"};
-    return names[index];
-}
+// The processor code that forces dispatch index 1..5, and its short label
+// ("sse3", "ssse3", "ssse3lowpower", "sse41", "avx"), from the public list.
+int32_t index_code(int index);
+const char *index_label(int index);
 
-// Forces dispatch index 1..5 through the public processor codes.
+// The tier that serves dispatch index 0..5 of the named dispatched primitive
+// ("m7", "n8", ...), from the entry list; null for a name without a row.
+const char *serving_tier(const char *primitive, int index);
+
+// The lowest dispatch index whose processor runs the tier ("u8" -> 2).
+int tier_lowest_index(const char *tier);
+
+// Forces dispatch index 1..5 through its public processor code.
 void force_index(int index);
 // The indices allowed on this run (1..5 unless LUMI_TEST_TIERS says less).
 std::vector<int> tier_indices();
@@ -34,7 +41,7 @@ protected:
 struct TierName {
     std::string operator()(const ::testing::TestParamInfo<int> &info) const
     {
-        return std::string("index") + std::to_string(info.param) + "_" + tier_name(info.param);
+        return std::string("index") + std::to_string(info.param) + "_" + index_label(info.param);
     }
 };
 
