@@ -48,6 +48,8 @@ Fn get(const char *name)
 {
     return reinterpret_cast<Fn>(lookup(name));
 }
+// The primitive typed from the public header: LUMI_BENCH_GET(lumiResize_8u_C3R).
+#define LUMI_BENCH_GET(name) lumibench::get<decltype(&name)>(#name)
 
 // A reproducible test picture: gradients, edges, fine detail and noise.
 cv::Mat test_image(int width, int height, int channels);

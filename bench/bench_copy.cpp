@@ -20,8 +20,6 @@ extern "C" LumStatus e9_lumiCopy_8u_C1R(const Lum8u *pSrc, int32_t srcStep, Lum8
 
 namespace {
 
-typedef LumStatus (*SplitFn)(const Lum8u *, int32_t, Lum8u *const[3], int32_t, LumiSize);
-typedef LumStatus (*MergeFn)(const Lum8u *const[3], int32_t, Lum8u *, int32_t, LumiSize);
 
 struct Planes {
     cv::Mat lumi[3], opencv[3];
@@ -51,7 +49,7 @@ void add_plane_cases()
     const int w = 1920, h = 1080;
     auto image = std::make_shared<cv::Mat>(lumibench::test_image(w, h, 3));
     auto planes = std::make_shared<Planes>(image->size());
-    SplitFn split = lumibench::get<SplitFn>("lumiCopy_8u_C3P3R");
+    auto split = LUMI_BENCH_GET(lumiCopy_8u_C3P3R);
 
     lumibench::Pair p;
     p.name = "copy_C3P3R/1920x1080";
@@ -65,7 +63,7 @@ void add_plane_cases()
     p.note = "vs cv::split into preallocated planes";
     lumibench::add(p);
 
-    MergeFn merge = lumibench::get<MergeFn>("lumiCopy_8u_P3C3R");
+    auto merge = LUMI_BENCH_GET(lumiCopy_8u_P3C3R);
     auto outLumi = std::make_shared<cv::Mat>(h, w, CV_8UC3);
     auto outCv = std::make_shared<cv::Mat>(h, w, CV_8UC3);
     auto src = std::make_shared<Planes>(image->size());

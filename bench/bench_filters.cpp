@@ -9,8 +9,7 @@
 
 namespace {
 
-typedef LumStatus (*FilterFn)(const Lum8u *, int32_t, Lum8u *, int32_t, LumiSize, LumiSize,
-                              LumiPoint);
+typedef decltype(&lumiFilterBox_8u_C1R) FilterFn; // box and median share one shape
 
 const int kW = 1920, kH = 1080;
 
@@ -31,10 +30,9 @@ Images make_images(int channels, int k)
     return im;
 }
 
-void add_case(const char *family, const char *name, int channels, int k, bool median)
+void add_case(const char *family, FilterFn fn, int channels, int k, bool median)
 {
     const Images im = make_images(channels, k);
-    FilterFn fn = lumibench::get<FilterFn>(name);
     lumibench::Pair p;
     p.name = std::string(family) + "_" + std::to_string(k) + "x" + std::to_string(k) + "_C" +
              std::to_string(channels) + "/1920x1080";
@@ -64,12 +62,14 @@ void add_case(const char *family, const char *name, int channels, int k, bool me
 LUMI_BENCH_CASES(filters)
 {
     for (int ch : {1, 3}) {
-        const char *box = ch == 1 ? "lumiFilterBox_8u_C1R" : "lumiFilterBox_8u_C3R";
+        FilterFn box =
+            ch == 1 ? LUMI_BENCH_GET(lumiFilterBox_8u_C1R) : LUMI_BENCH_GET(lumiFilterBox_8u_C3R);
         for (int k : {3, 5, 7, 31})
             add_case("box", box, ch, k, false);
     }
     for (int ch : {1, 3}) {
-        const char *median = ch == 1 ? "lumiFilterMedian_8u_C1R" : "lumiFilterMedian_8u_C3R";
+        FilterFn median = ch == 1 ? LUMI_BENCH_GET(lumiFilterMedian_8u_C1R)
+                                  : LUMI_BENCH_GET(lumiFilterMedian_8u_C3R);
         for (int k : {3, 5, 7})
             add_case("median", median, ch, k, true);
     }

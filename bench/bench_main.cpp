@@ -21,6 +21,11 @@
 namespace lumibench {
 namespace {
 
+// The processor code that forces dispatch index 5, the AVX tier.
+#define LUMI_BENCH_AVX_CODE(index, code, features, label) (index == 5 ? code : 0) +
+const int32_t kAvxCode = LUMI_DISPATCH_INDEX_LIST(LUMI_BENCH_AVX_CODE) 0;
+#undef LUMI_BENCH_AVX_CODE
+
 std::vector<Pair> &pairs()
 {
     static std::vector<Pair> p;
@@ -57,16 +62,14 @@ void add(const Pair &p) { pairs().push_back(p); }
 
 void *lookup(const char *name)
 {
-    typedef void *(*GetProc)(const char *);
-    typedef LumStatus (*InitCpu)(int32_t);
-    static GetProc getProc = (GetProc)dlsym(library(), "GetProcAddressForSo");
-    static InitCpu initCpu = (InitCpu)dlsym(library(), "lumInitCpu");
+    static auto getProc = (decltype(&GetProcAddressForSo))dlsym(library(), "GetProcAddressForSo");
+    static auto initCpu = (decltype(&lumInitCpu))dlsym(library(), "lumInitCpu");
     void *fn = getProc(name);
     if (!fn) {
         fprintf(stderr, "%s: not served by the library\n", name);
         exit(1);
     }
-    initCpu(70); // the AVX tier
+    initCpu(kAvxCode); // the AVX tier, index 5
     return fn;
 }
 

@@ -16,17 +16,13 @@
 
 namespace {
 
-typedef LumStatus (*ResizeFn)(const Lum8u *, LumiSize, int32_t, LumiRect, Lum8u *, int32_t,
-                              LumiSize, double, double, int32_t);
-
 void add_case(int channels, int method, int outW, int outH, const char *label)
 {
     const int inW = 1920, inH = 1080;
     auto src = std::make_shared<cv::Mat>(lumibench::test_image(inW, inH, channels));
     auto ours = std::make_shared<cv::Mat>(outH, outW, CV_8UC(channels), cv::Scalar::all(0));
     auto theirs = std::make_shared<cv::Mat>(outH, outW, CV_8UC(channels), cv::Scalar::all(0));
-    ResizeFn fn = lumibench::get<ResizeFn>(channels == 1 ? "lumiResize_8u_C1R"
-                                                         : "lumiResize_8u_C3R");
+    auto fn = channels == 1 ? LUMI_BENCH_GET(lumiResize_8u_C1R) : LUMI_BENCH_GET(lumiResize_8u_C3R);
     const double xf = (double)outW / inW, yf = (double)outH / inH;
     const int cvMethod = method == LUMI_INTER_NN ? cv::INTER_NEAREST : cv::INTER_LINEAR;
 

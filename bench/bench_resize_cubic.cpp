@@ -16,17 +16,13 @@
 
 namespace {
 
-typedef LumStatus (*ResizeFn)(const Lum8u *, LumiSize, int32_t, LumiRect, Lum8u *, int32_t,
-                              LumiSize, double, double, int32_t);
-
 void add_case(const char *method, int lumiMethod, int cvMethod, int channels, int dstW, int dstH)
 {
     const int srcW = 1920, srcH = 1080;
     auto src = std::make_shared<cv::Mat>(lumibench::test_image(srcW, srcH, channels));
     auto ours = std::make_shared<cv::Mat>(dstH, dstW, CV_8UC(channels));
     auto theirs = std::make_shared<cv::Mat>(dstH, dstW, CV_8UC(channels));
-    const ResizeFn fn = lumibench::get<ResizeFn>(channels == 1 ? "lumiResize_8u_C1R"
-                                                               : "lumiResize_8u_C3R");
+    const auto fn = channels == 1 ? LUMI_BENCH_GET(lumiResize_8u_C1R) : LUMI_BENCH_GET(lumiResize_8u_C3R);
     const double xf = (double)dstW / srcW, yf = (double)dstH / srcH;
 
     lumibench::Pair p;

@@ -9,9 +9,6 @@
 
 namespace {
 
-typedef LumStatus (*C3Fn)(const Lum8u *, int32_t, Lum8u *, int32_t, LumiSize);
-typedef LumStatus (*C3P3Fn)(const Lum8u *, int32_t, Lum8u *const[3], int32_t, LumiSize);
-typedef LumStatus (*P3C3Fn)(const Lum8u *const[3], int32_t, Lum8u *, int32_t, LumiSize);
 
 struct Inputs {
     cv::Mat rgb, yuv;      // interleaved
@@ -59,7 +56,7 @@ LUMI_BENCH_CASES(yuv)
         auto b = std::make_shared<Outputs>(w, h);
         p.name = "RGBToYUV_8u_C3R/1920x1080";
         p.pixels = w * h;
-        C3Fn fn = lumibench::get<C3Fn>("lumiRGBToYUV_8u_C3R");
+        auto fn = LUMI_BENCH_GET(lumiRGBToYUV_8u_C3R);
         p.lumi = [=] { fn(in->rgb.data, step3, b->lumi_c3.data, step3, roi); };
         p.opencv = [=] { cv::cvtColor(in->rgb, b->cv_c3, cv::COLOR_RGB2YUV); };
         p.max_diff = [=] { return lumibench::max_abs_diff(b->lumi_c3, b->cv_c3); };
@@ -70,7 +67,7 @@ LUMI_BENCH_CASES(yuv)
         auto b = std::make_shared<Outputs>(w, h);
         p.name = "YUVToRGB_8u_C3R/1920x1080";
         p.pixels = w * h;
-        C3Fn fn = lumibench::get<C3Fn>("lumiYUVToRGB_8u_C3R");
+        auto fn = LUMI_BENCH_GET(lumiYUVToRGB_8u_C3R);
         p.lumi = [=] { fn(in->yuv.data, step3, b->lumi_c3.data, step3, roi); };
         p.opencv = [=] { cv::cvtColor(in->yuv, b->cv_c3, cv::COLOR_YUV2RGB); };
         p.max_diff = [=] { return lumibench::max_abs_diff(b->lumi_c3, b->cv_c3); };
@@ -82,7 +79,7 @@ LUMI_BENCH_CASES(yuv)
         p.name = "RGBToYUV_8u_C3P3R/1920x1080";
         p.pixels = w * h;
         p.note = "vs cvtColor + split";
-        C3P3Fn fn = lumibench::get<C3P3Fn>("lumiRGBToYUV_8u_C3P3R");
+        auto fn = LUMI_BENCH_GET(lumiRGBToYUV_8u_C3P3R);
         p.lumi = [=] {
             Lum8u *const planes[3] = {b->lumi_p[0].data, b->lumi_p[1].data, b->lumi_p[2].data};
             fn(in->rgb.data, step3, planes, step1, roi);
@@ -100,7 +97,7 @@ LUMI_BENCH_CASES(yuv)
         p.name = "YUVToRGB_8u_P3C3R/1920x1080";
         p.pixels = w * h;
         p.note = "vs merge + cvtColor";
-        P3C3Fn fn = lumibench::get<P3C3Fn>("lumiYUVToRGB_8u_P3C3R");
+        auto fn = LUMI_BENCH_GET(lumiYUVToRGB_8u_P3C3R);
         p.lumi = [=] {
             const Lum8u *const planes[3] = {in->yuv_p[0].data, in->yuv_p[1].data,
                                             in->yuv_p[2].data};

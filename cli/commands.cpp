@@ -144,7 +144,7 @@ LumStatus run_op(const Library &lib, const Op &op, const Image &in, const RunArg
         int index = row ? tier_index(*row, args.tier) : -1;
         if (index < 0) {
             std::string has;
-            for (int i = 1; row && i < 6 && row->slots[i]; ++i)
+            for (int i = 1; row && i < LUMI_DISPATCH_INDEX_COUNT && row->slots[i]; ++i)
                 if (has.find(row->slots[i]) == std::string::npos)
                     has += std::string(has.empty() ? "" : " ") + row->slots[i];
             job->error =
@@ -178,7 +178,7 @@ int cmd_list(const Library &lib)
     for (size_t i = 0; i < entry_rows().size(); ++i) {
         const EntryRow &row = entry_rows()[i];
         const Op *op = find_op(row.name);
-        const char *tier = (row.slots[0] && index >= 0 && index < 6) ? row.slots[index] : "-";
+        const char *tier = (row.slots[0] && index >= 0 && index < LUMI_DISPATCH_INDEX_COUNT) ? row.slots[index] : "-";
         printf("%-38s %-9s %-5s %s\n", row.name, live[i] ? "live" : "not live", tier,
                op ? op->alias : "");
     }

@@ -34,15 +34,14 @@ bool open_library(const std::string &path, Library *lib, std::string *err)
         return false;
     }
     lib->get_proc = (GetProcFn)dlsym(lib->handle, "GetProcAddressForSo");
-    lib->init_cpu = (LumStatus(*)(int32_t))dlsym(lib->handle, "lumInitCpu");
-    lib->get_cpu_features =
-        (LumStatus(*)(Lum64u *, Lum32u *))dlsym(lib->handle, "lumGetCpuFeatures");
+    lib->init_cpu = (decltype(&lumInitCpu))dlsym(lib->handle, "lumInitCpu");
+    lib->get_cpu_features = (decltype(&lumGetCpuFeatures))dlsym(lib->handle, "lumGetCpuFeatures");
     lib->jump_index = (int32_t *)dlsym(lib->handle, "lumJumpIndexForMergedLibs");
     if (!lib->get_proc || !lib->init_cpu || !lib->get_cpu_features) {
         *err = "the library does not export GetProcAddressForSo, lumInitCpu and lumGetCpuFeatures";
         return false;
     }
-    lib->version = (const LumLibraryVersion *(*)(void))lib->get_proc("lumiGetLibVersion");
+    lib->version = LUMI_CLI_PROC(*lib, lumiGetLibVersion);
     return true;
 }
 
@@ -114,48 +113,59 @@ std::string status_text(LumStatus status)
 
 namespace {
 
-// Per dispatch index: the processor code that forces it (with the same
-// feature mask the automatic choice applies) and the features it needs.
+// Per dispatch index: the processor code that forces it and the features it
+// needs, from the library's public list.
 struct IndexCode {
+    int index;
     int32_t code;
     Lum64u needs;
 };
-const IndexCode kIndexCodes[6] = {
-    {-1, 0},                            // index 0: no code forces it
-    {0, LUM_CPU_SSE3},                  // m7
-    {33, LUM_CPU_SSSE3},                // SSSE3
-    {36, LUM_CPU_SSSE3},                // SSSE3, low-power flag
-    {38, LUM_CPU_SSE41},                // y8
-    {73, LUM_CPU_AVX | LUM_CPU_AVX_OS}, // e9
+const IndexCode kIndexCodes[] = {
+#define LUMI_CLI_INDEX_CODE(index, code, features, label) {index, code, features},
+    LUMI_DISPATCH_INDEX_LIST(LUMI_CLI_INDEX_CODE)
+#undef LUMI_CLI_INDEX_CODE
 };
+
+const IndexCode *index_code(int index)
+{
+    for (const IndexCode &c : kIndexCodes)
+        if (c.index == index)
+            return &c;
+    return nullptr;
+}
 
 } // namespace
 
 bool is_tier_name(const std::string &tier)
 {
-    return tier == "m7" || tier == "n8" || tier == "u8" || tier == "y8" || tier == "e9";
+#define LUMI_CLI_TIER_NAME(prefix, level, lowest) \
+    if (tier == #prefix)                          \
+        return true;
+    LUMI_TIER_LIST(LUMI_CLI_TIER_NAME)
+#undef LUMI_CLI_TIER_NAME
+    return false;
 }
 
 int tier_index(const EntryRow &row, const std::string &tier)
 {
-    for (int i = 1; i < 6; ++i)
-        if (row.slots[i] && tier == row.slots[i])
-            return i;
+    for (const IndexCode &c : kIndexCodes)
+        if (row.slots[c.index] && tier == row.slots[c.index])
+            return c.index;
     return -1;
 }
 
 bool force_index(const Library &lib, int index, std::string *err)
 {
+    const IndexCode *c = index_code(index);
     Lum64u features = 0;
-    if (lib.get_cpu_features(&features, nullptr) != lumStsNoErr ||
-        (features & kIndexCodes[index].needs) != kIndexCodes[index].needs) {
+    if (!c || lib.get_cpu_features(&features, nullptr) != lumStsNoErr ||
+        (features & c->needs) != c->needs) {
         *err = "this processor cannot run dispatch index " + std::to_string(index);
         return false;
     }
-    LumStatus st = lib.init_cpu(kIndexCodes[index].code);
+    LumStatus st = lib.init_cpu(c->code);
     if (st != lumStsNoErr) {
-        *err = "lumInitCpu(" + std::to_string(kIndexCodes[index].code) + ") returned " +
-               status_text(st);
+        *err = "lumInitCpu(" + std::to_string(c->code) + ") returned " + status_text(st);
         return false;
     }
     return true;
@@ -165,7 +175,7 @@ std::string serving_tier(const Library &lib, const std::string &name)
 {
     const EntryRow *row = find_entry(name);
     int index = lib.jump_index ? *lib.jump_index : -1;
-    if (!row || !row->slots[0] || index < 0 || index > 5)
+    if (!row || !row->slots[0] || index < 0 || index >= LUMI_DISPATCH_INDEX_COUNT)
         return current_tier(lib);
     return row->slots[index];
 }

@@ -59,23 +59,14 @@ constexpr int kGlyphH = 8; // line height, one row of space included
 
 // ----------------------------------------------------------------- library --
 
-typedef void *(*GetProcFn)(const char *);
-
-// The primitives' signatures, as this host declares them.
-typedef LumStatus (*PixelsFn)(const Lum8u *, int, Lum8u *, int, LumiSize);
-typedef LumStatus (*ToPlanesFn)(const Lum8u *, int, Lum8u *const *, int, LumiSize);
-typedef LumStatus (*FromPlanesFn)(const Lum8u *const *, int, Lum8u *, int, LumiSize);
-typedef LumStatus (*FilterFn)(const Lum8u *, int, Lum8u *, int, LumiSize, LumiSize, LumiPoint);
-typedef LumStatus (*FilterInPlaceFn)(Lum8u *, int, LumiSize, LumiSize, LumiPoint);
-typedef LumStatus (*ResizeFn)(const Lum8u *, LumiSize, int, LumiRect, Lum8u *, int, LumiSize,
-                              double, double, int);
+typedef decltype(&GetProcAddressForSo) GetProcFn;
 
 struct Library {
     void *handle = nullptr;
     GetProcFn get_proc = nullptr;
-    LumStatus (*init_cpu)(int32_t) = nullptr;
-    LumStatus (*get_cpu_features)(Lum64u *, Lum32u *) = nullptr;
-    const LumLibraryVersion *(*version)(void) = nullptr;
+    decltype(&lumInitCpu) init_cpu = nullptr;
+    decltype(&lumGetCpuFeatures) get_cpu_features = nullptr;
+    decltype(&lumiGetLibVersion) version = nullptr;
     int32_t *jump_index = nullptr;
 };
 
@@ -87,10 +78,20 @@ bool open_library(const std::string &path, Library *lib, std::string *err);
 // primitive, the tier behind each dispatch index 0..5 (else null).
 struct EntryRow {
     const char *name;
-    const char *slots[6];
+    const char *slots[LUMI_DISPATCH_INDEX_COUNT];
 };
 const std::vector<EntryRow> &entry_rows();
 const EntryRow *find_entry(const std::string &name);
+
+// The named primitive from the library, typed from the public header:
+// LUMI_CLI_PROC(lib, lumiFilterMedian_8u_C1R) has lumiFilterMedian_8u_C1R's
+// type, or is null when the library does not serve the name.
+template <typename Fn>
+Fn typed_proc(const Library &lib, const char *name)
+{
+    return reinterpret_cast<Fn>(lib.get_proc(name));
+}
+#define LUMI_CLI_PROC(lib, name) cli::typed_proc<decltype(&name)>(lib, #name)
 
 const char *status_name(LumStatus status);
 // "-33 (lumStsMaskSizeErr)"

@@ -37,18 +37,20 @@ LumiSize roi_size(const Params &p)
 }
 
 // Interleaved in, interleaved out, one pixel for one pixel.
+template <typename Fn>
 LumStatus run_pixels(const Op &, Job &job)
 {
     const Image &in = *job.in;
     const LumiRect &r = job.p.roi;
     job.out = in;
     return timed(job, [&] {
-        return ((PixelsFn)job.fn)(in.at(r.x, r.y), in.step(), job.out.at(r.x, r.y), job.out.step(),
+        return ((Fn)job.fn)(in.at(r.x, r.y), in.step(), job.out.at(r.x, r.y), job.out.step(),
                                   roi_size(job.p));
     });
 }
 
 // Interleaved RGB in, three planes stacked in one grey image out.
+template <typename Fn>
 LumStatus run_to_planes(const Op &, Job &job)
 {
     const Image &in = *job.in;
@@ -59,12 +61,13 @@ LumStatus run_to_planes(const Op &, Job &job)
     for (int c = 0; c < 3; ++c)
         planes[c] = job.out.at(r.x, c * in.height + r.y);
     return timed(job, [&] {
-        return ((ToPlanesFn)job.fn)(in.at(r.x, r.y), in.step(), planes, job.out.step(),
+        return ((Fn)job.fn)(in.at(r.x, r.y), in.step(), planes, job.out.step(),
                                     roi_size(job.p));
     });
 }
 
 // Three stacked planes in, interleaved RGB out.
+template <typename Fn>
 LumStatus run_from_planes(const Op &, Job &job)
 {
     const Image &in = *job.in;
@@ -76,7 +79,7 @@ LumStatus run_from_planes(const Op &, Job &job)
     for (int c = 0; c < 3; ++c)
         planes[c] = in.at(r.x, c * h + r.y);
     return timed(job, [&] {
-        return ((FromPlanesFn)job.fn)(planes, in.step(), job.out.at(r.x, r.y), job.out.step(),
+        return ((Fn)job.fn)(planes, in.step(), job.out.at(r.x, r.y), job.out.step(),
                                       roi_size(job.p));
     });
 }
@@ -109,6 +112,7 @@ bool make_footprint(const Image &in, const Params &p, int spare, Footprint *f, s
     return true;
 }
 
+template <typename Fn>
 LumStatus run_filter(const Op &, Job &job)
 {
     Footprint f;
@@ -117,18 +121,19 @@ LumStatus run_filter(const Op &, Job &job)
     const LumiRect &r = job.p.roi;
     job.out = *job.in;
     return timed(job, [&] {
-        return ((FilterFn)job.fn)(f.img.at(f.left, f.top), f.img.step(), job.out.at(r.x, r.y),
+        return ((Fn)job.fn)(f.img.at(f.left, f.top), f.img.step(), job.out.at(r.x, r.y),
                                   job.out.step(), roi_size(job.p), job.p.mask, job.p.anchor);
     });
 }
 
+template <typename Fn>
 LumStatus run_filter_in_place(const Op &, Job &job)
 {
     Footprint f;
     if (!make_footprint(*job.in, job.p, std::max(job.p.mask.height, 1), &f, &job.error))
         return 1;
     LumStatus st = timed(job, [&] {
-        return ((FilterInPlaceFn)job.fn)(f.img.at(f.left, f.top), f.img.step(), roi_size(job.p),
+        return ((Fn)job.fn)(f.img.at(f.left, f.top), f.img.step(), roi_size(job.p),
                                          job.p.mask, job.p.anchor);
     });
     const LumiRect &r = job.p.roi;
@@ -150,6 +155,7 @@ int scaled_length(int length, double factor)
     return scaled >= 2147483647.0 ? 2147483647 : (int)scaled;
 }
 
+template <typename Fn>
 LumStatus run_resize(const Op &, Job &job)
 {
     const Image &in = *job.in;
@@ -162,7 +168,7 @@ LumStatus run_resize(const Op &, Job &job)
     if (!make_image(&job.out, w, h, in.channels, &job.error))
         return 1;
     return timed(job, [&] {
-        return ((ResizeFn)job.fn)(in.pixels.data(), {in.width, in.height}, in.step(), p.roi,
+        return ((Fn)job.fn)(in.pixels.data(), {in.width, in.height}, in.step(), p.roi,
                                   job.out.pixels.data(), job.out.step(), {w, h}, p.fx, p.fy,
                                   p.method);
     });
@@ -171,35 +177,41 @@ LumStatus run_resize(const Op &, Job &job)
 const unsigned kFilter = kOptMask | kOptAnchor;
 const unsigned kResize = kOptScale | kOptMethod;
 
+// A row names its primitive once: the shape is instantiated with the
+// primitive's type from the public header, so a shape that calls it with
+// other arguments does not compile.
+#define LUMI_CLI_OP(name, alias, channels, in, out, options, shape, summary) \
+    {#name, alias, channels, in, out, options, shape<decltype(&name)>, summary}
+
 const std::vector<Op> kOps = {
-    {"lumiCopy_8u_C3P3R", "split", 3, kInterleaved, kPlanes, 0, run_to_planes,
-     "interleaved RGB to three planes"},
-    {"lumiCopy_8u_P3C3R", "merge", 3, kPlanes, kInterleaved, 0, run_from_planes,
-     "three planes to interleaved RGB"},
-    {"lumiRGBToYUV_8u_C3R", "rgb2yuv", 3, kInterleaved, kInterleaved, 0, run_pixels,
-     "RGB to YUV, interleaved"},
-    {"lumiYUVToRGB_8u_C3R", "yuv2rgb", 3, kInterleaved, kInterleaved, 0, run_pixels,
-     "YUV to RGB, interleaved"},
-    {"lumiRGBToYUV_8u_C3P3R", "rgb2yuv-planes", 3, kInterleaved, kPlanes, 0, run_to_planes,
-     "interleaved RGB to Y, U and V planes"},
-    {"lumiYUVToRGB_8u_P3C3R", "yuv2rgb-planes", 3, kPlanes, kInterleaved, 0, run_from_planes,
-     "Y, U and V planes to interleaved RGB"},
-    {"lumiResize_8u_C1R", "resize", 1, kInterleaved, kInterleaved, kResize, run_resize,
-     "scale a grey picture"},
-    {"lumiResize_8u_C3R", "resize", 3, kInterleaved, kInterleaved, kResize, run_resize,
-     "scale an RGB picture"},
-    {"lumiFilterBox_8u_C1R", "box", 1, kInterleaved, kInterleaved, kFilter, run_filter,
-     "mean of a rectangle, grey"},
-    {"lumiFilterBox_8u_C3R", "box", 3, kInterleaved, kInterleaved, kFilter, run_filter,
-     "mean of a rectangle, RGB"},
-    {"lumiFilterBox_8u_C1IR", "box-inplace", 1, kInterleaved, kInterleaved, kFilter,
-     run_filter_in_place, "mean of a rectangle in place, grey"},
-    {"lumiFilterBox_8u_C3IR", "box-inplace", 3, kInterleaved, kInterleaved, kFilter,
-     run_filter_in_place, "mean of a rectangle in place, RGB"},
-    {"lumiFilterMedian_8u_C1R", "median", 1, kInterleaved, kInterleaved, kFilter, run_filter,
-     "median of a rectangle, grey"},
-    {"lumiFilterMedian_8u_C3R", "median", 3, kInterleaved, kInterleaved, kFilter, run_filter,
-     "median of a rectangle per channel, RGB"},
+    LUMI_CLI_OP(lumiCopy_8u_C3P3R, "split", 3, kInterleaved, kPlanes, 0, run_to_planes,
+     "interleaved RGB to three planes"),
+    LUMI_CLI_OP(lumiCopy_8u_P3C3R, "merge", 3, kPlanes, kInterleaved, 0, run_from_planes,
+     "three planes to interleaved RGB"),
+    LUMI_CLI_OP(lumiRGBToYUV_8u_C3R, "rgb2yuv", 3, kInterleaved, kInterleaved, 0, run_pixels,
+     "RGB to YUV, interleaved"),
+    LUMI_CLI_OP(lumiYUVToRGB_8u_C3R, "yuv2rgb", 3, kInterleaved, kInterleaved, 0, run_pixels,
+     "YUV to RGB, interleaved"),
+    LUMI_CLI_OP(lumiRGBToYUV_8u_C3P3R, "rgb2yuv-planes", 3, kInterleaved, kPlanes, 0, run_to_planes,
+     "interleaved RGB to Y, U and V planes"),
+    LUMI_CLI_OP(lumiYUVToRGB_8u_P3C3R, "yuv2rgb-planes", 3, kPlanes, kInterleaved, 0, run_from_planes,
+     "Y, U and V planes to interleaved RGB"),
+    LUMI_CLI_OP(lumiResize_8u_C1R, "resize", 1, kInterleaved, kInterleaved, kResize, run_resize,
+     "scale a grey picture"),
+    LUMI_CLI_OP(lumiResize_8u_C3R, "resize", 3, kInterleaved, kInterleaved, kResize, run_resize,
+     "scale an RGB picture"),
+    LUMI_CLI_OP(lumiFilterBox_8u_C1R, "box", 1, kInterleaved, kInterleaved, kFilter, run_filter,
+     "mean of a rectangle, grey"),
+    LUMI_CLI_OP(lumiFilterBox_8u_C3R, "box", 3, kInterleaved, kInterleaved, kFilter, run_filter,
+     "mean of a rectangle, RGB"),
+    LUMI_CLI_OP(lumiFilterBox_8u_C1IR, "box-inplace", 1, kInterleaved, kInterleaved, kFilter,
+     run_filter_in_place, "mean of a rectangle in place, grey"),
+    LUMI_CLI_OP(lumiFilterBox_8u_C3IR, "box-inplace", 3, kInterleaved, kInterleaved, kFilter,
+     run_filter_in_place, "mean of a rectangle in place, RGB"),
+    LUMI_CLI_OP(lumiFilterMedian_8u_C1R, "median", 1, kInterleaved, kInterleaved, kFilter, run_filter,
+     "median of a rectangle, grey"),
+    LUMI_CLI_OP(lumiFilterMedian_8u_C3R, "median", 3, kInterleaved, kInterleaved, kFilter, run_filter,
+     "median of a rectangle per channel, RGB"),
 };
 
 // ------------------------------------------------------------- options --

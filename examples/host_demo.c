@@ -10,11 +10,12 @@
 
 #include "lumi.h"
 
-typedef void *(*GetProcFn)(const char *);
-typedef const LumLibraryVersion *(*GetLibVersionFn)(void);
-typedef LumStatus (*GetCacheFn)(int32_t *);
-typedef Lum8u *(*MallocC3Fn)(int32_t, int32_t, int32_t *);
-typedef void (*FreeFn)(void *);
+/* Each function pointer takes its type from the prototype in lumi.h. */
+typedef __typeof__(&GetProcAddressForSo) GetProcFn;
+typedef __typeof__(&lumiGetLibVersion) GetLibVersionFn;
+typedef __typeof__(&lumGetMaxCacheSizeB) GetCacheFn;
+typedef __typeof__(&lumiMalloc_8u_C3) MallocC3Fn;
+typedef __typeof__(&lumiFree) FreeFn;
 
 int main(int argc, char **argv)
 {

@@ -24,8 +24,8 @@ T sym(const char *name)
     return (T)dlsym(lib(), name);
 }
 
-typedef void *(*GetProc)(const char *);
-typedef const LumLibraryVersion *(*GetVersion)(void);
+typedef decltype(&GetProcAddressForSo) GetProc;
+typedef decltype(&lumiGetLibVersion) GetVersion;
 
 TEST(Host, BeforeAndAfterTheFirstLookup)
 {
@@ -36,7 +36,7 @@ TEST(Host, BeforeAndAfterTheFirstLookup)
     EXPECT_EQ(*index, 0);
     GetVersion direct = sym<GetVersion>("lumiGetLibVersion");
     EXPECT_STREQ(direct()->targetCpu, "m7");
-    typedef Lum64u (*GetMask)(void);
+    typedef decltype(&lumGetEnabledCpuFeatures) GetMask;
     EXPECT_EQ(sym<GetMask>("lumGetEnabledCpuFeatures")(), 7u);
 
     // A value stored in a slot without a function before the first lookup
@@ -66,8 +66,8 @@ TEST(Host, BeforeAndAfterTheFirstLookup)
 TEST(Host, AllocatesAnAlignedImageThroughTheTable)
 {
     GetProc getProc = sym<GetProc>("GetProcAddressForSo");
-    typedef Lum8u *(*MallocC3)(int32_t, int32_t, int32_t *);
-    typedef void (*Free)(void *);
+    typedef decltype(&lumiMalloc_8u_C3) MallocC3;
+    typedef decltype(&lumiFree) Free;
     MallocC3 m = (MallocC3)getProc("lumiMalloc_8u_C3");
     Free f = (Free)getProc("lumiFree");
     ASSERT_NE(m, nullptr);

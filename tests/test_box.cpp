@@ -19,9 +19,8 @@ using lumitest::GuardedImage;
 
 namespace {
 
-typedef LumStatus (*BoxFn)(const Lum8u *, int32_t, Lum8u *, int32_t, LumiSize, LumiSize,
-                           LumiPoint);
-typedef LumStatus (*BoxIFn)(Lum8u *, int32_t, LumiSize, LumiSize, LumiPoint);
+typedef decltype(&lumiFilterBox_8u_C1R) BoxFn;
+typedef decltype(&lumiFilterBox_8u_C1IR) BoxIFn;
 
 // The roundings of the mean, named by the engine that uses them.
 enum Kind { kT33, kI33, kR55, kI55, kR77, kGen1, kGen3, kFloat, kKinds };

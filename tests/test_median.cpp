@@ -11,30 +11,15 @@
 #include "lumi.h"
 #include "support/alloc_fault.h"
 #include "support/guarded.h"
+#include "support/members.h"
 #include "support/tiers.h"
 
 using lumitest::GuardedImage;
 
-// The internal line entries of each tier.
-#define LUMI_LINE_ENTRY(tier, name)                                                     \
-    extern "C" LumStatus tier##_##name(const Lum8u *, int32_t, Lum8u *, int32_t, LumiSize, \
-                                       LumiMaskSize);
-#define LUMI_LINE_ENTRIES(tier)                               \
-    LUMI_LINE_ENTRY(tier, lumiFilterMedianHoriz_8u_C1R)       \
-    LUMI_LINE_ENTRY(tier, lumiFilterMedianHoriz_8u_C3R)       \
-    LUMI_LINE_ENTRY(tier, lumiFilterMedianVert_8u_C1R)        \
-    LUMI_LINE_ENTRY(tier, lumiFilterMedianVert_8u_C3R)
-LUMI_LINE_ENTRIES(m7)
-LUMI_LINE_ENTRIES(n8)
-LUMI_LINE_ENTRIES(u8)
-LUMI_LINE_ENTRIES(y8)
-LUMI_LINE_ENTRIES(e9)
-
 namespace {
 
-typedef LumStatus (*MedianFn)(const Lum8u *, int32_t, Lum8u *, int32_t, LumiSize, LumiSize,
-                              LumiPoint);
-typedef LumStatus (*LineFn)(const Lum8u *, int32_t, Lum8u *, int32_t, LumiSize, LumiMaskSize);
+typedef decltype(&lumiFilterMedian_8u_C1R) MedianFn;
+typedef LumiMedianLineFn *LineFn;
 
 // A source footprint in a buffer of exactly its size (no padding, no margin),
 // filled with values below `levels` so that ties are common when it is small.
@@ -186,25 +171,14 @@ LUMI_INSTANTIATE_TIERS(Median);
 
 // The line entries of every tier: their own checks, and the same medians as
 // the public forms.  pSrc is the window's centre.
-struct LineEntries {
-    const char *tier;
-    LineFn h1, h3, v1, v3;
-};
-#define LUMI_LINE_ROW(t, level)                                                          \
-    {#t, t##_lumiFilterMedianHoriz_8u_C1R, t##_lumiFilterMedianHoriz_8u_C3R,           \
-     t##_lumiFilterMedianVert_8u_C1R, t##_lumiFilterMedianVert_8u_C3R}
-const LineEntries kLineEntries[] = {LUMI_LINE_ROW(m7, 1), LUMI_LINE_ROW(n8, 2),
-                                    LUMI_LINE_ROW(u8, 3), LUMI_LINE_ROW(y8, 4),
-                                    LUMI_LINE_ROW(e9, 5)};
-const int kLineIndex[] = {1, 2, 2, 4, 5}; // lowest dispatch index whose processor runs it
-
 TEST(MedianLineEntries, ChecksAndValues)
 {
-    for (int t = 0; t < 5; ++t) {
-        if (!lumitest::tier_allowed(kLineIndex[t]))
-            continue;
-        const LineEntries &e = kLineEntries[t];
-        SCOPED_TRACE(e.tier);
+    for (const lumitest::TierMembers &m : lumitest::runnable_tier_members()) {
+        SCOPED_TRACE(m.name);
+        const struct {
+            LineFn h1, h3, v1, v3;
+        } e = {m.lumiFilterMedianHoriz_8u_C1R, m.lumiFilterMedianHoriz_8u_C3R,
+               m.lumiFilterMedianVert_8u_C1R, m.lumiFilterMedianVert_8u_C3R};
         std::vector<uint8_t> s(64, 1);
         GuardedImage d(4, 4, 3);
         for (LineFn fn : {e.h1, e.h3, e.v1, e.v3}) {

@@ -13,7 +13,10 @@
 
 #include "lumi.h"
 
-/* X(c, c, name, function type), c passed through from the caller (a tier
+typedef LumStatus LumiMedianLineFn(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst,
+                                   int32_t dstStep, LumiSize dstRoiSize, LumiMaskSize mask);
+
+/* X(c, name, function type), c passed through from the caller (a tier
  * prefix, say). */
 #define LUMI_INTERNAL_MEMBERS(X, c)                                                                  \
     /* Allocation: every tier's members agree and forward to lumMalloc/lumFree. */               \
@@ -39,7 +42,13 @@
     X(c, lumsConvert_32f8u_Sfs, LumStatus(const Lum32f *pSrc, Lum8u *pDst, int32_t len,             \
                                        int32_t rndMode, int32_t scaleFactor))                    \
     X(c, lumsConvert_32f16u_Sfs, LumStatus(const Lum32f *pSrc, Lum16u *pDst, int32_t len,           \
-                                        int32_t rndMode, int32_t scaleFactor))
+                                        int32_t rndMode, int32_t scaleFactor))                    \
+    /* Median line windows of three or five cells (image/filter); pSrc is the                  \
+     * window's centre. */                                                                       \
+    X(c, lumiFilterMedianHoriz_8u_C1R, LumiMedianLineFn)                                         \
+    X(c, lumiFilterMedianHoriz_8u_C3R, LumiMedianLineFn)                                         \
+    X(c, lumiFilterMedianVert_8u_C1R, LumiMedianLineFn)                                          \
+    X(c, lumiFilterMedianVert_8u_C3R, LumiMedianLineFn)
 
 /* lumi_member_type::lumsZero_8u is the function type of every tier's
  * lumsZero_8u member. */

@@ -8,19 +8,8 @@
 
 #include "tier.h"
 
-/* Line windows of three or five cells; pSrc is the window's centre. */
-LUMI_MEMBER LumStatus LUMI_T(lumiFilterMedianHoriz_8u_C1R)(const Lum8u *pSrc, int32_t srcStep,
-                                                           Lum8u *pDst, int32_t dstStep,
-                                                           LumiSize dstRoiSize, LumiMaskSize mask);
-LUMI_MEMBER LumStatus LUMI_T(lumiFilterMedianHoriz_8u_C3R)(const Lum8u *pSrc, int32_t srcStep,
-                                                           Lum8u *pDst, int32_t dstStep,
-                                                           LumiSize dstRoiSize, LumiMaskSize mask);
-LUMI_MEMBER LumStatus LUMI_T(lumiFilterMedianVert_8u_C1R)(const Lum8u *pSrc, int32_t srcStep,
-                                                          Lum8u *pDst, int32_t dstStep,
-                                                          LumiSize dstRoiSize, LumiMaskSize mask);
-LUMI_MEMBER LumStatus LUMI_T(lumiFilterMedianVert_8u_C3R)(const Lum8u *pSrc, int32_t srcStep,
-                                                          Lum8u *pDst, int32_t dstStep,
-                                                          LumiSize dstRoiSize, LumiMaskSize mask);
+/* The line-window entries are declared with the other internal members
+ * (tier_member_types.h). */
 
 namespace LUMI_NS {
 

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <type_traits>
 #include <vector>
 
 #include "lumi.h"
@@ -19,8 +20,8 @@
 
 namespace lumitest {
 
-typedef LumStatus (*ResizeFn)(const Lum8u *, LumiSize, int32_t, LumiRect, Lum8u *, int32_t,
-                              LumiSize, double, double, int32_t);
+typedef decltype(&lumiResize_8u_C1R) ResizeFn;
+static_assert(std::is_same<ResizeFn, decltype(&lumiResize_8u_C3R)>::value, "one resize shape");
 
 inline ResizeFn resize_fn(int channels)
 {
