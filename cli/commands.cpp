@@ -18,6 +18,7 @@ const char kUsage[] =
     "                                   write PNGs, a contact sheet and index.html\n"
     "                                   (in demo-out unless --out says otherwise)\n"
     "  lumi run NAME --help             the options of one primitive\n"
+    "  lumi --version                   the version of the command and of the library\n"
     "\n"
     "Options of every run:\n"
     "  --roi X,Y,W,H    process this region only\n"
@@ -26,7 +27,8 @@ const char kUsage[] =
     "\n"
     "Pictures: PNG, JPEG, BMP, PPM/PGM in; .png, .jpg, .ppm, .pgm out.  An alias picks the grey\n"
     "or the RGB form by the input file; a named primitive converts the input to its channels.\n"
-    "--lib PATH (or $LUMI_LIBRARY) names the library to load.\n";
+    "--lib PATH (or $LUMI_LIBRARY) names the library to load; without either, lumi loads the\n"
+    "library beside it (build tree or installed prefix), else " LUMI_SO_NAME " on the loader's path.\n";
 
 } // namespace
 
@@ -174,14 +176,31 @@ int cmd_list(const Library &lib)
     const LumLibraryVersion *v = lib.version ? lib.version() : nullptr;
     printf("%s %s, tier %s (dispatch index %d)\n", v ? v->Name : "liblumi", v ? v->Version : "",
            current_tier(lib).c_str(), index);
+    printf("library: %s\n", lib.path.c_str());
     printf("%-38s %-9s %-5s %s\n", "PRIMITIVE", "STATE", "TIER", "COMMAND");
     for (size_t i = 0; i < entry_rows().size(); ++i) {
         const EntryRow &row = entry_rows()[i];
         const Op *op = find_op(row.name);
-        const char *tier = (row.slots[0] && index >= 0 && index < LUMI_DISPATCH_INDEX_COUNT) ? row.slots[index] : "-";
+        const bool dispatched = row.slots[0] && index >= 0 && index < LUMI_DISPATCH_INDEX_COUNT;
+        const char *tier = dispatched ? row.slots[index] : "-";
         printf("%-38s %-9s %-5s %s\n", row.name, live[i] ? "live" : "not live", tier,
                op ? op->alias : "");
     }
+    return 0;
+}
+
+int cmd_version(const std::string &lib_path)
+{
+    printf("lumi %s\n", LUMI_VERSION);
+    Library lib;
+    std::string err;
+    if (!open_library(lib_path, &lib, &err))
+        return fail(err);
+    const LumLibraryVersion *v = lib.version ? lib.version() : nullptr;
+    if (!v)
+        return fail(lib.path + " does not serve lumiGetLibVersion");
+    printf("library %d.%d.%d.%d (%s) from %s\n", v->major, v->minor, v->majorBuild, v->build,
+           v->Version, lib.path.c_str());
     return 0;
 }
 

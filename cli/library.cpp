@@ -1,6 +1,8 @@
 // Loading liblumi.so, the names of its entry table, its status codes, and
 // forcing a tier.
 #include <dlfcn.h>
+#include <link.h>
+#include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
 
@@ -8,19 +10,38 @@
 
 namespace cli {
 
+namespace {
+
+// The directory of the running program, with a trailing slash.
+std::string program_dir()
+{
+    char buf[4096];
+    ssize_t n = readlink("/proc/self/exe", buf, sizeof buf - 1);
+    if (n <= 0)
+        return "";
+    std::string p(buf, (size_t)n);
+    return p.substr(0, p.rfind('/') + 1);
+}
+
+} // namespace
+
 bool open_library(const std::string &path, Library *lib, std::string *err)
 {
+    // A library named by --lib or $LUMI_LIBRARY is the only one tried: when it
+    // does not load, that is the error, never a quiet fall back to another.
     std::vector<std::string> tries;
-    if (!path.empty()) {
-        tries.push_back(path);
+    const char *env = getenv("LUMI_LIBRARY");
+    const std::string named = !path.empty() ? path : env && *env ? env : "";
+    if (!named.empty()) {
+        tries.push_back(named);
     } else {
-        if (const char *env = getenv("LUMI_LIBRARY"))
-            tries.push_back(env);
-#ifdef LUMI_SO_PATH
-        if (access(LUMI_SO_PATH, R_OK) == 0)
-            tries.push_back(LUMI_SO_PATH);
-#endif
-        tries.push_back("liblumi.so");
+        // Beside the program: the build tree (build/cli/lumi, build/liblumi.so.7)
+        // and an installed prefix (bin/lumi, lib/liblumi.so.7); then the loader's path.
+        const std::string dir = program_dir();
+        for (const std::string &t : {dir + "../" LUMI_SO_NAME, dir + "../" LUMI_LIB_DIR "/" LUMI_SO_NAME})
+            if (access(t.c_str(), R_OK) == 0)
+                tries.push_back(t);
+        tries.push_back(LUMI_SO_NAME);
     }
     std::string why;
     for (const std::string &t : tries) {
@@ -30,8 +51,16 @@ bool open_library(const std::string &path, Library *lib, std::string *err)
         why = dlerror();
     }
     if (!lib->handle) {
-        *err = "cannot load the library: " + why;
+        *err = !path.empty()      ? "cannot load the library given by --lib: " + why
+               : !named.empty() ? "cannot load $LUMI_LIBRARY: " + why
+                                : "cannot load the library: " + why;
         return false;
+    }
+    struct link_map *map = nullptr;
+    if (dlinfo(lib->handle, RTLD_DI_LINKMAP, &map) == 0 && map && map->l_name) {
+        char *real = realpath(map->l_name, nullptr);
+        lib->path = real ? real : map->l_name;
+        free(real);
     }
     lib->get_proc = (GetProcFn)dlsym(lib->handle, "GetProcAddressForSo");
     lib->init_cpu = (decltype(&lumInitCpu))dlsym(lib->handle, "lumInitCpu");

@@ -63,6 +63,7 @@ typedef decltype(&GetProcAddressForSo) GetProcFn;
 
 struct Library {
     void *handle = nullptr;
+    std::string path; // the file the loader opened
     GetProcFn get_proc = nullptr;
     decltype(&lumInitCpu) init_cpu = nullptr;
     decltype(&lumGetCpuFeatures) get_cpu_features = nullptr;
@@ -70,8 +71,9 @@ struct Library {
     int32_t *jump_index = nullptr;
 };
 
-// Opens the library: the path given, else $LUMI_LIBRARY, else the one next to
-// the build, else liblumi.so on the loader's path.
+// Opens the library: the path given (--lib), else $LUMI_LIBRARY, each alone and
+// an error when it does not load; else the one beside the program (build tree
+// or installed prefix), else the SONAME on the loader's path.
 bool open_library(const std::string &path, Library *lib, std::string *err);
 
 // One row of the library's entry table: its name and, for a dispatched
@@ -203,6 +205,8 @@ std::string failure_text(const Op &op, LumStatus status, const Job &job);
 int fail(const std::string &msg, int code = 1);
 void print_usage(FILE *to, bool with_aliases);
 int cmd_list(const Library &lib);
+// "lumi 7.0.205.1100", then the library loaded and the version it reports.
+int cmd_version(const std::string &lib_path);
 int cmd_run(const std::string &name, const std::vector<std::string> &args,
             const std::string &lib_path);
 int cmd_demo(const std::vector<std::string> &args, const std::string &lib_path);

@@ -20,6 +20,8 @@ int main(int argc, char **argv)
         return args.empty() ? 2 : 0;
     }
     const std::string cmd = args[0];
+    if (cmd == "--version" || cmd == "version")
+        return cmd_version(lib_path);
     std::vector<std::string> rest(args.begin() + 1, args.end());
     if (cmd == "list") {
         if (!rest.empty())

@@ -5,7 +5,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/deps.sh
-lumi_need_packages cmake g++ make libgtest-dev binutils qemu-user libstb-dev
+lumi_need_packages cmake g++ make libgtest-dev binutils qemu-user libstb-dev pkg-config
 
 dir=build
 opts=(-DCMAKE_BUILD_TYPE=Release)

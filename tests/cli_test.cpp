@@ -76,10 +76,10 @@ protected:
 
     std::string path(const std::string &name) const { return dir + "/" + name; }
 
-    Result lumi(const std::string &args)
+    Result lumi(const std::string &args, const std::string &env = "")
     {
-        std::string cmd =
-            "cd '" + dir + "' && '" LUMI_CLI_PATH "' " + args + " >stdout.txt 2>stderr.txt";
+        std::string cmd = "cd '" + dir + "' && " + env + " '" LUMI_CLI_PATH "' " + args +
+                          " >stdout.txt 2>stderr.txt";
         int rc = system(cmd.c_str());
         Result r{WIFEXITED(rc) ? WEXITSTATUS(rc) : -1, slurp(path("stdout.txt")),
                  slurp(path("stderr.txt"))};
@@ -431,7 +431,9 @@ TEST_F(Cli, ListShowsEveryRowAndWhetherItIsLive)
 {
     Result r = lumi("list");
     ASSERT_EQ(r.code, 0) << r.err;
-    EXPECT_EQ(line_count(r.out), 2 + 70);
+    EXPECT_EQ(line_count(r.out), 3 + 70);
+    // The library file it loaded: the one beside the command in the build tree.
+    EXPECT_EQ(r.out.find("library: " + lib.path + "\n"), r.out.find('\n') + 1) << r.out;
     EXPECT_NE(r.out.find(", tier " + cli::current_tier(lib)), std::string::npos);
     for (const cli::EntryRow &row : cli::entry_rows()) {
         std::string name = std::string("\n") + row.name + " ";
@@ -441,6 +443,33 @@ TEST_F(Cli, ListShowsEveryRowAndWhetherItIsLive)
         bool says_live = line.find(" not live ") == std::string::npos;
         EXPECT_EQ(says_live, live(row.name)) << line;
     }
+}
+
+// One version everywhere, and a library named by the environment is the only
+// one tried.
+TEST_F(Cli, VersionAndTheLibraryItLoads)
+{
+    Result r = lumi("--version");
+    ASSERT_EQ(r.code, 0) << r.err;
+    const LumLibraryVersion *v = lib.version();
+    char numbers[64];
+    snprintf(numbers, sizeof numbers, "%d.%d.%d.%d", v->major, v->minor, v->majorBuild, v->build);
+    EXPECT_EQ(std::string(LUMI_VERSION), numbers);
+    EXPECT_EQ(r.out, std::string("lumi ") + numbers + "\nlibrary " + numbers + " (" + v->Version +
+                         ") from " + lib.path + "\n");
+
+    r = lumi("list", "LUMI_LIBRARY=/no/such/liblumi.so");
+    EXPECT_EQ(r.code, 1);
+    EXPECT_EQ(r.out, "");
+    EXPECT_EQ(r.err.compare(0, 31, "lumi: cannot load $LUMI_LIBRARY"), 0) << r.err;
+    r = lumi("list", "LUMI_LIBRARY='" LUMI_NULL_LIBRARY_PATH "'");
+    ASSERT_EQ(r.code, 0) << r.err;
+    EXPECT_NE(r.out.find("library: "), std::string::npos);
+    int not_live = 0;
+    for (size_t at = r.out.find("not live"); at != std::string::npos;
+         at = r.out.find("not live", at + 1))
+        ++not_live;
+    EXPECT_EQ(not_live, 70) << "the stand-in serves nothing";
 }
 
 TEST_F(Cli, DemoWritesValidPicturesOfTheExpectedSizes)

@@ -22,14 +22,22 @@ namespace {
 #define LUMI_BUILD_DATE "Apr  7 2012"
 #endif
 
-const LumLibraryVersion kVersion = {
-    7, 0, 205, 1100, LUMI_TIER_NAME, "lumi" LUMI_TIER_NAME "_l.a", "7.0 build 205.105",
-    LUMI_BUILD_DATE};
+/* The numbers are the project's version (CMakeLists.txt); the text keeps the
+ * record's historic form, major.minor, "build", majorBuild and ".105". */
+#define LUMI_VERSION_TEXT                                                                          \
+    LUMI_STRINGIFY(LUMI_VERSION_MAJOR) "." LUMI_STRINGIFY(LUMI_VERSION_MINOR) " build "            \
+        LUMI_STRINGIFY(LUMI_VERSION_MAJOR_BUILD) ".105"
+
+const LumLibraryVersion kVersion = {LUMI_VERSION_MAJOR, LUMI_VERSION_MINOR,
+                                    LUMI_VERSION_MAJOR_BUILD, LUMI_VERSION_BUILD, LUMI_TIER_NAME,
+                                    "lumi" LUMI_TIER_NAME "_l.a", LUMI_VERSION_TEXT,
+                                    LUMI_BUILD_DATE};
 
 #if LUMI_TIER_LEVEL == LUMI_TIER_SSE41
-const LumLibraryVersion kVersionSse42 = {
-    7, 0, 205, 1100, LUMI_TIER_NAME, "lumi" LUMI_TIER_NAME "_l.a+", "7.0 build 205.105",
-    LUMI_BUILD_DATE};
+const LumLibraryVersion kVersionSse42 = {LUMI_VERSION_MAJOR, LUMI_VERSION_MINOR,
+                                         LUMI_VERSION_MAJOR_BUILD, LUMI_VERSION_BUILD,
+                                         LUMI_TIER_NAME, "lumi" LUMI_TIER_NAME "_l.a+",
+                                         LUMI_VERSION_TEXT, LUMI_BUILD_DATE};
 #endif
 
 } // namespace
