@@ -22,7 +22,9 @@ const char kUsage[] =
     "\n"
     "Options of every run:\n"
     "  --roi X,Y,W,H    process this region only\n"
-    "  --tier T         force the tier m7, n8, u8, y8 or e9\n"
+    "  --tier T         force the tier m7, n8, u8, y8 or e9; n8 and u8 are two SSSE3 builds\n"
+    "                   and each primitive has one or both of them (lumi run NAME --help\n"
+    "                   lists a primitive's tiers by dispatch index)\n"
     "  --time           print the time of the library call\n"
     "\n"
     "Pictures: PNG, JPEG, BMP, PPM/PGM in; .png, .jpg, .ppm, .pgm out.  An alias picks the grey\n"
@@ -73,6 +75,14 @@ void print_op_help(const std::string &name)
            is_alias(name) ? name.c_str() : ("run " + name).c_str(),
            op->options ? "[options] " : "");
     printf("%s", options_help(op->options).c_str());
+    // The tier behind each dispatch index: which processors share a member.
+    if (const EntryRow *row = find_entry(op->name)) {
+        printf("  --tier T         one of this primitive's tiers, by dispatch index:\n");
+#define LUMI_CLI_TIER_LINE(index, code, features, label) \
+    printf("                     %d  %-3s %s\n", index, row->slots[index], label);
+        LUMI_DISPATCH_INDEX_LIST(LUMI_CLI_TIER_LINE)
+#undef LUMI_CLI_TIER_LINE
+    }
 }
 
 } // namespace

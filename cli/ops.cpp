@@ -255,6 +255,29 @@ struct OptionInfo {
     const char *help;
 };
 
+// The interpolation selectors by name, in the order of their numbers.
+const struct {
+    const char *name;
+    int code;
+    const char *what;
+} kMethods[] = {{"nn", LUMI_INTER_NN, "nearest neighbour"},
+                {"linear", LUMI_INTER_LINEAR, "linear (the default)"},
+                {"cubic", LUMI_INTER_CUBIC, "four-point cubic"},
+                {"catmullrom", LUMI_INTER_CATMULLROM, "Catmull-Rom (remap and rotate only)"},
+                {"super", LUMI_INTER_SUPER, "supersampling, shrinking only"},
+                {"lanczos", LUMI_INTER_LANCZOS, "Lanczos, three lobes"}};
+
+std::string method_help()
+{
+    std::string s = "--method M       a name or its selector number:\n";
+    for (const auto &m : kMethods) {
+        char line[96];
+        snprintf(line, sizeof line, "                     %-11s %2d  %s\n", m.name, m.code, m.what);
+        s += line;
+    }
+    return s + "                   any other number is passed to the library as it is";
+}
+
 const OptionInfo kOptions[] = {
     {"--mask", kOptMask, "--mask WxH       window size (default 3x3; N means NxN)"},
     {"--anchor", kOptAnchor,
@@ -263,8 +286,7 @@ const OptionInfo kOptions[] = {
     {"--fx", kOptScale, "--fx F, --fy F   factor for one axis"},
     {"--fy", kOptScale, nullptr},
     {"--size", kOptScale, "--size WxH       result size instead of factors"},
-    {"--method", kOptMethod,
-     "--method M       nn, linear, cubic, lanczos, super or a number (default linear)"},
+    {"--method", kOptMethod, nullptr}, // method_help()
 };
 
 } // namespace
@@ -313,8 +335,8 @@ std::string options_help(unsigned options)
 {
     std::string s;
     for (const OptionInfo &o : kOptions)
-        if ((options & o.bit) && o.help)
-            s += std::string("  ") + o.help + "\n";
+        if ((options & o.bit) && (o.help || o.bit == kOptMethod))
+            s += std::string("  ") + (o.help ? o.help : method_help()) + "\n";
     return s;
 }
 
@@ -354,14 +376,8 @@ bool parse_option(const Op &op, const std::string &key, const std::string &value
         ok = parse_ints(value, 'x', 2, 1, 1 << 20, v);
         p->size = {v[0], v[1]};
     } else if (key == "--method") {
-        static const struct {
-            const char *name;
-            int code;
-        } methods[] = {{"nn", LUMI_INTER_NN},       {"linear", LUMI_INTER_LINEAR},
-                       {"cubic", LUMI_INTER_CUBIC}, {"catmullrom", LUMI_INTER_CATMULLROM},
-                       {"super", LUMI_INTER_SUPER}, {"lanczos", LUMI_INTER_LANCZOS}};
         ok = false;
-        for (const auto &m : methods)
+        for (const auto &m : kMethods)
             if (value == m.name) {
                 p->method = m.code;
                 ok = true;
@@ -378,7 +394,7 @@ bool parse_option(const Op &op, const std::string &key, const std::string &value
                      {"--fx", "a number"},
                      {"--fy", "a number"},
                      {"--size", "WxH"},
-                     {"--method", "nn, linear, cubic, lanczos, super or a number"}};
+                     {"--method", "nn, linear, cubic, catmullrom, super, lanczos or a number"}};
         for (const auto &f : forms)
             if (key == f.key)
                 *err = key + " wants " + f.form + ", not '" + value + "'";
