@@ -1,9 +1,12 @@
 /*
  * Vector allocation members of a tier.  The element count becomes a byte
- * count in 32 bits, as lumMalloc takes it, so a product that overflows is
- * cut to its low half; a count or result below 1 gives null.
+ * count for lumMalloc, which takes a signed 32-bit size.  A count below 1
+ * gives null, and so does a byte count that does not fit in 32 bits: cut to
+ * its low half it would promise far more than the block holds.
  */
 #include "tier.h"
+
+#include "checks.h"
 
 namespace LUMI_NS {
 namespace {
@@ -11,10 +14,9 @@ namespace {
 template <typename T>
 T *alloc_elements(int32_t len)
 {
-    if (len < 1)
+    if (!len_positive(len))
         return nullptr;
-    const int32_t bytes = (int32_t)((uint32_t)len * (uint32_t)sizeof(T));
-    return (T *)lumMalloc(bytes);
+    return (T *)lumMalloc(alloc_count((int64_t)len * (int64_t)sizeof(T)));
 }
 
 } // namespace

@@ -32,6 +32,7 @@
 #include <string.h>
 
 #include "tier.h"
+#include "checks.h"
 
 namespace LUMI_NS {
 namespace {
@@ -153,9 +154,9 @@ template <typename Out, typename Pass>
 LumStatus convert_checked(const Lum32f *s, Out *d, int32_t len, int32_t rndMode, int32_t scaleFactor,
                           Pass pass)
 {
-    if (!s || !d)
+    if (any_null(s, d))
         return lumStsNullPtrErr;
-    if (len < 1)
+    if (!len_positive(len))
         return lumStsSizeErr;
     convert_rounded(s, d, len, rndMode, scaleFactor, pass);
     return lumStsNoErr;
@@ -166,9 +167,9 @@ LumStatus convert_checked(const Lum32f *s, Out *d, int32_t len, int32_t rndMode,
 
 LUMI_MEMBER LumStatus LUMI_T(lumsConvert_16u32f)(const Lum16u *pSrc, Lum32f *pDst, int32_t len)
 {
-    if (!pSrc || !pDst)
+    if (LUMI_NS::any_null(pSrc, pDst))
         return lumStsNullPtrErr;
-    if (len < 1)
+    if (!LUMI_NS::len_positive(len))
         return lumStsSizeErr;
     int32_t i = 0;
     const __m128i zero = _mm_setzero_si128();

@@ -22,6 +22,7 @@
  * own thresholds (see ownsCopy_8u below).  Every path gives the same bytes.
  */
 #include "owncopy8u.h"
+#include "checks.h"
 
 namespace LUMI_NS {
 namespace {
@@ -200,9 +201,9 @@ void ownsCopy_8u(const Lum8u *s, Lum8u *d, isz n)
 
 LUMI_MEMBER LumStatus LUMI_T(lumsZero_8u)(Lum8u *pDst, int32_t len)
 {
-    if (!pDst)
+    if (LUMI_NS::any_null(pDst))
         return lumStsNullPtrErr;
-    if (len < 1)
+    if (!LUMI_NS::len_positive(len))
         return lumStsSizeErr;
     LUMI_NS::ownsZero_8u(pDst, len);
     return lumStsNoErr;
@@ -210,9 +211,9 @@ LUMI_MEMBER LumStatus LUMI_T(lumsZero_8u)(Lum8u *pDst, int32_t len)
 
 LUMI_MEMBER LumStatus LUMI_T(lumsZero_32f)(Lum32f *pDst, int32_t len)
 {
-    if (!pDst)
+    if (LUMI_NS::any_null(pDst))
         return lumStsNullPtrErr;
-    if (len < 1)
+    if (!LUMI_NS::len_positive(len))
         return lumStsSizeErr;
     LUMI_NS::ownsZero_8u((Lum8u *)pDst, 4 * (int64_t)len);
     return lumStsNoErr;
@@ -220,9 +221,9 @@ LUMI_MEMBER LumStatus LUMI_T(lumsZero_32f)(Lum32f *pDst, int32_t len)
 
 LUMI_MEMBER LumStatus LUMI_T(lumsSet_32f)(Lum32f val, Lum32f *pDst, int32_t len)
 {
-    if (!pDst)
+    if (LUMI_NS::any_null(pDst))
         return lumStsNullPtrErr;
-    if (len < 1)
+    if (!LUMI_NS::len_positive(len))
         return lumStsSizeErr;
     Lum32u bits;
     memcpy(&bits, &val, 4);
@@ -232,9 +233,9 @@ LUMI_MEMBER LumStatus LUMI_T(lumsSet_32f)(Lum32f val, Lum32f *pDst, int32_t len)
 
 LUMI_MEMBER LumStatus LUMI_T(lumsCopy_32f)(const Lum32f *pSrc, Lum32f *pDst, int32_t len)
 {
-    if (!pSrc || !pDst)
+    if (LUMI_NS::any_null(pSrc, pDst))
         return lumStsNullPtrErr;
-    if (len < 1)
+    if (!LUMI_NS::len_positive(len))
         return lumStsSizeErr;
     LUMI_NS::ownsCopy_8u((const Lum8u *)pSrc, (Lum8u *)pDst, 4 * (int64_t)len);
     return lumStsNoErr;

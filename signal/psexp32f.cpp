@@ -30,6 +30,7 @@
 #include <string.h>
 
 #include "tier.h"
+#include "checks.h"
 
 namespace LUMI_NS {
 namespace {
@@ -97,9 +98,9 @@ void ownsExp_32f_M7(Lum32f *p, int32_t len)
 
 LUMI_MEMBER LumStatus LUMI_T(lumsExp_32f_I)(Lum32f *pSrcDst, int32_t len)
 {
-    if (!pSrcDst)
+    if (LUMI_NS::any_null(pSrcDst))
         return lumStsNullPtrErr;
-    if (len < 1)
+    if (!LUMI_NS::len_positive(len))
         return lumStsSizeErr;
     LUMI_NS::ownsExp_32f_M7(pSrcDst, len);
     return lumStsNoErr;

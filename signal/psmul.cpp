@@ -15,6 +15,7 @@
 #include <immintrin.h>
 
 #include "tier.h"
+#include "checks.h"
 
 namespace LUMI_NS {
 namespace {
@@ -77,9 +78,9 @@ void ownsMulC_32f(const Lum32f *s, Lum32f *d, Lum32f val, int32_t len)
 
 LUMI_MEMBER LumStatus LUMI_T(lumsMulC_32f)(const Lum32f *pSrc, Lum32f val, Lum32f *pDst, int32_t len)
 {
-    if (!pSrc || !pDst)
+    if (LUMI_NS::any_null(pSrc, pDst))
         return lumStsNullPtrErr;
-    if (len < 1)
+    if (!LUMI_NS::len_positive(len))
         return lumStsSizeErr;
     if (val == 1.0f)
         return LUMI_T(lumsCopy_32f)(pSrc, pDst, len);
@@ -91,9 +92,9 @@ LUMI_MEMBER LumStatus LUMI_T(lumsMulC_32f)(const Lum32f *pSrc, Lum32f val, Lum32
 
 LUMI_MEMBER LumStatus LUMI_T(lumsMulC_32f_I)(Lum32f val, Lum32f *pSrcDst, int32_t len)
 {
-    if (!pSrcDst)
+    if (LUMI_NS::any_null(pSrcDst))
         return lumStsNullPtrErr;
-    if (len < 1)
+    if (!LUMI_NS::len_positive(len))
         return lumStsSizeErr;
     if (val == 1.0f)
         return lumStsNoErr;

@@ -16,6 +16,7 @@
  */
 
 #include "tier.h"
+#include "checks.h"
 
 namespace LUMI_NS {
 namespace {
@@ -60,9 +61,9 @@ void ownlumsSqr_16u(Lum16u *p, int32_t len, int32_t scaleFactor)
 
 LUMI_MEMBER LumStatus LUMI_T(lumsSqr_16u_ISfs)(Lum16u *pSrcDst, int32_t len, int32_t scaleFactor)
 {
-    if (!pSrcDst)
+    if (LUMI_NS::any_null(pSrcDst))
         return lumStsNullPtrErr;
-    if (len < 1)
+    if (!LUMI_NS::len_positive(len))
         return lumStsSizeErr;
     LUMI_NS::ownlumsSqr_16u(pSrcDst, len, scaleFactor);
     return lumStsNoErr;

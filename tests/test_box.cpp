@@ -13,14 +13,15 @@
 #include "lumi.h"
 #include "support/alloc_fault.h"
 #include "support/guarded.h"
+#include "support/sparse.h"
 #include "support/tiers.h"
 
 using lumitest::GuardedImage;
 
 namespace {
 
-typedef decltype(&lumiFilterBox_8u_C1R) BoxFn;
-typedef decltype(&lumiFilterBox_8u_C1IR) BoxIFn;
+using BoxFn = decltype(&lumiFilterBox_8u_C1R);
+using BoxIFn = decltype(&lumiFilterBox_8u_C1IR);
 
 // The roundings of the mean, named by the engine that uses them.
 enum Kind { kT33, kI33, kR55, kI55, kR77, kGen1, kGen3, kFloat, kKinds };
@@ -318,54 +319,6 @@ TEST_P(Box, StatusOrder)
     EXPECT_EQ(s, std::vector<uint8_t>(256, 1));
 }
 
-// An allocator that fails its Nth call and hands back whatever the call
-// left behind, so the one deliberate leak is counted, then released.
-struct Tracker {
-    static int fail_at, calls;
-    static std::set<void *> live;
-    static void *alloc(size_t n)
-    {
-        if (++calls == fail_at)
-            return nullptr;
-        void *p = malloc(n);
-        live.insert(p);
-        return p;
-    }
-    static void release(void *p)
-    {
-        live.erase(p);
-        free(p);
-    }
-};
-int Tracker::fail_at = 0, Tracker::calls = 0;
-std::set<void *> Tracker::live;
-
-// Runs call with each allocation failing in turn; returns, per failure, the
-// status and how many blocks were left behind.
-template <typename Call>
-std::vector<std::pair<LumStatus, int>> each_failure(Call call, int *count)
-{
-    void *(*m)(size_t) = i_malloc;
-    void (*fr)(void *) = i_free;
-    i_malloc = Tracker::alloc;
-    i_free = Tracker::release;
-    Tracker::fail_at = 0, Tracker::calls = 0;
-    call();
-    *count = Tracker::calls;
-    std::vector<std::pair<LumStatus, int>> out;
-    for (int k = 1; k <= *count; ++k) {
-        Tracker::fail_at = k, Tracker::calls = 0;
-        const LumStatus st = call();
-        out.push_back({st, (int)Tracker::live.size()});
-        for (void *p : Tracker::live)
-            free(p);
-        Tracker::live.clear();
-    }
-    i_malloc = m;
-    i_free = fr;
-    return out;
-}
-
 TEST_P(Box, AllocationFailures)
 {
     struct A {
@@ -385,8 +338,7 @@ TEST_P(Box, AllocationFailures)
         const int ch = c.f == kC1R || c.f == kC1IR ? 1 : 3;
         Scene sc(6, c.h, ch, c.mw, c.mh, {c.mw / 2, c.mh / 2}, 4, 256);
         const std::vector<uint8_t> before = sc.fp.buf;
-        int count = 0;
-        const auto results = each_failure(
+        const int count = lumitest::for_each_alloc_failure(
             [&] {
                 sc.fp.buf = before;
                 const LumiSize roi = {sc.w, sc.h}, mask = {sc.mw, sc.mh};
@@ -398,16 +350,83 @@ TEST_P(Box, AllocationFailures)
                 default: return lumiFilterBox_8u_C3IR(sc.origin(), sc.fp.step, roi, mask, sc.a);
                 }
             },
-            &count);
+            [&](LumStatus st, int k, int outstanding) {
+                EXPECT_EQ(st, lumStsMemAllocErr) << "allocation " << k;
+                EXPECT_EQ(outstanding, 0) << "blocks kept, allocation " << k;
+                if (c.f == kC1IR || c.f == kC3IR)
+                    EXPECT_EQ(sc.fp.buf, before) << "image changed, allocation " << k;
+            });
         EXPECT_EQ(count, c.allocs);
-        for (size_t k = 0; k < results.size(); ++k) {
-            EXPECT_EQ(results[k].first, lumStsMemAllocErr) << "allocation " << k + 1;
-            // Only the 3x3 in-place engine keeps its first block when the second fails.
-            const bool leak = c.f == kC3IR && c.mw == 3 && c.h > 3 && k == 1;
-            EXPECT_EQ(results[k].second, leak ? 1 : 0) << "allocation " << k + 1;
-            if (c.f == kC1IR || c.f == kC3IR)
-                EXPECT_EQ(sc.fp.buf, before) << "image changed, allocation " << k + 1;
-        }
+    }
+}
+
+// Sizes whose counts leave 32 bits, over reserved address space (untouched
+// pages read as zero and cost nothing).  A mask of more than 2^31 - 1 cells or
+// a footprint row of more than 2^31 - 1 bytes is refused after the ordinary
+// checks; working memory beyond a 32-bit byte count fails as an allocation,
+// with nothing written and nothing kept.
+TEST_P(Box, SizesBeyond32Bits)
+{
+    const LumiPoint a0 = {0, 0};
+    {
+        // 65536 x 32769 cells; the footprint is real, so an accepted call
+        // would run on zeros and return 0.
+        const LumiSize mask = {65536, 32769}, roi = {1, 1};
+        lumitest::SparseBlock img((size_t)3 * 65536 * 32770);
+        ASSERT_NE(img.data(), nullptr);
+        Lum8u out[8] = {7, 7, 7, 7, 7, 7, 7, 7};
+        EXPECT_EQ(lumiFilterBox_8u_C1R(img.data(), 65536, out, 8, roi, mask, a0), lumStsMaskSizeErr);
+        EXPECT_EQ(lumiFilterBox_8u_C3R(img.data(), 3 * 65536, out, 8, roi, mask, a0), lumStsMaskSizeErr);
+        EXPECT_EQ(lumiFilterBox_8u_C1IR(img.data(), 65536, roi, mask, a0), lumStsMaskSizeErr);
+        EXPECT_EQ(lumiFilterBox_8u_C3IR(img.data(), 3 * 65536, roi, mask, a0), lumStsMaskSizeErr);
+        EXPECT_EQ(out[0], 7);
+        // The anchor is still tested first.
+        EXPECT_EQ(lumiFilterBox_8u_C1R(img.data(), 65536, out, 8, roi, mask, {-1, 0}), lumStsAnchorErr);
+    }
+    {
+        // Three channels of 715827883 pixels: a row of 2^31 + 1 bytes.
+        const LumiSize roi = {715827883, 1}, mask = {1, 1};
+        lumitest::SparseBlock src((size_t)3 * roi.width + 64), dst((size_t)3 * roi.width + 64);
+        ASSERT_TRUE(src.data() && dst.data());
+        EXPECT_EQ(lumiFilterBox_8u_C3R(src.data(), 0x7fffffff, dst.data(), 0x7fffffff, roi, mask, a0),
+                  lumStsSizeErr);
+        EXPECT_EQ(lumiFilterBox_8u_C3IR(src.data(), 0x7fffffff, roi, mask, a0), lumStsSizeErr);
+        // One pixel less per row fits the footprint, with a mask one wider not.
+        EXPECT_EQ(lumiFilterBox_8u_C3R(src.data(), 0x7fffffff, dst.data(), 0x7fffffff,
+                                       {715827882, 1}, {2, 1}, a0),
+                  lumStsSizeErr);
+    }
+    {
+        // Whole copy of a 65536 x 65537 footprint: 2^32 + 65536 bytes.
+        const LumiSize roi = {65536, 1}, mask = {1, 65537};
+        lumitest::SparseBlock img((size_t)65536 * 65537);
+        ASSERT_NE(img.data(), nullptr);
+        lumitest::AllocFault count;
+        EXPECT_EQ(lumiFilterBox_8u_C1IR(img.data(), 65536, roi, mask, a0), lumStsMemAllocErr);
+        EXPECT_EQ(count.outstanding(), 0);
+    }
+    {
+        // Generic column sums of a 2^28 - 2 pixel three-channel footprint:
+        // 16 bytes a pixel pass 2^32.
+        const LumiSize roi = {(1 << 28) - 3, 1}, mask = {2, 1};
+        lumitest::SparseBlock src((size_t)3 << 28), dst((size_t)3 << 28);
+        ASSERT_TRUE(src.data() && dst.data());
+        lumitest::AllocFault count;
+        EXPECT_EQ(lumiFilterBox_8u_C3R(src.data(), 0x7fffffff, dst.data(), 0x7fffffff, roi, mask, a0),
+                  lumStsMemAllocErr);
+        EXPECT_EQ(count.outstanding(), 0);
+    }
+    {
+        // A ring of 65537 rows of 65536 bytes, in place; the mask's anchor
+        // sits on its last row.
+        const LumiSize roi = {65536, 65538}, mask = {1, 65537};
+        const LumiPoint a = {0, 65536};
+        lumitest::SparseBlock img((size_t)65536 * (65538 + 65536));
+        ASSERT_NE(img.data(), nullptr);
+        lumitest::AllocFault count;
+        EXPECT_EQ(lumiFilterBox_8u_C1IR(img.data() + (size_t)65536 * 65536, 65536, roi, mask, a),
+                  lumStsMemAllocErr);
+        EXPECT_EQ(count.outstanding(), 0);
     }
 }
 

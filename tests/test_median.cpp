@@ -12,6 +12,7 @@
 #include "support/alloc_fault.h"
 #include "support/guarded.h"
 #include "support/members.h"
+#include "support/sparse.h"
 #include "support/tiers.h"
 
 using lumitest::GuardedImage;
@@ -135,6 +136,58 @@ TEST_P(Median, StatusOrder)
         EXPECT_EQ(fn(src, 8, d.data(), 8, {4, 4}, {3, 3}, {0, -1}), lumStsAnchorErr);
         EXPECT_EQ(fn(src, 8, d.data(), 8, {4, 4}, {1, 5}, {0, 5}), lumStsAnchorErr);
         EXPECT_TRUE(d.guard_intact());
+    }
+}
+
+// Sizes whose counts leave 32 bits, over reserved address space (untouched
+// pages read as zero and cost nothing): masks of more than 2^31 - 1 cells and
+// footprint rows of more than 2^31 - 1 bytes are refused after the ordinary
+// checks; a step above 2^30 still reaches a line window's outer rows.
+TEST_P(Median, SizesBeyond32Bits)
+{
+    Lum8u out[64];
+    memset(out, 7, sizeof out);
+    {
+        // 65537 x 32769 cells, over a real footprint of zeros.
+        lumitest::SparseBlock img((size_t)3 * 65537 * 32770);
+        ASSERT_NE(img.data(), nullptr);
+        const LumiSize mask = {65537, 32769};
+        EXPECT_EQ(lumiFilterMedian_8u_C1R(img.data(), 65537, out, 8, {1, 1}, mask, {0, 0}),
+                  lumStsMaskSizeErr);
+        EXPECT_EQ(lumiFilterMedian_8u_C3R(img.data(), 3 * 65537, out, 8, {1, 1}, mask, {0, 0}),
+                  lumStsMaskSizeErr);
+        EXPECT_EQ(lumiFilterMedian_8u_C1R(img.data(), 65537, out, 8, {1, 1}, mask, {0, 32769}),
+                  lumStsAnchorErr);
+    }
+    {
+        // A 3x3 footprint of 715827884 three-channel pixels: 2^31 + 4 bytes.
+        lumitest::SparseBlock src((size_t)3 * 715827884 * 3), dst((size_t)3 * 715827884);
+        ASSERT_TRUE(src.data() && dst.data());
+        EXPECT_EQ(lumiFilterMedian_8u_C3R(src.data() + 0x7fffffff, 0x7fffffff, dst.data(),
+                                          0x7fffffff, {715827882, 1}, {3, 3}, {1, 1}),
+                  lumStsSizeErr);
+        EXPECT_EQ(lumiFilterMedian_8u_C3R(src.data(), 0x7fffffff, dst.data(), 0x7fffffff,
+                                          {715827883, 1}, {1, 1}, {0, 0}),
+                  lumStsSizeErr);
+    }
+    EXPECT_EQ(out[0], 7);
+    {
+        // A 1x5 column with rows 2^30 + 1 bytes apart: 2 * step leaves 32 bits.
+        const int32_t step = (1 << 30) + 1;
+        lumitest::SparseBlock img((size_t)step * 5);
+        ASSERT_NE(img.data(), nullptr);
+        const uint8_t rows[5] = {40, 10, 30, 50, 20};
+        for (int r = 0; r < 5; ++r)
+            for (int x = 0; x < 20; ++x)
+                img.data()[(size_t)r * step + x] = (uint8_t)(rows[r] + x);
+        for (int ch : {1, 3}) {
+            memset(out, 0, sizeof out);
+            const MedianFn fn = ch == 1 ? lumiFilterMedian_8u_C1R : lumiFilterMedian_8u_C3R;
+            ASSERT_EQ(fn(img.data() + (size_t)2 * step, step, out, 64, {20 / ch, 1}, {1, 5}, {0, 2}),
+                      lumStsNoErr);
+            for (int x = 0; x < 20 / ch * ch; ++x)
+                ASSERT_EQ(out[x], 30 + x) << "byte " << x << ", " << ch << " channels";
+        }
     }
 }
 

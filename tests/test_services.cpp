@@ -264,11 +264,18 @@ TEST(AllocMembers, ByteCountsStepsAndOverflow)
         EXPECT_EQ(m.lumsMalloc_32f(0x40000000), nullptr);
         EXPECT_EQ(m.lumsMalloc_16u(-3), nullptr);
         EXPECT_EQ(g_malloc_calls, 0);
-        // 0x40000001 words wrap to 4 bytes; 0x20000001 to a negative count, so null.
-        p = m.lumsMalloc_32s(0x40000001);
-        EXPECT_EQ(g_last_request, 4u + 40u);
-        lumsFree(p);
+        // Byte counts beyond 32 bits give null; cut to their low half they
+        // would ask for 4 bytes (0x40000001 words) or a negative count.
+        EXPECT_EQ(m.lumsMalloc_32s(0x40000001), nullptr);
         EXPECT_EQ(m.lumsMalloc_32s(0x20000001), nullptr);
+        EXPECT_EQ(m.lumsMalloc_16u(0x40000000), nullptr);
+        EXPECT_EQ(g_malloc_calls, 0);
+        {
+            // 2^31 - 2 bytes still fit: the request reaches the allocator.
+            lumitest::AllocFault fault(1);
+            EXPECT_EQ(m.lumsMalloc_16u(0x3fffffff), nullptr);
+            EXPECT_EQ(fault.allocations(), 1);
+        }
 
         int32_t step = -1;
         p = m.lumiMalloc_8u_C1(32, 1, &step);
@@ -281,7 +288,33 @@ TEST(AllocMembers, ByteCountsStepsAndOverflow)
         step = -1;
         EXPECT_EQ(m.lumiMalloc_8u_C1(0, 5, &step), nullptr);
         EXPECT_EQ(step, 0);
+        // 65536 * 32769 bytes pass 2^31: null, with the step of a failed allocation.
+        g_malloc_calls = 0;
+        EXPECT_EQ(m.lumiMalloc_8u_C1(65536, 32769, &step), nullptr);
+        EXPECT_EQ(step, 65536);
+        EXPECT_EQ(g_malloc_calls, 0);
     }
+}
+
+// Images whose byte count or step leaves 32 bits: null, never a block smaller
+// than the step and height promise.
+TEST_P(TierAlloc, ImagesBeyond32BitsGiveNull)
+{
+    VectorSwap swap;
+    int32_t step = -1;
+    // Step 65536, 65537 rows: 2^32 + 65536 bytes, 64 KiB once cut to 32 bits.
+    EXPECT_EQ(lumiMalloc_8u_C3(21835, 65537, &step), nullptr);
+    EXPECT_EQ(step, 65536);
+    // A step of 3 * 0x7fffffff rounded up does not fit a 32-bit step at all.
+    step = -1;
+    EXPECT_EQ(lumiMalloc_8u_C3(0x7fffffff, 1, &step), nullptr);
+    EXPECT_EQ(step, 0);
+    EXPECT_EQ(g_malloc_calls, 0);
+    // The largest image that fits still reaches the allocator.
+    lumitest::AllocFault fault(1);
+    EXPECT_EQ(lumiMalloc_8u_C3(10, 0x7fffffff / 32, &step), nullptr);
+    EXPECT_EQ(step, 32);
+    EXPECT_EQ(fault.allocations(), 1);
 }
 
 } // namespace

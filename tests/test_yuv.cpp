@@ -3,12 +3,17 @@
 #include <gtest/gtest.h>
 
 #include <stdint.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <vector>
 
 #include "lumi.h"
 #include "support/guarded.h"
+#include "support/sparse.h"
 #include "support/tiers.h"
 
 using lumitest::GuardedImage;
@@ -269,5 +274,67 @@ TEST_P(Yuv, StatusOrder)
 }
 
 LUMI_INSTANTIATE_TIERS(Yuv);
+
+// A writable range of `bytes` in which every `window` bytes are the same
+// memory: a destination of gigabytes that costs one window of real memory.
+// What stays in the window after a pass is what the pass wrote last.
+struct AliasedRange {
+    size_t window, bytes;
+    uint8_t *base = nullptr;
+    AliasedRange(size_t window_, size_t bytes_) : window(window_), bytes(bytes_)
+    {
+        const int fd = memfd_create("lumi-test", 0);
+        if (fd < 0 || ftruncate(fd, (off_t)window) != 0)
+            return;
+        void *r = mmap(nullptr, bytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+        if (r != MAP_FAILED) {
+            base = (uint8_t *)r;
+            for (size_t at = 0; at < bytes && base; at += window)
+                if (mmap(base + at, window, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED, fd, 0) ==
+                    MAP_FAILED)
+                    base = nullptr;
+        }
+        close(fd);
+    }
+    ~AliasedRange()
+    {
+        if (base)
+            munmap(base, bytes);
+    }
+};
+
+// Rows of more than 715827882 pixels, whose byte offsets 3 * x pass 2^31.
+// The source is reserved address space, zero but for its last pixels; the
+// destination repeats one window, whose bytes at the end are the row's last
+// output.  Those must equal the same pixels converted in a short row with the
+// same split between body and tail.  (Two passes over 2 GiB: too slow for an
+// emulated processor, so emulated runs leave it out.)
+TEST(YuvRows, BeyondTwoGigabytes)
+{
+    if (getenv("LUMI_TEST_TIERS"))
+        GTEST_SKIP() << "emulated processor";
+    const int32_t width = 715827900, tailPixels = 64;
+    const size_t rowBytes = (size_t)3 * width, window = (size_t)1 << 20;
+    lumitest::SparseBlock src(rowBytes + 4096);
+    AliasedRange dst(window, (rowBytes + window - 1) / window * window);
+    ASSERT_TRUE(src.data() && dst.base);
+    std::vector<uint8_t> last(3 * tailPixels);
+    for (size_t i = 0; i < last.size(); ++i)
+        last[i] = (uint8_t)(i * 37 + 11);
+    memcpy(src.data() + rowBytes - last.size(), last.data(), last.size());
+    // The short row: zeros, then the same last pixels, width congruent mod 16.
+    const int32_t shortWidth = 16 * 8 + width % 16;
+    std::vector<uint8_t> shortSrc((size_t)3 * shortWidth, 0), shortDst((size_t)3 * shortWidth);
+    memcpy(shortSrc.data() + shortSrc.size() - last.size(), last.data(), last.size());
+    using Fn = decltype(&lumiRGBToYUV_8u_C3R);
+    for (Fn fn : {lumiRGBToYUV_8u_C3R, lumiYUVToRGB_8u_C3R}) {
+        ASSERT_EQ(fn(src.data(), (int32_t)0x7fffffff, dst.base, 0x7fffffff, {width, 1}), lumStsNoErr);
+        ASSERT_EQ(fn(shortSrc.data(), 0x7fffffff, shortDst.data(), 0x7fffffff, {shortWidth, 1}),
+                  lumStsNoErr);
+        const uint8_t *got = dst.base + rowBytes - last.size();
+        EXPECT_EQ(std::vector<uint8_t>(got, got + last.size()),
+                  std::vector<uint8_t>(shortDst.end() - last.size(), shortDst.end()));
+    }
+}
 
 } // namespace

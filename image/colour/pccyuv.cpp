@@ -29,6 +29,8 @@
  * SSSE3 and up use byte shuffles; the SSE3 build moves pixels as 32-bit
  * words with unpacks, shifts and masks.  n8 and u8 run the same code.
  * Blocks load and store unaligned and never touch a byte outside the row.
+ * Column offsets are pointer-width: 3 * x passes 32 bits in rows of more
+ * than 715 million pixels.
  */
 #include "tier.h"
 
@@ -37,6 +39,8 @@
 #if LUMI_TIER_LEVEL >= LUMI_TIER_SSSE3
 #include <tmmintrin.h>
 #endif
+
+#include "checks.h"
 
 namespace LUMI_NS {
 namespace {
@@ -405,7 +409,7 @@ inline Byte *row_at(Byte *p, int32_t step, int32_t j)
 
 void innerRGBToYUV_8u_C3R(const Lum8u *src, Lum8u *dst, int32_t width)
 {
-    int32_t x = 0;
+    ptrdiff_t x = 0;
     for (; x < (width & ~15); x += 16) {
         __m128i y, uv_lo, uv_hi;
         yuv_block16(src + 3 * x, y, uv_lo, uv_hi);
@@ -418,7 +422,7 @@ void innerRGBToYUV_8u_C3R(const Lum8u *src, Lum8u *dst, int32_t width)
 void innerRGBToYUV_8u_C3P3R(const Lum8u *src, Lum8u *py, Lum8u *pu, Lum8u *pv, int32_t width)
 {
     const int32_t body = width & ~7;
-    int32_t x = 0;
+    ptrdiff_t x = 0;
     __m128i y, uv_lo, uv_hi;
     for (; x < (body & ~15); x += 16) {
         yuv_block16(src + 3 * x, y, uv_lo, uv_hi);
@@ -442,7 +446,7 @@ void innerRGBToYUV_8u_C3P3R(const Lum8u *src, Lum8u *py, Lum8u *pu, Lum8u *pv, i
 void innerYUVToRGB_8u_C3R(const Lum8u *src, Lum8u *dst, int32_t width)
 {
     const int32_t body = width & ~7;
-    int32_t x = 0;
+    ptrdiff_t x = 0;
     __m128i yuv[2][3], r[2], g[2], b[2], lead, lo, hi;
     for (; x < (body & ~15); x += 16) {
         gather16<0>(src + 3 * x, yuv[0], yuv[1]);
@@ -469,7 +473,7 @@ void innerYUVToRGB_8u_P3C3R(const Lum8u *py, const Lum8u *pu, const Lum8u *pv, L
                             int32_t width)
 {
     const __m128i zero = _mm_setzero_si128();
-    int32_t x = 0;
+    ptrdiff_t x = 0;
     __m128i r[2], g[2], b[2], lead, lo, hi;
     for (; x < (width & ~15); x += 16) {
         const __m128i y = _mm_loadu_si128((const __m128i *)(py + x));
@@ -491,9 +495,9 @@ void innerYUVToRGB_8u_P3C3R(const Lum8u *py, const Lum8u *pu, const Lum8u *pv, L
 /* Interleaved forms: pointers, then size. */
 LumStatus check_interleaved(const void *src, const void *dst, LumiSize roi)
 {
-    if (!src || !dst)
+    if (any_null(src, dst))
         return lumStsNullPtrErr;
-    if (roi.width < 1 || roi.height < 1)
+    if (!size_positive(roi))
         return lumStsSizeErr;
     return lumStsNoErr;
 }
@@ -503,13 +507,12 @@ LumStatus check_interleaved(const void *src, const void *dst, LumiSize roi)
 template <typename Plane>
 LumStatus check_planar(const void *image, Plane *const *planes, LumiSize roi)
 {
-    if (!image || !planes)
+    if (any_null(image, planes))
         return lumStsNullPtrErr;
-    if (roi.width < 1 || roi.height < 1)
+    if (!size_positive(roi))
         return lumStsSizeErr;
-    for (int c = 0; c < 3; ++c)
-        if (!planes[c])
-            return lumStsNullPtrErr;
+    if (any_null_plane(planes))
+        return lumStsNullPtrErr;
     return lumStsNoErr;
 }
 

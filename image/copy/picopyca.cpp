@@ -25,6 +25,8 @@
  */
 #include "owncopy8u.h"
 
+#include "checks.h"
+
 namespace LUMI_NS {
 namespace {
 
@@ -167,9 +169,9 @@ void copy_rows(const Lum8u *s, int64_t srcStep, Lum8u *d, int64_t dstStep, int64
 LumStatus copy_image(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst, int32_t dstStep,
                      LumiSize roiSize, int64_t channels)
 {
-    if (!pSrc || !pDst)
+    if (any_null(pSrc, pDst))
         return lumStsNullPtrErr;
-    if (roiSize.width < 1 || roiSize.height < 1)
+    if (!size_positive(roiSize))
         return lumStsSizeErr;
     copy_rows(pSrc, srcStep, pDst, dstStep, channels * roiSize.width, roiSize.height);
     return lumStsNoErr;

@@ -34,6 +34,8 @@
  */
 #include "owncopy8u.h"
 
+#include "checks.h"
+
 #if !LUMI_TIER_U8
 
 namespace LUMI_NS {
@@ -371,9 +373,9 @@ void merge(const Lum8u *const *pSrc, Lum8u *d, PlaneRegion r)
 /* Null pointers first (image, array, planes 0 to 2), then the size. */
 LumStatus check_planes(const void *image, const void *const *planes, LumiSize roi)
 {
-    if (!image || !planes || !planes[0] || !planes[1] || !planes[2])
+    if (any_null(image) || any_null_plane(planes))
         return lumStsNullPtrErr;
-    if (roi.width < 1 || roi.height < 1)
+    if (!size_positive(roi))
         return lumStsSizeErr;
     return lumStsNoErr;
 }

@@ -23,11 +23,21 @@
  * The in-place engines compute into a ring of anchor.y + 1 rows and store
  * each row once the source rows under it have been read (piblur.h).
  * All tiers give the same results.
+ *
+ * Checks: pointers, steps, size, mask, anchor, in that order.  After them,
+ * two limits of our own keep every count in 32 bits: a mask of more than
+ * 2^31 - 1 cells is refused as a bad mask, and a footprint whose row of
+ * bytes or whose row count passes 2^31 - 1 as a bad size.  Working memory
+ * is sized in 64 bits, and a block beyond a 32-bit byte count fails as an
+ * allocation would (lumStsMemAllocErr); cut to 32 bits it would be smaller
+ * than what the engine then writes.  Every engine releases what it holds
+ * when a later allocation fails, the 3x3 in-place engine's ring rows too.
  */
 #include "tier.h"
 
 #include <string.h>
 
+#include "checks.h"
 #include "piblur.h"
 
 namespace LUMI_NS {
@@ -55,16 +65,15 @@ void get_shift_int(LumiSize mask, uint32_t *mul, int *shift)
     *shift = k + 12;
 }
 
-bool take_ring(Ring *ring, int32_t R, int32_t slot, bool leakRows)
+bool take_ring(Ring *ring, int32_t R, int64_t slot)
 {
-    ring->rows = LUMI_T(lumsMalloc_8u)(R * slot);
+    ring->rows = LUMI_T(lumsMalloc_8u)(alloc_count(R * slot));
     ring->table = nullptr;
     if (!ring->rows)
         return false;
-    ring->table = (Lum8u **)LUMI_T(lumsMalloc_8u)(R * (int32_t)sizeof(Lum8u *));
+    ring->table = (Lum8u **)LUMI_T(lumsMalloc_8u)(alloc_count(R * (int64_t)sizeof(Lum8u *)));
     if (!ring->table) {
-        if (!leakRows)
-            LUMI_T(lumsFree)(ring->rows);
+        LUMI_T(lumsFree)(ring->rows);
         return false;
     }
     for (int32_t i = 0; i < R; ++i)
@@ -80,19 +89,25 @@ void free_ring(const Ring &ring)
 
 namespace {
 
+/* Checks of every form, in this order; in place, both sides are pSrcDst. */
 LumStatus check(const void *pSrc, int32_t srcStep, const void *pDst, int32_t dstStep,
-                LumiSize roi, LumiSize mask, LumiPoint anchor)
+                LumiSize roi, LumiSize mask, LumiPoint anchor, int channels)
 {
-    if (!pSrc || !pDst)
+    if (any_null(pSrc, pDst))
         return lumStsNullPtrErr;
-    if (srcStep < 1 || dstStep < 1)
+    if (!steps_at_least(1, srcStep, dstStep))
         return lumStsStepErr;
-    if (roi.width < 1 || roi.height < 1)
+    if (!size_positive(roi))
         return lumStsSizeErr;
-    if (mask.width < 1 || mask.height < 1)
+    if (!mask_positive(mask))
         return lumStsMaskSizeErr;
-    if (anchor.x < 0 || anchor.y < 0 || anchor.x >= mask.width || anchor.y >= mask.height)
+    if (!anchor_inside(anchor, mask))
         return lumStsAnchorErr;
+    /* What the engines' 32-bit counts can hold. */
+    if (!cells_fit(mask))
+        return lumStsMaskSizeErr;
+    if (!footprint_fits(roi, mask, channels))
+        return lumStsSizeErr;
     return lumStsNoErr;
 }
 
@@ -106,13 +121,12 @@ const Lum8u *footprint(const Lum8u *p, int32_t step, LumiPoint anchor, int chann
 LumStatus box_out_of_place(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst, int32_t dstStep,
                            LumiSize roi, LumiSize mask, LumiPoint anchor, int channels)
 {
-    const LumStatus st = check(pSrc, srcStep, pDst, dstStep, roi, mask, anchor);
+    const LumStatus st = check(pSrc, srcStep, pDst, dstStep, roi, mask, anchor, channels);
     if (st != lumStsNoErr)
         return st;
     const BoxJob j = {footprint(pSrc, srcStep, anchor, channels), srcStep, pDst, dstStep,
                       roi, mask, channels};
-    const int32_t n = mask.width * mask.height;
-    if (n > 8100)
+    if (!integer_sums(mask))
         return ownBlurFloat_8u(j);
     if (is_mask(mask, 3, 3))
         return ownBlur_8u_33(j);
@@ -135,12 +149,12 @@ LumStatus whole_copy(Lum8u *pSrcDst, int32_t step, LumiSize roi, LumiSize mask, 
     if (!copy)
         return lumStsMemAllocErr;
     const Lum8u *first = footprint(pSrcDst, step, anchor, channels);
-    if (channels == 1)
-        LUMI_T(lumiCopy_8u_C1R)(first, step, copy, copyStep, fp);
-    else
-        LUMI_T(lumiCopy_8u_C3R)(first, step, copy, copyStep, fp);
-    const BoxJob j = {copy, copyStep, pSrcDst, step, roi, mask, channels};
-    const LumStatus st = mask.width * mask.height < 8101 ? ownBlur_8u(j) : ownBlurFloat_8u(j);
+    LumStatus st = channels == 1 ? LUMI_T(lumiCopy_8u_C1R)(first, step, copy, copyStep, fp)
+                                 : LUMI_T(lumiCopy_8u_C3R)(first, step, copy, copyStep, fp);
+    if (st == lumStsNoErr) {
+        const BoxJob j = {copy, copyStep, pSrcDst, step, roi, mask, channels};
+        st = integer_sums(mask) ? ownBlur_8u(j) : ownBlurFloat_8u(j);
+    }
     LUMI_T(lumiFree)(copy);
     return st;
 }
@@ -148,7 +162,7 @@ LumStatus whole_copy(Lum8u *pSrcDst, int32_t step, LumiSize roi, LumiSize mask, 
 LumStatus box_in_place(Lum8u *pSrcDst, int32_t step, LumiSize roi, LumiSize mask,
                        LumiPoint anchor, int channels)
 {
-    const LumStatus st = check(pSrcDst, step, pSrcDst, step, roi, mask, anchor);
+    const LumStatus st = check(pSrcDst, step, pSrcDst, step, roi, mask, anchor, channels);
     if (st != lumStsNoErr)
         return st;
     if (mask.height >= roi.height)
@@ -156,13 +170,12 @@ LumStatus box_in_place(Lum8u *pSrcDst, int32_t step, LumiSize roi, LumiSize mask
     const BoxInPlace p = {{footprint(pSrcDst, step, anchor, channels), step, pSrcDst, step, roi,
                            mask, channels},
                           anchor};
-    const int32_t n = mask.width * mask.height;
     if (channels == 1) {
-        if (n < 8101 && (is_mask(mask, 3, 3) || is_mask(mask, 5, 5)))
+        if (integer_sums(mask) && (is_mask(mask, 3, 3) || is_mask(mask, 5, 5)))
             return ownBlur_8u_55_C1IR(p);
-        return n < 8101 ? ownBlur_8u_I(p) : ownBlurFloat_8u_I(p);
+        return integer_sums(mask) ? ownBlur_8u_I(p) : ownBlurFloat_8u_I(p);
     }
-    if (n > 8100)
+    if (!integer_sums(mask))
         return ownBlurFloat_8u_I(p);
     if (is_mask(mask, 3, 3))
         return ownBlur_8u_33_I(p);

@@ -30,6 +30,16 @@ struct BoxInPlace {
     LumiPoint anchor;
 };
 
+/* Masks of up to this many cells average with integer column sums, whose
+ * products S * mul stay within 32 bits (S is at most 255 cells' worth);
+ * larger masks take the float engines. */
+const int32_t kBoxIntegerCellsMax = 8100;
+
+inline bool integer_sums(LumiSize mask)
+{
+    return (int64_t)mask.width * mask.height <= kBoxIntegerCellsMax;
+}
+
 /* Out-of-place engines. */
 LumStatus ownBlur_8u(const BoxJob &j);
 LumStatus ownBlurFloat_8u(const BoxJob &j);
@@ -113,9 +123,9 @@ void run_rows(E &e, const BoxJob &j)
 void vertical_sums(const Lum8u *top, int32_t step, int rows, Lum16u *v, int32_t len);
 void advance_sums16(Lum16u *cols, const Lum8u *in, const Lum8u *out, int32_t n);
 
-/* Takes the ring of R slots of `slot` bytes; false when an allocation fails
- * (`leakRows`: the slots are kept even then). */
-bool take_ring(Ring *ring, int32_t R, int32_t slot, bool leakRows);
+/* Takes the ring of R slots of `slot` bytes; false, holding nothing, when
+ * an allocation fails. */
+bool take_ring(Ring *ring, int32_t R, int64_t slot);
 void free_ring(const Ring &ring);
 
 } // namespace LUMI_NS

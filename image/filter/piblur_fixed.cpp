@@ -28,6 +28,7 @@
 #include <emmintrin.h>
 #include <string.h>
 
+#include "checks.h"
 #include "piblur.h"
 
 namespace LUMI_NS {
@@ -200,12 +201,12 @@ struct Sums16 {
 template <typename Round, int side>
 LumStatus sums16_in_place(const BoxInPlace &p)
 {
-    const int32_t w = p.job.roi.width;
-    Sums16<Round, side> e = {&p.job, LUMI_T(lumsMalloc_16u)((w + side + 17) & ~15)};
+    const int64_t w = p.job.roi.width;
+    Sums16<Round, side> e = {&p.job, LUMI_T(lumsMalloc_16u)(alloc_count((w + side + 17) & ~15))};
     if (!e.cols)
         return lumStsMemAllocErr;
     Ring ring;
-    if (!take_ring(&ring, p.anchor.y + 1, (w + 15) & ~15, false)) {
+    if (!take_ring(&ring, p.anchor.y + 1, (w + 15) & ~15)) {
         LUMI_T(lumsFree)(e.cols);
         return lumStsMemAllocErr;
     }
@@ -227,8 +228,7 @@ LumStatus ownBlur_8u_77_C1R(const BoxJob &j) { return strips<Nearest19<10700>, 7
 LumStatus ownBlur_8u_33_I(const BoxInPlace &p)
 {
     Ring ring;
-    /* The slots stay allocated when the pointer table fails. */
-    if (!take_ring(&ring, p.anchor.y + 1, p.job.roi.width * p.job.channels, true))
+    if (!take_ring(&ring, p.anchor.y + 1, (int64_t)p.job.roi.width * p.job.channels))
         return lumStsMemAllocErr;
     Direct<Trunc18, 3> e = {&p.job};
     run_ring(e, p, ring, kMoreEveryRow);

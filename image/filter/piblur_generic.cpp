@@ -19,7 +19,8 @@
  * even/odd multiplies, with the same result.
  *
  * Float engines keep one float cell per channel and store
- * trunc(S * (1.0f / N) + 9.0e-6f); they serve masks above 8100 cells.
+ * trunc(S * (1.0f / N) + 9.0e-6f); they serve masks above
+ * kBoxIntegerCellsMax cells.
  */
 #include "tier.h"
 
@@ -29,6 +30,7 @@
 #include <smmintrin.h>
 #endif
 
+#include "checks.h"
 #include "piblur.h"
 
 namespace LUMI_NS {
@@ -348,15 +350,21 @@ struct FloatSums {
     }
 };
 
+/* Where the sums of a column fit 16-bit cells: masks of at most
+ * kNarrowCells cells (S below 2^16) and kNarrowColumns columns add their
+ * taps directly; one channel with at most kNarrowRows rows keeps 16-bit
+ * column sums (255 * 128 fits) under the running window sums. */
+const int32_t kNarrowCells = 257, kNarrowColumns = 8, kNarrowRows = 128;
+
 bool take_int_sums(IntSums *e, const BoxJob &j)
 {
     e->j = &j;
     e->c = j.channels == 1 ? 1 : 4;
     get_shift_int(j.mask, &e->mul, &e->shift);
-    e->narrow = j.mask.width * j.mask.height <= 257 && j.mask.width <= 8;
-    e->cells16 = e->narrow || (j.channels == 1 && j.mask.height <= 128);
-    const int32_t bytes = (((j.roi.width + j.mask.width + 2) * e->c) * 4 + 15) & ~15;
-    e->cols = (uint32_t *)LUMI_T(lumsMalloc_8u)(bytes);
+    e->narrow = j.mask.width * j.mask.height <= kNarrowCells && j.mask.width <= kNarrowColumns;
+    e->cells16 = e->narrow || (j.channels == 1 && j.mask.height <= kNarrowRows);
+    const int64_t bytes = (((int64_t)j.roi.width + j.mask.width + 2) * e->c * 4 + 15) & ~15;
+    e->cols = (uint32_t *)LUMI_T(lumsMalloc_8u)(alloc_count(bytes));
     return e->cols != nullptr;
 }
 
@@ -364,19 +372,21 @@ bool take_float_sums(FloatSums *e, const BoxJob &j)
 {
     e->j = &j;
     e->r = 1.0f / (Lum32f)(j.mask.width * j.mask.height);
-    const int32_t n = (j.roi.width + j.mask.width + 2) * j.channels;
+    const int32_t n = alloc_count(((int64_t)j.roi.width + j.mask.width + 2) * j.channels);
     e->cols = LUMI_T(lumsMalloc_32f)(n);
+    if (!e->cols)
+        return false;
     LUMI_T(lumsSet_32f)(0.0f, e->cols, n);
-    return e->cols != nullptr;
+    return true;
 }
 
-int32_t ring_slot(const BoxJob &j) { return (j.roi.width * j.channels + 15) & ~15; }
+int64_t ring_slot(const BoxJob &j) { return ((int64_t)j.roi.width * j.channels + 15) & ~15; }
 
 template <typename E>
 LumStatus in_place(E &e, const BoxInPlace &p, RingFlag flag)
 {
     Ring ring;
-    if (!take_ring(&ring, p.anchor.y + 1, ring_slot(p.job), false)) {
+    if (!take_ring(&ring, p.anchor.y + 1, ring_slot(p.job))) {
         LUMI_T(lumsFree)(e.cols);
         return lumStsMemAllocErr;
     }

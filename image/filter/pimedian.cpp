@@ -15,24 +15,33 @@
  *   anything else     histogram engine: a running 256-bin histogram per row
  * Every path gives the same value, the exact median; tiers differ in speed
  * only.  The only allocation is the single-column engine's array.
+ *
+ * Checks: pointers, size, steps, mask (positive and odd), anchor.  After
+ * them, a mask of more than 2^31 - 1 cells is refused as a bad mask (the
+ * histogram's rank is a 32-bit count), and a footprint whose row of bytes or
+ * row count passes 2^31 - 1 as a bad size.  Offsets between rows are
+ * pointer-width, so a step above 2^30 reaches the fifth row of a line window.
  */
 #include "tier.h"
 
 #include <string.h>
 
+#include "checks.h"
 #include "pimedian.h"
 
 namespace LUMI_NS {
 namespace {
 
+/* Checks of every entry, public and line: pointers, size, then steps (the
+ * size ahead of the steps, unlike the box filter). */
 LumStatus check_common(const void *pSrc, int32_t srcStep, const void *pDst, int32_t dstStep,
                        LumiSize roi)
 {
-    if (!pSrc || !pDst)
+    if (any_null(pSrc, pDst))
         return lumStsNullPtrErr;
-    if (roi.width < 1 || roi.height < 1)
+    if (!size_positive(roi))
         return lumStsSizeErr;
-    if (srcStep < 1 || dstStep < 1)
+    if (!steps_at_least(1, srcStep, dstStep))
         return lumStsStepErr;
     return lumStsNoErr;
 }
@@ -47,9 +56,12 @@ LumStatus line_entry(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst, int32_t ds
         return st;
     if (mask != three && mask != five)
         return lumStsMaskSizeErr;
-    const int32_t stride = vertical ? srcStep : channels;
-    median_line_rows(pSrc, srcStep, pDst, dstStep, roi.width * channels, roi.height,
-                     mask == three ? 3 : 5, stride);
+    const int32_t taps = mask == three ? 3 : 5;
+    if (!footprint_fits(roi, vertical ? LumiSize{1, taps} : LumiSize{taps, 1}, channels))
+        return lumStsSizeErr;
+    const intptr_t stride = vertical ? srcStep : channels;
+    median_line_rows(pSrc, srcStep, pDst, dstStep, roi.width * channels, roi.height, taps,
+                     stride);
     return lumStsNoErr;
 }
 
@@ -160,10 +172,15 @@ LumStatus median_public(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst, int32_t
     LumStatus st = check_common(pSrc, srcStep, pDst, dstStep, roi);
     if (st != lumStsNoErr)
         return st;
-    if (mask.width < 1 || mask.height < 1 || !(mask.width & 1) || !(mask.height & 1))
+    if (!mask_positive(mask) || !mask_odd(mask))
         return lumStsMaskSizeErr;
-    if (anchor.x < 0 || anchor.y < 0 || anchor.x >= mask.width || anchor.y >= mask.height)
+    if (!anchor_inside(anchor, mask))
         return lumStsAnchorErr;
+    /* What the engines' 32-bit counts can hold. */
+    if (!cells_fit(mask))
+        return lumStsMaskSizeErr;
+    if (!footprint_fits(roi, mask, channels))
+        return lumStsSizeErr;
 
     const int32_t hw = mask.width >> 1, hh = mask.height >> 1;
     const Lum8u *centre =

@@ -16,7 +16,7 @@ namespace LUMI_NS {
 /* A line of `taps` cells (3 or 5) whose neighbours lie `stride` bytes apart,
  * over rows of `rowBytes` bytes.  pSrc is the centre of the first window. */
 void median_line_rows(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst, int32_t dstStep,
-                      int32_t rowBytes, int32_t height, int taps, int32_t stride);
+                      int32_t rowBytes, int32_t height, int taps, intptr_t stride);
 
 /* Squares of 3 or 5 (mask 33 or 55); pSrc is the centre of the first window. */
 void ownlumiFilterMedianSqr_8u_C1R(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst,

@@ -229,7 +229,7 @@ void run_row(const K &k, Lum8u *dst, int32_t n)
 template <int taps>
 struct LineKernel {
     const Lum8u *src; /* centre of the first window */
-    int32_t stride;   /* bytes between neighbouring cells */
+    intptr_t stride;  /* bytes between neighbouring cells */
     Lum8u *dst;
 
     template <typename A>
@@ -305,7 +305,7 @@ struct SquareKernel {
 } // namespace
 
 void median_line_rows(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst, int32_t dstStep,
-                      int32_t rowBytes, int32_t height, int taps, int32_t stride)
+                      int32_t rowBytes, int32_t height, int taps, intptr_t stride)
 {
     for (int32_t y = 0; y < height; ++y) {
         const Lum8u *src = pSrc + (intptr_t)y * srcStep;
