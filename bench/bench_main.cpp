@@ -1,6 +1,8 @@
 // Runs every registered pair and prints, per case, the median time per pixel
 // of Lumi and of OpenCV, their ratio, and the largest difference between the
-// two outputs.  Arguments are Google Benchmark's (--benchmark_filter=...).
+// two outputs.  Arguments are Google Benchmark's (--benchmark_filter=...), and
+// --report DIR, which writes the table as DIR/bench.csv and DIR/bench.json and
+// draws DIR/ratios.png.  The console shows colour only on a terminal.
 //
 // Each side runs nine short repetitions, interleaved at random with those of
 // every other benchmark, so that a slow spell of a shared machine falls on
@@ -9,6 +11,7 @@
 #include <dlfcn.h>
 #include <stdio.h>
 #include <string.h>
+#include <unistd.h>
 
 #include <map>
 #include <memory>
@@ -17,6 +20,7 @@
 #include <opencv2/core.hpp>
 
 #include "bench_common.h"
+#include "report.h"
 
 namespace lumibench {
 namespace {
@@ -45,6 +49,7 @@ void *library()
 // Collects the median of each run, by benchmark name.
 class Collector : public benchmark::ConsoleReporter {
 public:
+    Collector() : ConsoleReporter(isatty(fileno(stdout)) ? OO_ColorTabular : OO_Tabular) {}
     std::map<std::string, double> median_ns;
     void ReportRuns(const std::vector<Run> &runs) override
     {
@@ -125,10 +130,21 @@ int main(int argc, char **argv)
     // Interleaving is on unless the command line says otherwise.
     static const char flag[] = "--benchmark_enable_random_interleaving";
     static char interleave[] = "--benchmark_enable_random_interleaving=true";
-    std::vector<char *> args(argv, argv + argc);
+    std::vector<char *> args;
+    std::string report_dir;
     bool interleaveGiven = false;
-    for (int i = 1; i < argc; ++i)
+    for (int i = 0; i < argc; ++i) {
+        if (i > 0 && strcmp(argv[i], "--report") == 0 && i + 1 < argc) {
+            report_dir = argv[++i];
+            continue;
+        }
+        if (i > 0 && strncmp(argv[i], "--report=", 9) == 0) {
+            report_dir = argv[i] + 9;
+            continue;
+        }
         interleaveGiven |= strncmp(argv[i], flag, sizeof flag - 1) == 0;
+        args.push_back(argv[i]);
+    }
     if (!interleaveGiven)
         args.insert(args.begin() + 1, interleave);
     int count = (int)args.size();
@@ -136,6 +152,7 @@ int main(int argc, char **argv)
     Collector collector;
     benchmark::RunSpecifiedBenchmarks(&collector);
 
+    std::vector<ResultRow> rows;
     printf("\n%-40s %12s %12s %8s %8s\n", "case", "lumi ns/px", "opencv ns/px", "ratio", "maxdiff");
     for (const Pair &p : pairs()) {
         auto l = collector.median_ns.find(p.name + "/lumi");
@@ -143,10 +160,21 @@ int main(int argc, char **argv)
         if (l == collector.median_ns.end() || o == collector.median_ns.end())
             continue;
         const double px = p.pixels > 0 ? p.pixels : 1;
-        printf("%-40s %12.4f %12.4f %8.2f %8d  %s\n", p.name.c_str(), l->second / px,
-               o->second / px, o->second / l->second, p.max_diff ? p.max_diff() : -1,
-               p.note.c_str());
+        rows.push_back({p.name, l->second / px, o->second / px, o->second / l->second,
+                        p.max_diff ? p.max_diff() : -1, p.note});
+        const ResultRow &r = rows.back();
+        printf("%-40s %12.4f %12.4f %8.2f %8d  %s\n", r.name.c_str(), r.lumi_ns_px,
+               r.opencv_ns_px, r.ratio, r.max_diff, r.note.c_str());
     }
     printf("ratio = OpenCV time / Lumi time: above 1 means Lumi is faster.\n");
+    if (!report_dir.empty()) {
+        std::string err;
+        if (!write_report(report_dir, rows, &err)) {
+            fprintf(stderr, "%s\n", err.c_str());
+            return 1;
+        }
+        printf("report: %s/bench.csv, %s/bench.json, %s/ratios.png\n", report_dir.c_str(),
+               report_dir.c_str(), report_dir.c_str());
+    }
     return 0;
 }

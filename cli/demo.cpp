@@ -202,21 +202,30 @@ std::string index_html(const std::vector<Shown> &shown, const std::vector<std::s
     std::string h =
         "<!doctype html>\n<html><head><meta charset=\"utf-8\"><title>lumi demo</title>\n"
         "<style>body{font-family:sans-serif;background:#202428;color:#e8e8e8;margin:2em}"
-        "figure{display:inline-block;vertical-align:top;margin:0 1.5em 1.5em 0;width:340px}"
-        "img{max-width:340px;image-rendering:pixelated;background:#111}"
-        "figcaption{font-size:13px}code{color:#9cd}</style></head><body>\n"
+        "a{color:#8cc8ff}a:visited{color:#c8a8ff}"
+        "main{display:flex;flex-wrap:wrap;gap:1.5em;align-items:flex-start}"
+        "figure{margin:0;width:340px}"
+        "img{display:block;max-width:340px;max-height:340px;image-rendering:pixelated;"
+        "background:#111}"
+        "figcaption{font-size:13px;margin-top:.4em;overflow-wrap:anywhere}"
+        "code{color:#9cd}</style></head><body>\n"
         "<h1>lumi demo</h1>\n<p>Each picture is one call of a primitive of liblumi.so, tier " +
         html_escape(tier) +
         ", on the built-in picture (<code>input.png</code>, and <code>input-grey.png</code> for "
         "the one-channel forms) or on the result named, with the parameters used and the command "
         "that repeats it. "
-        "<a href=\"contact-sheet.png\">Contact sheet</a>.</p>\n";
+        "<a href=\"contact-sheet.png\">Contact sheet</a>.</p>\n"
+        "<p>The commands run in this folder. The <code>lumi</code> that made this page is <code>" +
+        html_escape(program_path()) + "</code>: put its folder on your <code>PATH</code>, or "
+        "write that path where the commands say <code>lumi</code>.</p>\n";
+    h += "<main>\n";
     for (const Shown &s : shown) {
         h += "<figure><a href=\"" + s.file + "\"><img src=\"" + s.file + "\" alt=\"" + s.file +
              "\"></a><figcaption><b>" + html_escape(s.title) + "</b><br>" + html_escape(s.caption) +
              "<br>" + (s.command.empty() ? "" : "<code>" + html_escape(s.command) + "</code><br>") +
              html_escape(s.result) + "</figcaption></figure>\n";
     }
+    h += "</main>\n";
     if (!skipped.empty()) {
         h += "<h2>Not shown</h2>\n<ul>\n";
         for (const std::string &s : skipped)

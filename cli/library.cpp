@@ -15,15 +15,18 @@ namespace {
 // The directory of the running program, with a trailing slash.
 std::string program_dir()
 {
-    char buf[4096];
-    ssize_t n = readlink("/proc/self/exe", buf, sizeof buf - 1);
-    if (n <= 0)
-        return "";
-    std::string p(buf, (size_t)n);
+    const std::string p = program_path();
     return p.substr(0, p.rfind('/') + 1);
 }
 
 } // namespace
+
+std::string program_path()
+{
+    char buf[4096];
+    ssize_t n = readlink("/proc/self/exe", buf, sizeof buf - 1);
+    return n > 0 ? std::string(buf, (size_t)n) : std::string("lumi");
+}
 
 bool open_library(const std::string &path, Library *lib, std::string *err)
 {

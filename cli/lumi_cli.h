@@ -75,6 +75,8 @@ struct Library {
 // an error when it does not load; else the one beside the program (build tree
 // or installed prefix), else the SONAME on the loader's path.
 bool open_library(const std::string &path, Library *lib, std::string *err);
+// The running command's own file, for telling a user where it is.
+std::string program_path();
 
 // One row of the library's entry table: its name and, for a dispatched
 // primitive, the tier behind each dispatch index 0..5 (else null).

@@ -3,9 +3,9 @@
 //
 // A shape sizes the result, prepares the buffers the primitive reads and
 // writes, and times the call alone.  The region (--roi) is processed in
-// place within a copy of the input, so the result shows it in context;
-// shapes that change the layout leave the rest of the result black, and
-// resize scales the region alone.  Neighbourhood filters read a footprint
+// place within a copy of the input, so the result shows it in context (the
+// shapes that change the layout copy the input into the new layout first),
+// and resize scales the region alone.  Neighbourhood filters read a footprint
 // around the region: where it leaves the picture, the shape supplies the
 // nearest edge pixel, as the library generates no border of its own.
 #include <errno.h>
@@ -57,6 +57,11 @@ LumStatus run_to_planes(const Op &, Job &job)
     const LumiRect &r = job.p.roi;
     if (!make_image(&job.out, in.width, in.height * 3, 1, &job.error))
         return 1;
+    // Outside the region each plane keeps its channel of the input.
+    for (int c = 0; c < 3; ++c)
+        for (int y = 0; y < in.height; ++y)
+            for (int x = 0; x < in.width; ++x)
+                *job.out.at(x, c * in.height + y) = in.at(x, y)[c];
     Lum8u *planes[3];
     for (int c = 0; c < 3; ++c)
         planes[c] = job.out.at(r.x, c * in.height + r.y);
@@ -75,6 +80,11 @@ LumStatus run_from_planes(const Op &, Job &job)
     int h = in.height / 3;
     if (!make_image(&job.out, in.width, h, 3, &job.error))
         return 1;
+    // Outside the region each pixel keeps its three planes' values.
+    for (int c = 0; c < 3; ++c)
+        for (int y = 0; y < h; ++y)
+            for (int x = 0; x < in.width; ++x)
+                job.out.at(x, y)[c] = *in.at(x, c * h + y);
     const Lum8u *planes[3];
     for (int c = 0; c < 3; ++c)
         planes[c] = in.at(r.x, c * h + r.y);

@@ -2,6 +2,7 @@
 # Builds and runs the benchmark program (Lumi against OpenCV, single-threaded,
 # 1920x1080).  Extra arguments go to Google Benchmark, e.g.
 #   scripts/bench.sh --benchmark_filter=resize
+#   scripts/bench.sh --report DIR     also DIR/bench.csv, bench.json, ratios.png
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/deps.sh

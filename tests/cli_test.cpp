@@ -445,6 +445,23 @@ TEST_F(Cli, ListShowsEveryRowAndWhetherItIsLive)
     }
 }
 
+// split and merge with --roi: inside the region the primitive's result,
+// outside it the input in the new layout.
+TEST_F(Cli, LayoutChangesKeepTheInputOutsideTheRegion)
+{
+    Image in = noise(W, H, 3);
+    save("in.ppm", in);
+    ASSERT_EQ(lumi("split --roi 3,2,15,11 in.ppm planes.pgm").code, 0);
+    Image planes = load("planes.pgm", 1);
+    ASSERT_EQ(planes.height, 3 * H);
+    for (int c = 0; c < 3; ++c)
+        for (int y = 0; y < H; ++y)
+            for (int x = 0; x < W; ++x)
+                ASSERT_EQ(*planes.at(x, c * H + y), in.at(x, y)[c]) << c << " " << x << "," << y;
+    ASSERT_EQ(lumi("merge --roi 3,2,15,11 planes.pgm back.ppm").code, 0);
+    EXPECT_TRUE(load("back.ppm", 3).pixels == in.pixels);
+}
+
 // One version everywhere, and a library named by the environment is the only
 // one tried.
 TEST_F(Cli, VersionAndTheLibraryItLoads)
