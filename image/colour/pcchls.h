@@ -85,12 +85,32 @@ inline __m128i to_int(__m128 x, Convert c)
 }
 
 /* -------------------------------------------------------- vector basics -- */
-
+/*
+ * The body's kernels are written over V (four lanes, __m128) with these
+ * names for the operations they use, so that they read like the scalar
+ * forms beside them.
+ */
+template <class V> V splat(float v);
+template <> inline __m128 splat<__m128>(float v) { return _mm_set1_ps(v); }
 inline __m128 k4(float v) { return _mm_set1_ps(v); }
 
 /* The larger and smaller of two, as the vector max and min give them. */
 inline float max_of(float a, float b) { return a > b ? a : b; }
 inline float min_of(float a, float b) { return a < b ? a : b; }
+
+inline __m128 add(__m128 a, __m128 b) { return _mm_add_ps(a, b); }
+inline __m128 sub(__m128 a, __m128 b) { return _mm_sub_ps(a, b); }
+inline __m128 mul(__m128 a, __m128 b) { return _mm_mul_ps(a, b); }
+inline __m128 div(__m128 a, __m128 b) { return _mm_div_ps(a, b); }
+inline __m128 vmax(__m128 a, __m128 b) { return _mm_max_ps(a, b); }
+inline __m128 vmin(__m128 a, __m128 b) { return _mm_min_ps(a, b); }
+inline __m128 rcp(__m128 a) { return _mm_rcp_ps(a); }
+inline __m128 eq(__m128 a, __m128 b) { return _mm_cmpeq_ps(a, b); }
+inline __m128 lt(__m128 a, __m128 b) { return _mm_cmplt_ps(a, b); }
+inline __m128 le(__m128 a, __m128 b) { return _mm_cmple_ps(a, b); }
+inline __m128 gt(__m128 a, __m128 b) { return _mm_cmpgt_ps(a, b); }
+inline __m128 band(__m128 a, __m128 b) { return _mm_and_ps(a, b); }
+inline __m128 bandnot(__m128 a, __m128 b) { return _mm_andnot_ps(a, b); }
 
 /* mask ? a : b, lane by lane. */
 inline __m128 select(__m128 mask, __m128 a, __m128 b)
@@ -102,10 +122,6 @@ inline __m128 select(__m128 mask, __m128 a, __m128 b)
 #endif
 }
 
-inline __m128i select(__m128 mask, __m128i a, __m128i b)
-{
-    return _mm_castps_si128(select(mask, _mm_castsi128_ps(a), _mm_castsi128_ps(b)));
-}
 
 /* The processor's reciprocal estimate of one value, and the same refined by
  * one Newton step written as (2r) - ((x*r)*r). */
@@ -138,14 +154,15 @@ inline float hue_degrees(float r, float g, float b, float mx, float rd)
     return hue;
 }
 
-inline __m128 hue_degrees(__m128 r, __m128 g, __m128 b, __m128 mx, __m128 rd)
+template <class V>
+inline V hue_degrees(V r, V g, V b, V mx, V rd)
 {
-    const __m128 sixty = k4(60.0f);
-    const __m128 hr = _mm_mul_ps(_mm_mul_ps(_mm_sub_ps(g, b), sixty), rd);
-    const __m128 hg = _mm_add_ps(_mm_mul_ps(_mm_mul_ps(_mm_sub_ps(b, r), sixty), rd), k4(120.0f));
-    const __m128 hb = _mm_add_ps(_mm_mul_ps(_mm_mul_ps(_mm_sub_ps(r, g), sixty), rd), k4(240.0f));
-    __m128 hue = select(_mm_cmpeq_ps(mx, r), hr, select(_mm_cmpeq_ps(mx, g), hg, hb));
-    return _mm_add_ps(hue, _mm_and_ps(_mm_cmplt_ps(hue, _mm_setzero_ps()), k4(360.0f)));
+    const V sixty = splat<V>(60.0f);
+    const V hr = mul(mul(sub(g, b), sixty), rd);
+    const V hg = add(mul(mul(sub(b, r), sixty), rd), splat<V>(120.0f));
+    const V hb = add(mul(mul(sub(r, g), sixty), rd), splat<V>(240.0f));
+    const V hue = select(eq(mx, r), hr, select(eq(mx, g), hg, hb));
+    return add(hue, band(lt(hue, splat<V>(0.0f)), splat<V>(360.0f)));
 }
 
 /* One integer pixel's H, L, S, converted but neither clamped nor biased. */
@@ -169,53 +186,55 @@ inline void hls_tail(float r, float g, float b, Convert cv, int32_t out[3])
     out[0] = to_int(hue_degrees(r, g, b, mx, rd) * Rg::hue_out, cv);
 }
 
-/* Four integer pixels the same way with the bare estimate.  A grey lane
- * (delta 0) takes 0.5 on sum and delta so that no estimate of zero is
- * formed, and has H and S masked to zero. */
-template <class Rg>
-inline void hls_body(__m128 r, __m128 g, __m128 b, Convert cv, __m128i out[3])
+/* Integer pixels the same way with the bare estimate, before conversion.
+ * A grey lane (delta 0) takes 0.5 on sum and delta so that no estimate of
+ * zero is formed, and has H and S masked to zero (which every mode of
+ * conversion keeps). */
+template <class Rg, class V>
+inline void hls_body(V r, V g, V b, V out[3])
 {
-    const __m128 mx = _mm_max_ps(_mm_max_ps(r, g), b);
-    const __m128 mn = _mm_min_ps(_mm_min_ps(r, g), b);
-    __m128 delta = _mm_sub_ps(mx, mn);
-    __m128 sum = _mm_add_ps(mx, mn);
-    const __m128 lum = _mm_mul_ps(k4(0.5f), sum);
-    out[1] = to_int(lum, cv);
-    const __m128 grey = _mm_cmpeq_ps(delta, _mm_setzero_ps());
-    sum = select(_mm_cmpgt_ps(lum, k4(Rg::mid)), _mm_sub_ps(k4(Rg::twice), sum), sum);
-    const __m128 safe = _mm_and_ps(grey, k4(0.5f));
-    sum = _mm_add_ps(sum, safe);
-    delta = _mm_add_ps(delta, safe);
-    const __m128 rs = _mm_rcp_ps(sum), rd = _mm_rcp_ps(delta);
-    const __m128 s = _mm_mul_ps(_mm_mul_ps(delta, rs), k4(Rg::top));
-    const __m128 h = _mm_mul_ps(hue_degrees(r, g, b, mx, rd), k4(Rg::hue_out));
-    out[0] = _mm_andnot_si128(_mm_castps_si128(grey), to_int(h, cv));
-    out[2] = _mm_andnot_si128(_mm_castps_si128(grey), to_int(s, cv));
+    const V mx = vmax(vmax(r, g), b);
+    const V mn = vmin(vmin(r, g), b);
+    V delta = sub(mx, mn);
+    V sum = add(mx, mn);
+    const V lum = mul(splat<V>(0.5f), sum);
+    const V grey = eq(delta, splat<V>(0.0f));
+    sum = select(gt(lum, splat<V>(Rg::mid)), sub(splat<V>(Rg::twice), sum), sum);
+    const V safe = band(grey, splat<V>(0.5f));
+    sum = add(sum, safe);
+    delta = add(delta, safe);
+    const V rs = rcp(sum), rd = rcp(delta);
+    const V s = mul(mul(delta, rs), splat<V>(Rg::top));
+    const V h = mul(hue_degrees(r, g, b, mx, rd), splat<V>(Rg::hue_out));
+    out[0] = bandnot(grey, h);
+    out[1] = lum;
+    out[2] = bandnot(grey, s);
 }
 
 /* Float pixels: true division, grey up to kAchromatic, nothing clamped.
- * Written for four lanes only; a row's last pixels run through it from a
+ * Written for vectors only; a row's last pixels run through it from a
  * copy, so that every pixel sees the same operations. */
-inline void hls_32f(__m128 r, __m128 g, __m128 b, __m128 out[3])
+template <class V>
+inline void hls_32f(V r, V g, V b, V out[3])
 {
-    const __m128 mx = _mm_max_ps(_mm_max_ps(r, g), b);
-    const __m128 mn = _mm_min_ps(_mm_min_ps(r, g), b);
-    const __m128 delta = _mm_sub_ps(mx, mn);
-    const __m128 sum = _mm_add_ps(mx, mn);
-    const __m128 lum = _mm_mul_ps(k4(0.5f), sum);
-    const __m128 grey = _mm_cmple_ps(delta, k4(kAchromatic));
-    const __m128 dark = _mm_cmple_ps(lum, k4(0.5f));
-    const __m128 s = select(dark, _mm_div_ps(delta, sum),
-                            _mm_div_ps(delta, _mm_sub_ps(k4(2.0f), sum)));
-    const __m128 sixty = k4(60.0f);
-    const __m128 hr = _mm_div_ps(_mm_mul_ps(_mm_sub_ps(g, b), sixty), delta);
-    const __m128 hg = _mm_add_ps(_mm_div_ps(_mm_mul_ps(_mm_sub_ps(b, r), sixty), delta), k4(120.0f));
-    const __m128 hb = _mm_add_ps(_mm_div_ps(_mm_mul_ps(_mm_sub_ps(r, g), sixty), delta), k4(240.0f));
-    __m128 hue = select(_mm_cmpeq_ps(mx, r), hr, select(_mm_cmpeq_ps(mx, g), hg, hb));
-    hue = _mm_add_ps(hue, _mm_and_ps(_mm_cmplt_ps(hue, _mm_setzero_ps()), k4(360.0f)));
-    out[0] = _mm_andnot_ps(grey, _mm_div_ps(hue, k4(360.0f)));
+    const V mx = vmax(vmax(r, g), b);
+    const V mn = vmin(vmin(r, g), b);
+    const V delta = sub(mx, mn);
+    const V sum = add(mx, mn);
+    const V lum = mul(splat<V>(0.5f), sum);
+    const V grey = le(delta, splat<V>(kAchromatic));
+    const V dark = le(lum, splat<V>(0.5f));
+    /* Each lane's operands are chosen first, then divided once: the same
+     * operations per pixel as the branches, a third of the divisions. */
+    const V s = div(delta, select(dark, sum, sub(splat<V>(2.0f), sum)));
+    const V is_r = eq(mx, r), is_g = eq(mx, g);
+    const V diff = select(is_r, sub(g, b), select(is_g, sub(b, r), sub(r, g)));
+    const V q = div(mul(diff, splat<V>(60.0f)), delta);
+    V hue = select(is_r, q, add(q, select(is_g, splat<V>(120.0f), splat<V>(240.0f))));
+    hue = add(hue, band(lt(hue, splat<V>(0.0f)), splat<V>(360.0f)));
+    out[0] = bandnot(grey, div(hue, splat<V>(360.0f)));
     out[1] = lum;
-    out[2] = _mm_andnot_ps(grey, s);
+    out[2] = bandnot(grey, s);
 }
 
 /* ------------------------------------------------------- HLS -> RGB ------ */
@@ -262,25 +281,26 @@ inline void rgb_from_hls(float h, float l, float s, float out[3])
     out[2] = channel<F>(hb, m1, m2);
 }
 
-/* The body's form (A) on four lanes. */
-inline __m128 channel(__m128 x, __m128 m1, __m128 m2)
+/* The body's form (A) on vectors. */
+template <class V>
+inline V channel(V x, V m1, V m2)
 {
-    const __m128 up = _mm_cmplt_ps(x, k4(60.0f));
-    const __m128 pos = select(up, x, _mm_sub_ps(k4(240.0f), x));
-    const __m128 ramp = _mm_add_ps(_mm_mul_ps(_mm_mul_ps(pos, k4(kSixtieth)), _mm_sub_ps(m2, m1)), m1);
-    const __m128 flat = select(_mm_cmplt_ps(x, k4(240.0f)), ramp, m1);
-    return select(up, ramp, select(_mm_cmplt_ps(x, k4(180.0f)), m2, flat));
+    const V up = lt(x, splat<V>(60.0f));
+    const V pos = select(up, x, sub(splat<V>(240.0f), x));
+    const V ramp = add(mul(mul(pos, splat<V>(kSixtieth)), sub(m2, m1)), m1);
+    const V flat = select(lt(x, splat<V>(240.0f)), ramp, m1);
+    return select(up, ramp, select(lt(x, splat<V>(180.0f)), m2, flat));
 }
 
-inline void rgb_from_hls(__m128 h, __m128 l, __m128 s, __m128 out[3])
+template <class V>
+inline void rgb_from_hls(V h, V l, V s, V out[3])
 {
-    const __m128 ls = _mm_mul_ps(l, s);
-    const __m128 m2 = select(_mm_cmpgt_ps(l, k4(0.5f)), _mm_sub_ps(_mm_add_ps(l, s), ls),
-                             _mm_add_ps(l, ls));
-    const __m128 m1 = _mm_sub_ps(_mm_mul_ps(k4(2.0f), l), m2);
-    __m128 hr = _mm_add_ps(h, k4(120.0f)), hb = _mm_sub_ps(h, k4(120.0f));
-    hr = _mm_sub_ps(hr, _mm_and_ps(_mm_cmpgt_ps(hr, k4(360.0f)), k4(360.0f)));
-    hb = _mm_add_ps(hb, _mm_and_ps(_mm_cmplt_ps(hb, _mm_setzero_ps()), k4(360.0f)));
+    const V ls = mul(l, s);
+    const V m2 = select(gt(l, splat<V>(0.5f)), sub(add(l, s), ls), add(l, ls));
+    const V m1 = sub(mul(splat<V>(2.0f), l), m2);
+    V hr = add(h, splat<V>(120.0f)), hb = sub(h, splat<V>(120.0f));
+    hr = sub(hr, band(gt(hr, splat<V>(360.0f)), splat<V>(360.0f)));
+    hb = add(hb, band(lt(hb, splat<V>(0.0f)), splat<V>(360.0f)));
     out[0] = channel(hr, m1, m2);
     out[1] = channel(h, m1, m2);
     out[2] = channel(hb, m1, m2);

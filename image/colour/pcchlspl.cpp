@@ -105,17 +105,25 @@ void rgb_tail(float hv, float lv, float sv, const Modes &m, int32_t out[3])
         out[c] = to_int(rgb[c] * Rg::top, m.tail);
 }
 
-/* The same for four pixels in the body's form A. */
-template <class Rg>
-void rgb_body(__m128 hv, __m128 lv, __m128 sv, Convert cv, __m128i out[3])
+/* The same on vectors in the body's form A, before conversion; a grey
+ * lane gives L itself, which converts to itself in every mode. */
+template <class Rg, class V>
+void rgb_body(V hv, V lv, V sv, V out[3])
 {
-    const __m128 s = _mm_mul_ps(sv, k4(Rg::unit_in));
-    __m128 rgb[3];
-    rgb_from_hls(_mm_mul_ps(hv, k4(Rg::hue_in)), _mm_mul_ps(lv, k4(Rg::unit_in)), s, rgb);
-    const __m128 grey = _mm_cmpeq_ps(s, _mm_setzero_ps());
-    const __m128i copy = _mm_cvttps_epi32(lv);
+    const V s = mul(sv, splat<V>(Rg::unit_in));
+    V rgb[3];
+    rgb_from_hls(mul(hv, splat<V>(Rg::hue_in)), mul(lv, splat<V>(Rg::unit_in)), s, rgb);
+    const V grey = eq(s, splat<V>(0.0f));
     for (int c = 0; c < 3; ++c)
-        out[c] = select(grey, copy, to_int(_mm_mul_ps(rgb[c], k4(Rg::top)), cv));
+        out[c] = select(grey, lv, mul(rgb[c], splat<V>(Rg::top)));
+}
+
+/* Eight lanes of one body kernel, as two of four. */
+template <class Body>
+inline void body8(const __m128 lo[3], const __m128 hi[3], __m128 olo[3], __m128 ohi[3], Body body)
+{
+    body(lo, olo);
+    body(hi, ohi);
 }
 
 /* ------------------------------------------------------- row kernels ---- */
@@ -129,10 +137,10 @@ inline float unbiased(typename Rg::T v)
 /* The two directions of an integer row, body and tail, in the modes of
  * this tier. */
 struct ToHls {
-    template <class Rg>
-    static void body(const __m128 in[3], __m128i out[3])
+    template <class Rg, class V>
+    static void body(const V in[3], V out[3])
     {
-        hls_body<Rg>(in[0], in[1], in[2], kToHls.body, out);
+        hls_body<Rg>(in[0], in[1], in[2], out);
     }
     template <class Rg>
     static void tail(const float in[3], int32_t out[3])
@@ -142,10 +150,10 @@ struct ToHls {
 };
 
 struct ToRgb {
-    template <class Rg>
-    static void body(const __m128 in[3], __m128i out[3])
+    template <class Rg, class V>
+    static void body(const V in[3], V out[3])
     {
-        rgb_body<Rg>(in[0], in[1], in[2], RgbModes<Rg>::m.body, out);
+        rgb_body<Rg>(in[0], in[1], in[2], out);
     }
     template <class Rg>
     static void tail(const float in[3], int32_t out[3])
@@ -154,28 +162,51 @@ struct ToRgb {
     }
 };
 
+template <class Dir, class Rg> struct BodyConvert { static constexpr Convert cv = kToHls.body; };
+template <class Rg> struct BodyConvert<ToRgb, Rg> { static constexpr Convert cv = RgbModes<Rg>::m.body; };
+
+/* Converted body results of four pixels, interleaved. */
+template <class Dir, class Rg>
+inline void convert_block(const __m128 v[3], __m128i q[3])
+{
+    __m128i i[3];
+    for (int c = 0; c < 3; ++c)
+        i[c] = to_int(v[c], BodyConvert<Dir, Rg>::cv);
+    interleave(i, q);
+}
+
 template <class Rg, class Dir>
 void row_c3(const typename Rg::T *src, typename Rg::T *dst, int32_t width)
 {
+    const auto body = [](const auto *in, auto *out) { Dir::template body<Rg>(in, out); };
     int32_t x = 0;
-    __m128 in[3];
-    __m128i out[3], q[6];
+    __m128 lo[3], hi[3], olo[3], ohi[3];
+    __m128i q[6];
     if constexpr (sizeof(typename Rg::T) == 1) {
-        __m128 hi[3];
         for (; x < (width & ~7); x += 8) {
-            load8((const Lum8u *)src + 3 * x, in, hi);
-            Dir::template body<Rg>(in, out);
-            interleave(out, q);
-            Dir::template body<Rg>(hi, out);
-            interleave(out, q + 3);
+            load8((const Lum8u *)src + 3 * x, lo, hi);
+            body8(lo, hi, olo, ohi, body);
+            convert_block<Dir, Rg>(olo, q);
+            convert_block<Dir, Rg>(ohi, q + 3);
             store8((Lum8u *)dst + 3 * x, q);
         }
     } else {
-        for (; x < (width & ~3); x += 4) {
-            load4<Rg>(src + 3 * x, in);
-            Dir::template body<Rg>(in, out);
-            interleave(out, q);
+        const int32_t end = width & ~3;
+        for (; x + 8 <= end; x += 8) {
+            load4<Rg>(src + 3 * x, lo);
+            load4<Rg>(src + 3 * x + 12, hi);
+            body8(lo, hi, olo, ohi, body);
+            convert_block<Dir, Rg>(olo, q);
+            convert_block<Dir, Rg>(ohi, q + 3);
             store4<Rg>(dst + 3 * x, q);
+            store4<Rg>(dst + 3 * x + 12, q + 3);
+        }
+        if (x < end) {
+            load4<Rg>(src + 3 * x, lo);
+            body(lo, olo);
+            convert_block<Dir, Rg>(olo, q);
+            store4<Rg>(dst + 3 * x, q);
+            x += 4;
         }
     }
     for (; x < width; ++x) {
@@ -188,44 +219,70 @@ void row_c3(const typename Rg::T *src, typename Rg::T *dst, int32_t width)
     }
 }
 
-/* Float rows.  RGB -> HLS has one formula for every pixel: the last one to
- * three go through the four-lane code from a zero-padded copy. */
-void row_to_hls_32f(const Lum32f *src, Lum32f *dst, int32_t width)
-{
-    __m128 in[3], out[3], q[3];
-    int32_t x = 0;
-    for (; x < (width & ~3); x += 4) {
-        load4(src + 3 * x, in);
+/* Float rows: the kernels of both directions, and the vector blocks of
+ * 0..end (a multiple of four). */
+struct Hls32f {
+    template <class V>
+    static void body(const V in[3], V out[3])
+    {
         hls_32f(in[0], in[1], in[2], out);
-        interleave(out[0], out[1], out[2], q);
+    }
+};
+
+struct Rgb32f {
+    template <class V>
+    static void body(const V in[3], V out[3])
+    {
+        rgb_from_hls(mul(in[0], splat<V>(360.0f)), in[1], in[2], out);
+        const V grey = eq(in[2], splat<V>(0.0f));
+        for (int c = 0; c < 3; ++c)
+            out[c] = select(grey, in[1], out[c]);
+    }
+};
+
+template <class Kernel>
+void blocks_32f(const Lum32f *src, Lum32f *dst, int32_t end)
+{
+    const auto body = [](const auto *in, auto *out) { Kernel::body(in, out); };
+    __m128 lo[3], hi[3], olo[3], ohi[3], q[3];
+    int32_t x = 0;
+    for (; x + 8 <= end; x += 8) {
+        load4(src + 3 * x, lo);
+        load4(src + 3 * x + 12, hi);
+        body8(lo, hi, olo, ohi, body);
+        interleave(olo[0], olo[1], olo[2], q);
+        store4(dst + 3 * x, q);
+        interleave(ohi[0], ohi[1], ohi[2], q);
+        store4(dst + 3 * x + 12, q);
+    }
+    if (x < end) {
+        load4(src + 3 * x, lo);
+        body(lo, olo);
+        interleave(olo[0], olo[1], olo[2], q);
         store4(dst + 3 * x, q);
     }
+}
+
+/* RGB -> HLS has one formula for every pixel: the last one to three go
+ * through the vector code from a zero-padded copy. */
+void row_to_hls_32f(const Lum32f *src, Lum32f *dst, int32_t width)
+{
+    const int32_t x = width & ~3;
+    blocks_32f<Hls32f>(src, dst, x);
     if (x < width) {
         const size_t bytes = sizeof(Lum32f) * 3 * (size_t)(width - x);
         Lum32f part[12] = {};
         memcpy(part, src + 3 * x, bytes);
-        load4(part, in);
-        hls_32f(in[0], in[1], in[2], out);
-        interleave(out[0], out[1], out[2], q);
-        store4(part, q);
+        blocks_32f<Hls32f>(part, part, 4);
         memcpy(dst + 3 * x, part, bytes);
     }
 }
 
+/* HLS -> RGB: form A in the body, form B in the tail, S = 0 copying L. */
 void row_to_rgb_32f(const Lum32f *src, Lum32f *dst, int32_t width)
 {
-    int32_t x = 0;
-    __m128 in[3], rgb[3], q[3];
-    for (; x < (width & ~3); x += 4) {
-        load4(src + 3 * x, in);
-        rgb_from_hls(_mm_mul_ps(in[0], k4(360.0f)), in[1], in[2], rgb);
-        const __m128 grey = _mm_cmpeq_ps(in[2], _mm_setzero_ps());
-        for (int c = 0; c < 3; ++c)
-            rgb[c] = select(grey, in[1], rgb[c]);
-        interleave(rgb[0], rgb[1], rgb[2], q);
-        store4(dst + 3 * x, q);
-    }
-    for (; x < width; ++x) {
+    blocks_32f<Rgb32f>(src, dst, width & ~3);
+    for (int32_t x = width & ~3; x < width; ++x) {
         const Lum32f *s = src + 3 * x;
         float v[3] = {s[1], s[1], s[1]};
         if (s[2] != 0.0f)
@@ -238,12 +295,12 @@ void row_to_rgb_32f(const Lum32f *src, Lum32f *dst, int32_t width)
 void row_bgr_to_hls(const Lum8u *const b[3], Lum8u *const d[3], int32_t width)
 {
     int32_t x = 0;
-    __m128i out[3];
+    __m128 out[3];
     for (; x < (width & ~3); x += 4) {
         hls_body<Range8u>(load_plane4(b[2] + x), load_plane4(b[1] + x), load_plane4(b[0] + x),
-                          kPlanar.body, out);
+                          out);
         for (int c = 0; c < 3; ++c)
-            store_plane4(d[c] + x, out[c]);
+            store_plane4(d[c] + x, to_int(out[c], kPlanar.body));
     }
     for (; x < width; ++x) {
         int32_t v[3];
@@ -256,12 +313,12 @@ void row_bgr_to_hls(const Lum8u *const b[3], Lum8u *const d[3], int32_t width)
 void row_hls_to_bgr(const Lum8u *const s[3], Lum8u *const d[3], int32_t width)
 {
     int32_t x = 0;
-    __m128i out[3];
+    __m128 out[3];
     for (; x < (width & ~3); x += 4) {
         rgb_body<Range8u>(load_plane4(s[0] + x), load_plane4(s[1] + x), load_plane4(s[2] + x),
-                          kPlanar.body, out);
+                          out);
         for (int c = 0; c < 3; ++c)
-            store_plane4(d[2 - c] + x, out[c]);
+            store_plane4(d[2 - c] + x, to_int(out[c], kPlanar.body));
     }
     for (; x < width; ++x) {
         int32_t v[3];
