@@ -65,6 +65,7 @@ typedef void *(*GetProcFn)(const char *);
 typedef LumStatus (*PixelsFn)(const Lum8u *, int, Lum8u *, int, LumiSize);
 typedef LumStatus (*ToPlanesFn)(const Lum8u *, int, Lum8u *const *, int, LumiSize);
 typedef LumStatus (*FromPlanesFn)(const Lum8u *const *, int, Lum8u *, int, LumiSize);
+typedef decltype(&lumiBGRToHLS_8u_P3R) PlanesFn;
 typedef LumStatus (*FilterFn)(const Lum8u *, int, Lum8u *, int, LumiSize, LumiSize, LumiPoint);
 typedef LumStatus (*FilterInPlaceFn)(Lum8u *, int, LumiSize, LumiSize, LumiPoint);
 typedef LumStatus (*ResizeFn)(const Lum8u *, LumiSize, int, LumiRect, Lum8u *, int, LumiSize,
