@@ -94,6 +94,25 @@ LumStatus run_from_planes(const Op &, Job &job)
     });
 }
 
+// Three stacked planes in, three stacked planes out.
+template <typename Fn>
+LumStatus run_planes(const Op &, Job &job)
+{
+    const Image &in = *job.in;
+    const LumiRect &r = job.p.roi;
+    int h = in.height / 3;
+    job.out = in;
+    const Lum8u *src[3];
+    Lum8u *dst[3];
+    for (int c = 0; c < 3; ++c) {
+        src[c] = in.at(r.x, c * h + r.y);
+        dst[c] = job.out.at(r.x, c * h + r.y);
+    }
+    return timed(job, [&] {
+        return ((Fn)job.fn)(src, in.step(), dst, job.out.step(), roi_size(job.p));
+    });
+}
+
 // The footprint of a filter over the region: `before` pixels left and above
 // it, `after` right and below, the picture's edge pixels repeated outside it.
 // `spare` more rows stand below, which the in-place engines may read.
@@ -206,6 +225,14 @@ const std::vector<Op> kOps = {
      "interleaved RGB to Y, U and V planes"),
     LUMI_CLI_OP(lumiYUVToRGB_8u_P3C3R, "yuv2rgb-planes", 3, kPlanes, kInterleaved, 0, run_from_planes,
      "Y, U and V planes to interleaved RGB"),
+    LUMI_CLI_OP(lumiRGBToHLS_8u_C3R, "rgb2hls", 3, kInterleaved, kInterleaved, 0, run_pixels,
+     "RGB to H, L, S, interleaved"),
+    LUMI_CLI_OP(lumiHLSToRGB_8u_C3R, "hls2rgb", 3, kInterleaved, kInterleaved, 0, run_pixels,
+     "H, L, S to RGB, interleaved"),
+    LUMI_CLI_OP(lumiBGRToHLS_8u_P3R, "bgr2hls-planes", 3, kPlanes, kPlanes, 0, run_planes,
+     "B, G, R planes to H, L, S planes"),
+    LUMI_CLI_OP(lumiHLSToBGR_8u_P3R, "hls2bgr-planes", 3, kPlanes, kPlanes, 0, run_planes,
+     "H, L, S planes to B, G, R planes"),
     LUMI_CLI_OP(lumiResize_8u_C1R, "resize", 1, kInterleaved, kInterleaved, kResize, run_resize,
      "scale a grey picture"),
     LUMI_CLI_OP(lumiResize_8u_C3R, "resize", 3, kInterleaved, kInterleaved, kResize, run_resize,
@@ -453,10 +480,12 @@ Image input_from_rgb(const Op &op, const Image &rgb)
     Image planes;
     std::string err;
     make_image(&planes, rgb.width, rgb.height * 3, 1, &err);
+    // The blue-green-red forms read their planes in that order.
+    const bool bgr = strncmp(op.name, "lumiBGR", 7) == 0;
     for (int c = 0; c < 3; ++c)
         for (int y = 0; y < rgb.height; ++y)
             for (int x = 0; x < rgb.width; ++x)
-                *planes.at(x, c * rgb.height + y) = rgb.at(x, y)[c];
+                *planes.at(x, c * rgb.height + y) = rgb.at(x, y)[bgr ? 2 - c : c];
     return planes;
 }
 

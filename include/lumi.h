@@ -276,6 +276,36 @@ LUMI_API LumStatus lumiYUVToRGB_8u_P3C3R(const Lum8u *const pSrc[3], int32_t src
 
 /* ------------------------------------------------- colour: RGB and HLS -- */
 
+/* RGB <-> hue, lightness, saturation, computed in float.  Integer forms map
+ * the type's range onto 0..1 (16s biased by 32768) and hue's 360 degrees onto
+ * the full range; 32f keeps 0..1 and clamps nothing.  The body of a row (8
+ * pixels a round for 8u, 4 otherwise) uses the processor's reciprocal
+ * estimate and the pixels after it a refined one, and the tiers convert to
+ * integers in different modes (see README).  Steps are in bytes. */
+LUMI_API LumStatus lumiRGBToHLS_8u_C3R(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst,
+                                       int32_t dstStep, LumiSize roiSize);
+LUMI_API LumStatus lumiRGBToHLS_16u_C3R(const Lum16u *pSrc, int32_t srcStep, Lum16u *pDst,
+                                        int32_t dstStep, LumiSize roiSize);
+LUMI_API LumStatus lumiRGBToHLS_16s_C3R(const Lum16s *pSrc, int32_t srcStep, Lum16s *pDst,
+                                        int32_t dstStep, LumiSize roiSize);
+LUMI_API LumStatus lumiRGBToHLS_32f_C3R(const Lum32f *pSrc, int32_t srcStep, Lum32f *pDst,
+                                        int32_t dstStep, LumiSize roiSize);
+LUMI_API LumStatus lumiHLSToRGB_8u_C3R(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst,
+                                       int32_t dstStep, LumiSize roiSize);
+LUMI_API LumStatus lumiHLSToRGB_16u_C3R(const Lum16u *pSrc, int32_t srcStep, Lum16u *pDst,
+                                        int32_t dstStep, LumiSize roiSize);
+LUMI_API LumStatus lumiHLSToRGB_16s_C3R(const Lum16s *pSrc, int32_t srcStep, Lum16s *pDst,
+                                        int32_t dstStep, LumiSize roiSize);
+LUMI_API LumStatus lumiHLSToRGB_32f_C3R(const Lum32f *pSrc, int32_t srcStep, Lum32f *pDst,
+                                        int32_t dstStep, LumiSize roiSize);
+/* Planes: the source of BGRToHLS holds B, G, R and its destination H, L, S;
+ * HLSToBGR the other way round.  Each side's planes share one step, which
+ * must be at least 1. */
+LUMI_API LumStatus lumiBGRToHLS_8u_P3R(const Lum8u *const pSrc[3], int32_t srcStep,
+                                       Lum8u *const pDst[3], int32_t dstStep, LumiSize roiSize);
+LUMI_API LumStatus lumiHLSToBGR_8u_P3R(const Lum8u *const pSrc[3], int32_t srcStep,
+                                       Lum8u *const pDst[3], int32_t dstStep, LumiSize roiSize);
+
 /* -------------------------------------------------------- filters: box -- */
 
 /* Mean of a maskSize window whose cell `anchor` lies over each output pixel;

@@ -1,0 +1,431 @@
+/*
+ * RGB <-> HLS arithmetic shared by the row kernels of pcchlspl.cpp: the
+ * per-type ranges, the per-tier modes of conversion, the scalar formulas of
+ * a row's tail and their four-lane twins of the body, and the moves between
+ * interleaved pixels and one register per channel.
+ *
+ * Compiled once per tier; everything lives in LUMI_NS.  The scalar and the
+ * vector form of each step are written next to each other with the same
+ * operations in the same order, so that they differ only where they are
+ * meant to: the body takes the processor's approximate reciprocal as it is,
+ * the tail refines it by one Newton step, and the two may convert to
+ * integers in different modes.
+ */
+#ifndef LUMI_PCCHLS_H
+#define LUMI_PCCHLS_H
+
+#include "tier.h"
+
+#include <emmintrin.h>
+#include <pmmintrin.h>
+#include <stddef.h>
+#include <string.h>
+#if LUMI_TIER_LEVEL >= LUMI_TIER_SSE41
+#include <smmintrin.h>
+#endif
+
+namespace LUMI_NS {
+namespace hls {
+
+/* ------------------------------------------------------ ranges by type -- */
+/*
+ * Integer pixels are mapped onto floats in 0..top (16s after adding 32768),
+ * hue runs over 0..360 degrees inside and is scaled to 0..top on the way
+ * out.  `bias` is what a stored value has subtracted: 32768 for 16s.
+ */
+struct Range8u {
+    typedef Lum8u T;
+    static constexpr float top = 255.0f, mid = 127.5f, twice = 510.0f;
+    static constexpr float hue_out = 0x1.6aaaaap-1f;  /* 255 / 360 */
+    static constexpr float hue_in = 0x1.69696ap+0f;   /* 360 / 255 */
+    static constexpr float unit_in = 0x1.010102p-8f;  /* 1 / 255 */
+    static constexpr int32_t bias = 0;
+};
+struct Range16u {
+    typedef Lum16u T;
+    static constexpr float top = 65535.0f, mid = 32767.5f, twice = 131070.0f;
+    static constexpr float hue_out = 0x1.6c1556p+7f;  /* 65535 / 360 */
+    static constexpr float hue_in = 0x1.680168p-8f;   /* 360 / 65535 */
+    static constexpr float unit_in = 0x1.0001p-16f;   /* 1 / 65535 */
+    static constexpr int32_t bias = 0;
+};
+struct Range16s : Range16u {
+    typedef Lum16s T;
+    static constexpr int32_t bias = 32768;
+};
+
+constexpr float kSixtieth = 0x1.111112p-6f;   /* 1 / 60, rounded up */
+constexpr float kAchromatic = 0x1.0p-23f;     /* 32f: a delta at most this is grey */
+constexpr float kAlmostHalf = 0x1.fffd6p-2f;  /* 0.49999 */
+
+/* ------------------------------------------------- conversion to integer */
+
+enum Convert {
+    kTruncate,   /* toward zero */
+    kNearest,    /* the thread's rounding mode, nearest unless the caller changed it */
+    kHalfDown    /* add 0.49999, then toward zero */
+};
+
+/* How the HLS -> RGB formulas map H, L, S to degrees and 0..1: A multiplies
+ * by reciprocals and ramps with x / 60 as a product, B divides. */
+enum Form { kFormA, kFormB };
+
+inline int32_t to_int(float x, Convert c)
+{
+    if (c == kHalfDown)
+        x = x + kAlmostHalf;
+    return c == kNearest ? _mm_cvtss_si32(_mm_set_ss(x)) : _mm_cvttss_si32(_mm_set_ss(x));
+}
+
+inline __m128i to_int(__m128 x, Convert c)
+{
+    if (c == kHalfDown)
+        x = _mm_add_ps(x, _mm_set1_ps(kAlmostHalf));
+    return c == kNearest ? _mm_cvtps_epi32(x) : _mm_cvttps_epi32(x);
+}
+
+/* -------------------------------------------------------- vector basics -- */
+/*
+ * The body's kernels are written over V (four lanes, __m128) with these
+ * names for the operations they use, so that they read like the scalar
+ * forms beside them.
+ */
+template <class V> V splat(float v);
+template <> inline __m128 splat<__m128>(float v) { return _mm_set1_ps(v); }
+inline __m128 k4(float v) { return _mm_set1_ps(v); }
+
+/* The larger and smaller of two, as the vector max and min give them. */
+inline float max_of(float a, float b) { return a > b ? a : b; }
+inline float min_of(float a, float b) { return a < b ? a : b; }
+
+inline __m128 add(__m128 a, __m128 b) { return _mm_add_ps(a, b); }
+inline __m128 sub(__m128 a, __m128 b) { return _mm_sub_ps(a, b); }
+inline __m128 mul(__m128 a, __m128 b) { return _mm_mul_ps(a, b); }
+inline __m128 div(__m128 a, __m128 b) { return _mm_div_ps(a, b); }
+inline __m128 vmax(__m128 a, __m128 b) { return _mm_max_ps(a, b); }
+inline __m128 vmin(__m128 a, __m128 b) { return _mm_min_ps(a, b); }
+inline __m128 rcp(__m128 a) { return _mm_rcp_ps(a); }
+inline __m128 eq(__m128 a, __m128 b) { return _mm_cmpeq_ps(a, b); }
+inline __m128 lt(__m128 a, __m128 b) { return _mm_cmplt_ps(a, b); }
+inline __m128 le(__m128 a, __m128 b) { return _mm_cmple_ps(a, b); }
+inline __m128 gt(__m128 a, __m128 b) { return _mm_cmpgt_ps(a, b); }
+inline __m128 band(__m128 a, __m128 b) { return _mm_and_ps(a, b); }
+inline __m128 bandnot(__m128 a, __m128 b) { return _mm_andnot_ps(a, b); }
+
+/* mask ? a : b, lane by lane. */
+inline __m128 select(__m128 mask, __m128 a, __m128 b)
+{
+#if LUMI_TIER_LEVEL >= LUMI_TIER_SSE41
+    return _mm_blendv_ps(b, a, mask);
+#else
+    return _mm_or_ps(_mm_and_ps(mask, a), _mm_andnot_ps(mask, b));
+#endif
+}
+
+
+/* The processor's reciprocal estimate of one value, and the same refined by
+ * one Newton step written as (2r) - ((x*r)*r). */
+inline float rcp_estimate(float x)
+{
+    return _mm_cvtss_f32(_mm_rcp_ss(_mm_set_ss(x)));
+}
+
+inline float rcp_refined(float x)
+{
+    const float r = rcp_estimate(x);
+    return 2.0f * r - x * r * r;
+}
+
+/* ------------------------------------------------------- RGB -> HLS ------ */
+
+/* Hue in degrees from the channel that holds the maximum; R wins a tie with
+ * G, and G a tie with B. */
+inline float hue_degrees(float r, float g, float b, float mx, float rd)
+{
+    float hue;
+    if (mx == r)
+        hue = (g - b) * 60.0f * rd;
+    else if (mx == g)
+        hue = (b - r) * 60.0f * rd + 120.0f;
+    else
+        hue = (r - g) * 60.0f * rd + 240.0f;
+    if (hue < 0.0f)
+        hue += 360.0f;
+    return hue;
+}
+
+template <class V>
+inline V hue_degrees(V r, V g, V b, V mx, V rd)
+{
+    const V sixty = splat<V>(60.0f);
+    const V hr = mul(mul(sub(g, b), sixty), rd);
+    const V hg = add(mul(mul(sub(b, r), sixty), rd), splat<V>(120.0f));
+    const V hb = add(mul(mul(sub(r, g), sixty), rd), splat<V>(240.0f));
+    const V hue = select(eq(mx, r), hr, select(eq(mx, g), hg, hb));
+    return add(hue, band(lt(hue, splat<V>(0.0f)), splat<V>(360.0f)));
+}
+
+/* One integer pixel's H, L, S, converted but neither clamped nor biased. */
+template <class Rg>
+inline void hls_tail(float r, float g, float b, Convert cv, int32_t out[3])
+{
+    const float mx = max_of(max_of(r, g), b);
+    const float mn = min_of(min_of(r, g), b);
+    const float delta = mx - mn;
+    float sum = mx + mn;
+    const float lum = 0.5f * sum;
+    out[1] = to_int(lum, cv);
+    if (delta == 0.0f) {
+        out[0] = out[2] = 0;
+        return;
+    }
+    if (lum > Rg::mid)
+        sum = Rg::twice - sum;
+    const float rs = rcp_refined(sum), rd = rcp_refined(delta);
+    out[2] = to_int(delta * rs * Rg::top, cv);
+    out[0] = to_int(hue_degrees(r, g, b, mx, rd) * Rg::hue_out, cv);
+}
+
+/* Integer pixels the same way with the bare estimate, before conversion.
+ * A grey lane (delta 0) takes 0.5 on sum and delta so that no estimate of
+ * zero is formed, and has H and S masked to zero (which every mode of
+ * conversion keeps). */
+template <class Rg, class V>
+inline void hls_body(V r, V g, V b, V out[3])
+{
+    const V mx = vmax(vmax(r, g), b);
+    const V mn = vmin(vmin(r, g), b);
+    V delta = sub(mx, mn);
+    V sum = add(mx, mn);
+    const V lum = mul(splat<V>(0.5f), sum);
+    const V grey = eq(delta, splat<V>(0.0f));
+    sum = select(gt(lum, splat<V>(Rg::mid)), sub(splat<V>(Rg::twice), sum), sum);
+    const V safe = band(grey, splat<V>(0.5f));
+    sum = add(sum, safe);
+    delta = add(delta, safe);
+    const V rs = rcp(sum), rd = rcp(delta);
+    const V s = mul(mul(delta, rs), splat<V>(Rg::top));
+    const V h = mul(hue_degrees(r, g, b, mx, rd), splat<V>(Rg::hue_out));
+    out[0] = bandnot(grey, h);
+    out[1] = lum;
+    out[2] = bandnot(grey, s);
+}
+
+/* Float pixels: true division, grey up to kAchromatic, nothing clamped.
+ * Written for vectors only; a row's last pixels run through it from a
+ * copy, so that every pixel sees the same operations. */
+template <class V>
+inline void hls_32f(V r, V g, V b, V out[3])
+{
+    const V mx = vmax(vmax(r, g), b);
+    const V mn = vmin(vmin(r, g), b);
+    const V delta = sub(mx, mn);
+    const V sum = add(mx, mn);
+    const V lum = mul(splat<V>(0.5f), sum);
+    const V grey = le(delta, splat<V>(kAchromatic));
+    const V dark = le(lum, splat<V>(0.5f));
+    /* Each lane's operands are chosen first, then divided once: the same
+     * operations per pixel as the branches, a third of the divisions. */
+    const V s = div(delta, select(dark, sum, sub(splat<V>(2.0f), sum)));
+    const V is_r = eq(mx, r), is_g = eq(mx, g);
+    const V diff = select(is_r, sub(g, b), select(is_g, sub(b, r), sub(r, g)));
+    const V q = div(mul(diff, splat<V>(60.0f)), delta);
+    V hue = select(is_r, q, add(q, select(is_g, splat<V>(120.0f), splat<V>(240.0f))));
+    hue = add(hue, band(lt(hue, splat<V>(0.0f)), splat<V>(360.0f)));
+    out[0] = bandnot(grey, div(hue, splat<V>(360.0f)));
+    out[1] = lum;
+    out[2] = bandnot(grey, s);
+}
+
+/* ------------------------------------------------------- HLS -> RGB ------ */
+
+/* One channel from its hue position x: a ramp from m1 up to m2 over the
+ * first 60 degrees, m2 up to 180, a ramp down to 240, m1 after. */
+template <Form F>
+inline float ramp(float x, float m1, float m2)
+{
+    if (F == kFormA)
+        return x * kSixtieth * (m2 - m1) + m1;
+    return (m2 - m1) * x / 60.0f + m1;
+}
+
+template <Form F>
+inline float channel(float x, float m1, float m2)
+{
+    if (x < 60.0f)
+        return ramp<F>(x, m1, m2);
+    if (x < 180.0f)
+        return m2;
+    if (x < 240.0f)
+        return ramp<F>(240.0f - x, m1, m2);
+    return m1;
+}
+
+/* h in degrees, l and s in 0..1, to R, G, B in 0..1 (s not zero). */
+template <Form F>
+inline void rgb_from_hls(float h, float l, float s, float out[3])
+{
+    float m2;
+    if (F == kFormA)
+        m2 = l > 0.5f ? l + s - l * s : l + l * s;
+    else
+        m2 = l > 0.5f ? l + s - s * l : (s + 1.0f) * l;
+    const float m1 = 2.0f * l - m2;
+    float hr = h + 120.0f, hb = h - 120.0f;
+    if (hr > 360.0f)
+        hr -= 360.0f;
+    if (hb < 0.0f)
+        hb += 360.0f;
+    out[0] = channel<F>(hr, m1, m2);
+    out[1] = channel<F>(h, m1, m2);
+    out[2] = channel<F>(hb, m1, m2);
+}
+
+/* The body's form (A) on vectors. */
+template <class V>
+inline V channel(V x, V m1, V m2)
+{
+    const V up = lt(x, splat<V>(60.0f));
+    const V pos = select(up, x, sub(splat<V>(240.0f), x));
+    const V ramp = add(mul(mul(pos, splat<V>(kSixtieth)), sub(m2, m1)), m1);
+    const V flat = select(lt(x, splat<V>(240.0f)), ramp, m1);
+    return select(up, ramp, select(lt(x, splat<V>(180.0f)), m2, flat));
+}
+
+template <class V>
+inline void rgb_from_hls(V h, V l, V s, V out[3])
+{
+    const V ls = mul(l, s);
+    const V m2 = select(gt(l, splat<V>(0.5f)), sub(add(l, s), ls), add(l, ls));
+    const V m1 = sub(mul(splat<V>(2.0f), l), m2);
+    V hr = add(h, splat<V>(120.0f)), hb = sub(h, splat<V>(120.0f));
+    hr = sub(hr, band(gt(hr, splat<V>(360.0f)), splat<V>(360.0f)));
+    hb = add(hb, band(lt(hb, splat<V>(0.0f)), splat<V>(360.0f)));
+    out[0] = channel(hr, m1, m2);
+    out[1] = channel(h, m1, m2);
+    out[2] = channel(hb, m1, m2);
+}
+
+/* ------------------------------------- interleaved pixels and channels -- */
+
+/* Four pixels of three floats (a b c, 12 values) to one register per
+ * channel, and back. */
+inline void deinterleave(__m128 a, __m128 b, __m128 c, __m128 out[3])
+{
+    const __m128 ab = _mm_shuffle_ps(a, b, _MM_SHUFFLE(2, 1, 3, 0));  /* a0 a3 b1 b2 */
+    const __m128 bc = _mm_shuffle_ps(b, c, _MM_SHUFFLE(1, 0, 3, 2));  /* b2 b3 c0 c1 */
+    out[0] = _mm_shuffle_ps(ab, bc, _MM_SHUFFLE(3, 0, 1, 0));
+    out[1] = _mm_shuffle_ps(_mm_shuffle_ps(a, b, _MM_SHUFFLE(0, 0, 1, 1)),
+                            _mm_shuffle_ps(b, c, _MM_SHUFFLE(2, 2, 3, 3)), _MM_SHUFFLE(2, 0, 2, 0));
+    out[2] = _mm_shuffle_ps(_mm_shuffle_ps(a, b, _MM_SHUFFLE(1, 1, 2, 2)),
+                            _mm_shuffle_ps(c, c, _MM_SHUFFLE(3, 3, 0, 0)), _MM_SHUFFLE(2, 0, 2, 0));
+}
+
+inline void interleave(__m128 r, __m128 g, __m128 b, __m128 out[3])
+{
+    out[0] = _mm_shuffle_ps(_mm_unpacklo_ps(r, g), _mm_shuffle_ps(b, r, _MM_SHUFFLE(1, 1, 0, 0)),
+                            _MM_SHUFFLE(2, 0, 1, 0));
+    out[1] = _mm_shuffle_ps(_mm_shuffle_ps(g, b, _MM_SHUFFLE(1, 1, 1, 1)),
+                            _mm_shuffle_ps(r, g, _MM_SHUFFLE(2, 2, 2, 2)), _MM_SHUFFLE(2, 0, 2, 0));
+    out[2] = _mm_shuffle_ps(_mm_shuffle_ps(b, r, _MM_SHUFFLE(3, 3, 2, 2)),
+                            _mm_shuffle_ps(g, b, _MM_SHUFFLE(3, 3, 3, 3)), _MM_SHUFFLE(2, 0, 2, 0));
+}
+
+inline void interleave(const __m128i in[3], __m128i out[3])
+{
+    __m128 q[3];
+    interleave(_mm_castsi128_ps(in[0]), _mm_castsi128_ps(in[1]), _mm_castsi128_ps(in[2]), q);
+    for (int k = 0; k < 3; ++k)
+        out[k] = _mm_castps_si128(q[k]);
+}
+
+inline __m128 lo_u16(__m128i v) { return _mm_cvtepi32_ps(_mm_unpacklo_epi16(v, _mm_setzero_si128())); }
+inline __m128 hi_u16(__m128i v) { return _mm_cvtepi32_ps(_mm_unpackhi_epi16(v, _mm_setzero_si128())); }
+
+/* Eight 8u pixels (24 bytes, nothing read after them) as channel floats of
+ * pixels 0..3 in lo, 4..7 in hi. */
+inline void load8(const Lum8u *p, __m128 lo[3], __m128 hi[3])
+{
+    const __m128i z = _mm_setzero_si128();
+    const __m128i v0 = _mm_loadu_si128((const __m128i *)p);
+    const __m128i v1 = _mm_loadl_epi64((const __m128i *)(p + 16));
+    const __m128i w0 = _mm_unpacklo_epi8(v0, z), w1 = _mm_unpackhi_epi8(v0, z);
+    const __m128i w2 = _mm_unpacklo_epi8(v1, z);
+    deinterleave(lo_u16(w0), hi_u16(w0), lo_u16(w1), lo);
+    deinterleave(hi_u16(w1), lo_u16(w2), hi_u16(w2), hi);
+}
+
+/* Four 16-bit pixels (24 bytes).  A signed element plus 32768 is the same
+ * bits read as unsigned with the top bit flipped. */
+template <class Rg>
+inline void load4(const typename Rg::T *p, __m128 out[3])
+{
+    const __m128i flip = _mm_set1_epi16(Rg::bias ? (short)0x8000 : 0);
+    const __m128i v0 = _mm_xor_si128(_mm_loadu_si128((const __m128i *)p), flip);
+    const __m128i v1 = _mm_xor_si128(_mm_loadl_epi64((const __m128i *)(p + 8)), flip);
+    deinterleave(lo_u16(v0), hi_u16(v0), lo_u16(v1), out);
+}
+
+inline void load4(const Lum32f *p, __m128 out[3])
+{
+    deinterleave(_mm_loadu_ps(p), _mm_loadu_ps(p + 4), _mm_loadu_ps(p + 8), out);
+}
+
+/* Values of 0..top, already interleaved, to stored elements: clamped to the
+ * type's range, and biased for 16s.  Stores 8 pixels of 8u or 4 of 16 bits. */
+inline void store8(Lum8u *p, const __m128i q[6])
+{
+    const __m128i a = _mm_packs_epi32(q[0], q[1]), b = _mm_packs_epi32(q[2], q[3]);
+    const __m128i c = _mm_packs_epi32(q[4], q[5]);
+    _mm_storeu_si128((__m128i *)p, _mm_packus_epi16(a, b));
+    _mm_storel_epi64((__m128i *)(p + 16), _mm_packus_epi16(c, c));
+}
+
+template <class Rg>
+inline void store4(typename Rg::T *p, const __m128i q[3])
+{
+    /* 0..65535 is -32768..32767 after the bias, where the signed pack
+     * clamps; 16u flips the top bit back. */
+    const __m128i b32 = _mm_set1_epi32(32768);
+    const __m128i flip = _mm_set1_epi16(Rg::bias ? 0 : (short)0x8000);
+    const __m128i a = _mm_packs_epi32(_mm_sub_epi32(q[0], b32), _mm_sub_epi32(q[1], b32));
+    const __m128i c = _mm_packs_epi32(_mm_sub_epi32(q[2], b32), _mm_sub_epi32(q[2], b32));
+    _mm_storeu_si128((__m128i *)p, _mm_xor_si128(a, flip));
+    _mm_storel_epi64((__m128i *)(p + 8), _mm_xor_si128(c, flip));
+}
+
+inline void store4(Lum32f *p, const __m128 q[3])
+{
+    _mm_storeu_ps(p, q[0]);
+    _mm_storeu_ps(p + 4, q[1]);
+    _mm_storeu_ps(p + 8, q[2]);
+}
+
+/* One plane: four bytes to floats and four values (0..255 after the clamp)
+ * back to bytes. */
+inline __m128 load_plane4(const Lum8u *p)
+{
+    int32_t w;
+    memcpy(&w, p, 4);
+    return lo_u16(_mm_unpacklo_epi8(_mm_cvtsi32_si128(w), _mm_setzero_si128()));
+}
+
+inline void store_plane4(Lum8u *p, __m128i v)
+{
+    v = _mm_packs_epi32(v, v);
+    const int32_t w = _mm_cvtsi128_si32(_mm_packus_epi16(v, v));
+    memcpy(p, &w, 4);
+}
+
+/* A value of 0..top (by rule, or overshooting by the estimate) as stored. */
+template <class Rg>
+inline typename Rg::T clamp_store(int32_t v)
+{
+    v = v < 0 ? 0 : v > (int32_t)Rg::top ? (int32_t)Rg::top : v;
+    return (typename Rg::T)(v - Rg::bias);
+}
+
+} // namespace hls
+} // namespace LUMI_NS
+
+#endif
