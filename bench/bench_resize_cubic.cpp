@@ -16,8 +16,7 @@
 
 namespace {
 
-typedef LumStatus (*ResizeFn)(const Lum8u *, LumiSize, int32_t, LumiRect, Lum8u *, int32_t,
-                              LumiSize, double, double, int32_t);
+typedef decltype(&lumiResize_8u_C1R) ResizeFn;
 
 void add_case(const char *method, int lumiMethod, int cvMethod, int channels, int dstW, int dstH)
 {

@@ -19,8 +19,7 @@
 
 namespace lumitest {
 
-typedef LumStatus (*ResizeFn)(const Lum8u *, LumiSize, int32_t, LumiRect, Lum8u *, int32_t,
-                              LumiSize, double, double, int32_t);
+typedef decltype(&lumiResize_8u_C1R) ResizeFn;
 
 inline ResizeFn resize_fn(int channels)
 {
