@@ -20,6 +20,13 @@
  *     on every path.  Nothing allocated outlives the call.
  * No step is checked: zero and negative steps are taken as they stand.
  *
+ * Nearest neighbour samples the centre of each output cell.  When a scaled
+ * width or height is exactly one half, the single sample lands on the
+ * region's end, one pixel past it; inside the image that pixel is read, but
+ * at the image's edge the table takes the image's last row or column
+ * instead, so nothing past the image is read.  Every other sample is as the
+ * cell-centre rule gives it.
+ *
  * Large images.  Every address is formed in pointer width: the region's
  * origin, the row offsets (row index times step, which passes 2^31 in an
  * image of more than 2 GiB) and the kernels' row arithmetic.  Column

@@ -17,8 +17,10 @@
  * a time.
  *
  * Linear and cubic move their window at the image's edges (not the
- * region's), so that no sample is read outside the image; nearest neighbour
- * and Lanczos move nothing.
+ * region's), so that no sample is read outside the image.  Nearest
+ * neighbour takes the image's last pixel for the one position that can fall
+ * past it (a scaled length of exactly one half at the image's edge).
+ * Lanczos moves nothing; its kernels fold the taps at the edges.
  *
  * Row offsets are formed in pointer width: a row index times the step
  * passes 2^31 in an image of more than 2 GiB.  Column offsets stay 32-bit;
@@ -78,12 +80,17 @@ inline int32_t frac14(double p, int32_t r)
 
 } // namespace
 
-/* Nearest neighbour: the pixel under each position. */
+/* Nearest neighbour: the pixel under each position.  A scaled length of
+ * exactly one half puts its single sample on the region's end; where that
+ * is past the image, the image's last pixel is taken instead. */
 template <typename Ofs>
 void table_nn(const ResizeAxis &axis, Ofs *ofs)
 {
-    const int32_t scale = axis.scale;
-    walk_lanes(axis, [=](int32_t i, double p) { ofs[i] = (Ofs)ref_index(p) * scale; });
+    const int32_t last = axis.imgLen - axis.absFirst - 1, scale = axis.scale;
+    walk_lanes(axis, [=](int32_t i, double p) {
+        const int32_t r = ref_index(p);
+        ofs[i] = (Ofs)(r < last ? r : last) * scale;
+    });
 }
 
 /* Linear: the pair (r, r + 1) and the weight of r + 1.  On the image's last
