@@ -226,10 +226,9 @@ LUMI_CUBIC_STAGES(e9)
 struct CubicStages {
     const char *name;
     int index; // lowest dispatch index that runs the tier
-    void (*pl)(const uint8_t *, int32_t, const int32_t *, const float *, float *);
-    void (*px)(const uint8_t *, int32_t, int32_t, const int32_t *, const float *, float *);
-    void (*summ)(uint8_t *, int32_t, const float *, const float *, const float *, const float *,
-                 const float *);
+    decltype(&m7_ownpi_CoefCubic8pl) pl;
+    decltype(&m7_ownpi_CoefCubic8px) px;
+    decltype(&m7_ownpi_SummCubic8pl) summ;
 };
 
 const CubicStages kStages[] = {

@@ -298,10 +298,6 @@ TEST(ResizeLanczosTable, KernelValues)
     EXPECT_EQ(memcmp(m7_tblLanczos3, e9_tblLanczos3, sizeof(float) * 302), 0);
 }
 
-typedef void (*RowPl)(const uint8_t *, const int32_t *, const float *, float *, int32_t, int32_t,
-                      int32_t);
-typedef void (*RowPx)(const uint8_t *, int32_t, const int32_t *, const float *, float *, int32_t,
-                      int32_t, int32_t);
 extern "C" void m7_ownpi_RowLanczos8pl(const uint8_t *, const int32_t *, const float *, float *,
                                        int32_t, int32_t, int32_t);
 extern "C" void y8_ownpi_RowLanczos8pl(const uint8_t *, const int32_t *, const float *, float *,
@@ -334,8 +330,8 @@ TEST(ResizeLanczosTiers, AvxEdgeSumsFollowTheirRule)
                     ofs.push_back(c * ch);
                 struct Tier {
                     const char *name;
-                    RowPl pl;
-                    RowPx px;
+                    decltype(&m7_ownpi_RowLanczos8pl) pl;
+                    decltype(&m7_ownpi_RowLanczos8px) px;
                     bool avx;
                 } tiers[] = {{"m7", m7_ownpi_RowLanczos8pl, m7_ownpi_RowLanczos8px, false},
                              {"y8", y8_ownpi_RowLanczos8pl, y8_ownpi_RowLanczos8px, false},

@@ -272,43 +272,44 @@ void summ_cubic(Lum8u *d, int32_t count, Lum32f t, const Lum32f *r0, const Lum32
 }
 
 /* The row ring shared by both layouts; filter(row, buffer) runs the
- * horizontal stage of one source row.  "Moved" and "at or beyond" are in
- * the direction of the source step. */
+ * horizontal stage of one source row, count is the elements of an output
+ * row.  "Moved" and "at or beyond" are in the direction of the source step;
+ * offsets are pointer-width throughout. */
 template <typename Filter>
-void cubic_rows(const Lum8u *pSrc, Lum8u *pDst, int32_t srcStep, int32_t dstStep, int32_t count,
-                int32_t height, const int32_t *rowOfs, const Lum32f *yFrac, Lum32f *b0,
-                Lum32f *b1, Lum32f *b2, Lum32f *b3, Filter filter)
+void cubic_rows(const ResizeCubicArgs &a, int32_t count, Filter filter)
 {
-    const int32_t S = srcStep;
+    const ResizeFrame &f = a.frame;
+    const ptrdiff_t S = f.srcStep;
     const bool down = S > 0;
-    auto reached = [down](int32_t o, int32_t mark) { return down ? o >= mark : o <= mark; };
-    const int32_t o0 = rowOfs[0];
-    filter(pSrc + o0 - S, b1);
-    filter(pSrc + o0, b2);
-    filter(pSrc + o0 + S, b3);
-    Lum32f *r0 = b0, *r1 = b1, *r2 = b2, *r3 = b3;
-    int32_t previous = down ? o0 - 1 : o0 + 1;
-    for (int32_t i = 0; i < height; ++i, pDst += dstStep) {
-        const int32_t o = rowOfs[i];
+    auto reached = [down](ptrdiff_t o, ptrdiff_t mark) { return down ? o >= mark : o <= mark; };
+    const ptrdiff_t o0 = f.rowOfs[0];
+    filter(f.src + o0 - S, a.buf[1]);
+    filter(f.src + o0, a.buf[2]);
+    filter(f.src + o0 + S, a.buf[3]);
+    Lum32f *r0 = a.buf[0], *r1 = a.buf[1], *r2 = a.buf[2], *r3 = a.buf[3];
+    ptrdiff_t previous = down ? o0 - 1 : o0 + 1;
+    Lum8u *d = f.dst;
+    for (int32_t i = 0; i < f.height; ++i, d += f.dstStep) {
+        const ptrdiff_t o = f.rowOfs[i];
         if (down ? o > previous : o < previous) {
             Lum32f *const t = r0;
             r0 = r1, r1 = r2, r2 = r3, r3 = t;
-            filter(pSrc + o + 2 * S, r3);
+            filter(f.src + o + 2 * S, r3);
             if (reached(o, previous + 2 * S)) {
                 Lum32f *const u = r0;
                 r0 = r1, r1 = r2, r2 = u;
-                filter(pSrc + o + S, r2);
+                filter(f.src + o + S, r2);
                 if (reached(o, previous + 3 * S)) {
                     Lum32f *const w = r0;
                     r0 = r1, r1 = w;
-                    filter(pSrc + o, r1);
+                    filter(f.src + o, r1);
                     if (reached(o, previous + 4 * S))
-                        filter(pSrc + o - S, r0);
+                        filter(f.src + o - S, r0);
                 }
             }
             previous = o;
         }
-        summ_cubic(pDst, count, yFrac[i], r0, r1, r2, r3);
+        summ_cubic(d, count, a.yFrac[i], r0, r1, r2, r3);
     }
 }
 
@@ -339,29 +340,22 @@ LUMI_MEMBER void LUMI_T(ownpi_SummCubic8pl)(Lum8u *dst, int32_t count, const Lum
     summ_cubic(dst, count, *yFrac, r0, r1, r2, r3);
 }
 
-LUMI_MEMBER void LUMI_T(ownResize8plC)(const Lum8u *pSrc, Lum8u *pDst, int32_t srcStep,
-                                       int32_t dstStep, int32_t width, int32_t height,
-                                       const int32_t *rowOfs, const int32_t *colOfs,
-                                       const Lum32f *yFrac, const Lum32f *xFrac, Lum32f *buf0,
-                                       Lum32f *buf1, Lum32f *buf2, Lum32f *buf3,
-                                       int32_t pixelStride, int32_t channelCount)
+LUMI_MEMBER void LUMI_T(ownResize8plC)(const ResizeCubicArgs *args)
 {
-    (void)pixelStride, (void)channelCount;
-    cubic_rows(pSrc, pDst, srcStep, dstStep, width, height, rowOfs, yFrac, buf0, buf1, buf2, buf3,
-               [=](const Lum8u *row, Lum32f *buf) {
-                   coef_cubic_pl(row, width, colOfs, xFrac, buf);
-               });
+    const int32_t width = args->frame.width;
+    const int32_t *colOfs = args->frame.colOfs;
+    const Lum32f *xFrac = args->xFrac;
+    cubic_rows(*args, width, [=](const Lum8u *row, Lum32f *buf) {
+        coef_cubic_pl(row, width, colOfs, xFrac, buf);
+    });
 }
 
-LUMI_MEMBER void LUMI_T(ownResize8pxC)(const Lum8u *pSrc, Lum8u *pDst, int32_t srcStep,
-                                       int32_t dstStep, int32_t width, int32_t height,
-                                       const int32_t *rowOfs, const int32_t *colOfs,
-                                       const Lum32f *yFrac, const Lum32f *xFrac, Lum32f *buf0,
-                                       Lum32f *buf1, Lum32f *buf2, Lum32f *buf3,
-                                       int32_t pixelStride, int32_t channelCount)
+LUMI_MEMBER void LUMI_T(ownResize8pxC)(const ResizeCubicArgs *args)
 {
-    cubic_rows(pSrc, pDst, srcStep, dstStep, width * channelCount, height, rowOfs, yFrac, buf0,
-               buf1, buf2, buf3, [=](const Lum8u *row, Lum32f *buf) {
-                   coef_cubic_px(row, width, pixelStride, colOfs, xFrac, buf);
-               });
+    const int32_t width = args->frame.width, pixelStride = args->frame.pixelStride;
+    const int32_t *colOfs = args->frame.colOfs;
+    const Lum32f *xFrac = args->xFrac;
+    cubic_rows(*args, width * args->frame.channelCount, [=](const Lum8u *row, Lum32f *buf) {
+        coef_cubic_px(row, width, pixelStride, colOfs, xFrac, buf);
+    });
 }

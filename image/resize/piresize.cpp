@@ -15,15 +15,36 @@
  *     for linear, cubic and Lanczos,
  *   - takes every table and row buffer it needs before it touches the
  *     destination, fills the tables once, and calls one kernel that walks
- *     all output rows.  Nothing allocated outlives the call.
+ *     all output rows.  Each method's kernel gets one argument record; the
+ *     blocks sit in one bounded holder (workmem.h) that gives them all back
+ *     on every path.  Nothing allocated outlives the call.
  * No step is checked: zero and negative steps are taken as they stand.
+ *
+ * Nearest neighbour samples the centre of each output cell.  When a scaled
+ * width or height is exactly one half, the single sample lands on the
+ * region's end, one pixel past it; inside the image that pixel is read, but
+ * at the image's edge the table takes the image's last row or column
+ * instead, so nothing past the image is read.  Every other sample is as the
+ * cell-centre rule gives it.
+ *
+ * Large images.  Every address is formed in pointer width: the region's
+ * origin, the row offsets (row index times step, which passes 2^31 in an
+ * image of more than 2 GiB) and the kernels' row arithmetic.  Column
+ * offsets, row buffer lengths and element counts stay 32-bit, so after all
+ * the checks above one more refuses, with lumStsSizeErr, a source or output
+ * row of more than 2^31 - 65 elements, and the holder refuses, likewise, a
+ * block whose byte count an allocation cannot hold (the allocators would
+ * cut it to 32 bits and hand back a short block).
  *
  * A slot of a kernel table that holds no kernel makes the driver answer
  * lumStsInterpolationErr once every other check has passed, before it
  * allocates anything.  Supersampling continues in ownpiDecimateSuper after
  * the output size.
  */
+#include <stdint.h>
+
 #include "piresize.h"
+#include "workmem.h"
 
 /* ------------------------------------------------------ tables of kernels -- */
 
@@ -128,10 +149,7 @@ double corner_step(int32_t length, double scaled)
 
 /* Everything a method's setup needs. */
 struct ResizeJob {
-    const Lum8u *src; /* the region's top left pixel */
-    Lum8u *dst;
-    int32_t srcStep, dstStep;
-    int32_t pixelStride, channelCount;
+    ResizeFrame frame; /* tables still to be taken */
     int32_t slot;
     ResizeGeometry g;
     ResizeAxis rows, cols;
@@ -139,157 +157,126 @@ struct ResizeJob {
     double yFactor;
 };
 
-/* The blocks a call takes, in request order.  Once a request fails no
- * further one is made; release() gives back whatever was obtained. */
-struct Blocks {
-    void *ptr[12];
-    int32_t count;
-    bool failed;
-};
-
-template <typename T>
-T *take(Blocks &b, T *(*alloc)(int32_t), int32_t len)
-{
-    if (b.failed)
-        return nullptr;
-    T *p = alloc(len);
-    b.ptr[b.count++] = p;
-    b.failed = p == nullptr;
-    return p;
-}
-
-void release(Blocks &b)
-{
-    for (int32_t i = 0; i < b.count; ++i)
-        LUMI_T(lumsFree)(b.ptr[i]);
-}
+/* The most blocks a method takes: Lanczos, with two offset tables, two
+ * fraction tables, two weight tables and six row buffers. */
+typedef WorkMem<12> ResizeMem;
 
 /* The tables every method has, first in every request order: row offsets,
- * then column offsets. */
+ * then column offsets.  The frame points at them; the caller fills them. */
 struct Offsets {
-    int32_t *rows, *cols;
+    ptrdiff_t *rows;
+    int32_t *cols;
 };
 
-Offsets take_offsets(Blocks &b, const ResizeJob &job)
+Offsets take_offsets(ResizeMem &m, ResizeFrame &f)
 {
-    Offsets o;
-    o.rows = take(b, LUMI_T(lumsMalloc_32s), job.g.height);
-    o.cols = take(b, LUMI_T(lumsMalloc_32s), job.g.width);
+    const Offsets o = {workmem_take<ptrdiff_t>(m, f.height), workmem_take<int32_t>(m, f.width)};
+    f.rowOfs = o.rows;
+    f.colOfs = o.cols;
     return o;
-}
-
-/* Cubic and Lanczos fractions: float, rows then columns. */
-struct FloatFractions {
-    Lum32f *rows, *cols;
-};
-
-FloatFractions take_float_fractions(Blocks &b, const ResizeJob &job)
-{
-    FloatFractions f;
-    f.rows = take(b, LUMI_T(lumsMalloc_32f), job.g.height);
-    f.cols = take(b, LUMI_T(lumsMalloc_32f), job.g.width);
-    return f;
 }
 
 /* Row buffer length: a row of filtered pixels plus room for grouped loads
  * and stores past its end. */
-int32_t row_buffer_length(const ResizeJob &job)
+int64_t row_buffer_length(const ResizeFrame &f)
 {
-    return job.channelCount == 1 ? job.g.width + 4 : 3 * job.g.width + 12;
+    return f.channelCount == 1 ? (int64_t)f.width + 4 : 3 * (int64_t)f.width + 12;
 }
 
 LumStatus run_nn(const ResizeJob &job)
 {
-    Blocks b = {};
-    const Offsets ofs = take_offsets(b, job);
-    if (b.failed) {
-        release(b);
-        return lumStsMemAllocErr;
+    ResizeMem m = {};
+    ResizeNNArgs a = {job.frame};
+    const Offsets o = take_offsets(m, a.frame);
+    if (m.status == lumStsNoErr) {
+        table_nn(job.rows, o.rows);
+        table_nn(job.cols, o.cols);
+        LUMI_T(ownResizeInterNN)[job.slot](&a);
     }
-    LUMI_T(ownpi_TableNN)(&job.rows, ofs.rows);
-    LUMI_T(ownpi_TableNN)(&job.cols, ofs.cols);
-    LUMI_T(ownResizeInterNN)[job.slot](job.src, job.dst, job.dstStep, job.g.width, job.g.height,
-                                       ofs.rows, ofs.cols, job.pixelStride);
-    release(b);
-    return lumStsNoErr;
+    return workmem_release(m);
 }
 
 LumStatus run_linear(const ResizeJob &job)
 {
-    const int32_t W = job.g.width, H = job.g.height, L = row_buffer_length(job);
-    Blocks b = {};
-    const Offsets ofs = take_offsets(b, job);
-    Lum16u *yFrac = take(b, LUMI_T(lumsMalloc_16u), H);
-    Lum16u *xWeights = take(b, LUMI_T(lumsMalloc_16u), 2 * W);
-    Lum16u *bufA = take(b, LUMI_T(lumsMalloc_16u), L);
-    Lum16u *bufB = take(b, LUMI_T(lumsMalloc_16u), L);
-    if (b.failed) {
-        release(b);
-        return lumStsMemAllocErr;
+    ResizeMem m = {};
+    ResizeLinearArgs a = {};
+    a.frame = job.frame;
+    const Offsets o = take_offsets(m, a.frame);
+    Lum16u *yFrac = workmem_take<Lum16u>(m, a.frame.height);
+    Lum16u *xWeights = workmem_take<Lum16u>(m, 2 * (int64_t)a.frame.width);
+    for (Lum16u *&p : a.buf)
+        p = workmem_take<Lum16u>(m, row_buffer_length(a.frame));
+    if (m.status == lumStsNoErr) {
+        table_linear_rows(job.rows, o.rows, yFrac);
+        table_linear_cols(job.cols, o.cols, xWeights);
+        a.yFrac = yFrac;
+        a.xWeights = xWeights;
+        LUMI_T(ownResizeInterLinear)[job.slot](&a);
     }
-    LUMI_T(ownpi_TableLinearRows)(&job.rows, ofs.rows, yFrac);
-    LUMI_T(ownpi_TableLinearCols)(&job.cols, ofs.cols, xWeights);
-    LUMI_T(ownResizeInterLinear)[job.slot](job.src, job.dst, job.srcStep, job.dstStep, W, H,
-                                           ofs.rows, ofs.cols, yFrac, xWeights, bufA, bufB,
-                                           job.pixelStride, job.channelCount);
-    release(b);
-    return lumStsNoErr;
+    return workmem_release(m);
 }
 
 LumStatus run_cubic(const ResizeJob &job)
 {
-    const int32_t W = job.g.width, H = job.g.height, L = row_buffer_length(job);
-    Blocks b = {};
-    const Offsets ofs = take_offsets(b, job);
-    const FloatFractions frac = take_float_fractions(b, job);
-    Lum32f *buf[4];
-    for (Lum32f *&p : buf)
-        p = take(b, LUMI_T(lumsMalloc_32f), L);
-    if (b.failed) {
-        release(b);
-        return lumStsMemAllocErr;
+    ResizeMem m = {};
+    ResizeCubicArgs a = {};
+    a.frame = job.frame;
+    const Offsets o = take_offsets(m, a.frame);
+    Lum32f *yFrac = workmem_take<Lum32f>(m, a.frame.height);
+    Lum32f *xFrac = workmem_take<Lum32f>(m, a.frame.width);
+    for (Lum32f *&p : a.buf)
+        p = workmem_take<Lum32f>(m, row_buffer_length(a.frame));
+    if (m.status == lumStsNoErr) {
+        table_cubic(job.rows, o.rows, yFrac);
+        table_cubic(job.cols, o.cols, xFrac);
+        a.yFrac = yFrac;
+        a.xFrac = xFrac;
+        LUMI_T(ownResizeInterCubic)[job.slot](&a);
     }
-    LUMI_T(ownpi_TableCubic)(&job.rows, ofs.rows, frac.rows);
-    LUMI_T(ownpi_TableCubic)(&job.cols, ofs.cols, frac.cols);
-    LUMI_T(ownResizeInterCubic)[job.slot](job.src, job.dst, job.srcStep, job.dstStep, W, H,
-                                          ofs.rows, ofs.cols, frac.rows, frac.cols, buf[0],
-                                          buf[1], buf[2], buf[3], job.pixelStride,
-                                          job.channelCount);
-    release(b);
-    return lumStsNoErr;
+    return workmem_release(m);
 }
 
 LumStatus run_lanczos(const ResizeJob &job)
 {
-    const int32_t W = job.g.width, H = job.g.height, L = row_buffer_length(job);
-    Blocks b = {};
-    const Offsets ofs = take_offsets(b, job);
-    const FloatFractions frac = take_float_fractions(b, job);
-    if (b.failed) {
-        release(b);
-        return lumStsMemAllocErr;
+    ResizeMem m = {};
+    ResizeLanczosArgs a = {};
+    a.frame = job.frame;
+    const int32_t W = a.frame.width, H = a.frame.height;
+    const Offsets o = take_offsets(m, a.frame);
+    Lum32f *yFrac = workmem_take<Lum32f>(m, H);
+    Lum32f *xFrac = workmem_take<Lum32f>(m, W);
+    if (m.status == lumStsNoErr) {
+        /* The row table is the one formed in lanes where the tier does so. */
+        table_lanczos(job.rows, o.rows, yFrac, true);
+        table_lanczos(job.cols, o.cols, xFrac, false);
     }
-    /* The row table is the one formed in lanes where the tier does so. */
-    LUMI_T(ownpi_TableLanczos)(&job.rows, ofs.rows, frac.rows, 1);
-    LUMI_T(ownpi_TableLanczos)(&job.cols, ofs.cols, frac.cols, 0);
-    Lum32f *xWeights = take(b, LUMI_T(lumsMalloc_32f), 6 * W);
-    Lum32f *yWeights = take(b, LUMI_T(lumsMalloc_32f), 6 * H);
-    Lum32f *buf[6];
-    for (Lum32f *&p : buf)
-        p = take(b, LUMI_T(lumsMalloc_32f), L);
-    if (b.failed) {
-        release(b);
-        return lumStsMemAllocErr;
+    Lum32f *xWeights = workmem_take<Lum32f>(m, 6 * (int64_t)W);
+    Lum32f *yWeights = workmem_take<Lum32f>(m, 6 * (int64_t)H);
+    for (Lum32f *&p : a.buf)
+        p = workmem_take<Lum32f>(m, row_buffer_length(a.frame));
+    if (m.status == lumStsNoErr) {
+        LUMI_T(ownpi_Lanczos3)(xFrac, W, xWeights, LUMI_T(tblLanczos3));
+        LUMI_T(ownpi_Lanczos3)(yFrac, H, yWeights, LUMI_T(tblLanczos3));
+        a.xWeights = xWeights;
+        a.yWeights = yWeights;
+        a.roiX = job.roiX;
+        a.roiY = job.roiY;
+        a.imgW = job.imgW;
+        a.imgH = job.imgH;
+        a.vertFlag = job.yFactor >= 1.0 ? 1 : 0;
+        LUMI_T(ownResizeInterLanczos)[job.slot](&a);
     }
-    LUMI_T(ownpi_Lanczos3)(frac.cols, W, xWeights, LUMI_T(tblLanczos3));
-    LUMI_T(ownpi_Lanczos3)(frac.rows, H, yWeights, LUMI_T(tblLanczos3));
-    const int32_t vertFlag = job.yFactor >= 1.0 ? 1 : 0;
-    LUMI_T(ownResizeInterLanczos)[job.slot](
-        job.src, job.dst, job.srcStep, job.dstStep, W, H, ofs.rows, ofs.cols, yWeights, xWeights,
-        buf[0], buf[1], buf[2], buf[3], buf[4], buf[5], job.roiX, job.roiY, job.imgW, job.imgH,
-        vertFlag, job.pixelStride, job.channelCount);
-    release(b);
-    return lumStsNoErr;
+    return workmem_release(m);
+}
+
+/* Rows of up to this many elements keep 32-bit column offsets, row buffer
+ * lengths and element counts, with room for the few elements that grouped
+ * loads reach past a row's last sample. */
+const int64_t kMaxRowElements = INT32_MAX - 64;
+
+bool row_fits(int32_t pixels, int32_t pixelStride)
+{
+    return (int64_t)pixels * pixelStride <= kMaxRowElements;
 }
 
 /* The method's kernel for the slot, or null when it is not built. */
@@ -340,6 +327,11 @@ LUMI_MEMBER LumStatus LUMI_T(ownpiResize)(const Lum8u *pSrc, int32_t srcWidth, i
     if (!kernel_present(method, job.slot))
         return lumStsInterpolationErr;
 
+    /* Beyond the checks above: every row, source or output, must be short
+     * enough for 32-bit element offsets and counts. */
+    if (!row_fits(srcWidth, pixelStride) || !row_fits(job.g.width, pixelStride))
+        return lumStsSizeErr;
+
     /* Source steps and first positions, relative to the region's top left. */
     double xStep, yStep, x0, y0;
     if (method == LUMI_INTER_NN) {
@@ -353,12 +345,17 @@ LUMI_MEMBER LumStatus LUMI_T(ownpiResize)(const Lum8u *pSrc, int32_t srcWidth, i
         x0 = y0 = 0.0;
     }
 
-    job.src = pSrc + (ptrdiff_t)job.g.roi.y * srcStep + (ptrdiff_t)job.g.roi.x * pixelStride;
-    job.dst = pDst;
-    job.srcStep = srcStep;
-    job.dstStep = dstStep;
-    job.pixelStride = pixelStride;
-    job.channelCount = channelCount;
+    ResizeFrame &f = job.frame;
+    f.src = pSrc + (ptrdiff_t)job.g.roi.y * srcStep + (ptrdiff_t)job.g.roi.x * pixelStride;
+    f.dst = pDst;
+    f.srcStep = srcStep;
+    f.dstStep = dstStep;
+    f.width = job.g.width;
+    f.height = job.g.height;
+    f.rowOfs = nullptr;
+    f.colOfs = nullptr;
+    f.pixelStride = pixelStride;
+    f.channelCount = channelCount;
     job.roiX = job.g.roi.x;
     job.roiY = job.g.roi.y;
     job.imgW = srcWidth - job.g.roi.x;

@@ -1,14 +1,17 @@
 /*
- * Resize family, internal: the kernel signatures, the tables of kernels and
- * the table fillers that the driver (piresize.cpp) shares with the kernels.
+ * Resize family, internal: the argument records of the kernels, the tables
+ * of kernels and the table fillers that the driver (piresize.cpp) shares
+ * with the kernels.
  *
- * Every table of kernels holds functions of one signature.  The one-channel
- * members take the layout arguments (pixelStride, channelCount) like the
- * three-channel ones and ignore them, so one table type serves both.
+ * Each method's kernels take one record: the common frame (images, steps,
+ * output size, offset tables, layout) and what the method adds (fractions
+ * or weights, row buffers, edge limits).  The one-channel and three-channel
+ * kernels of a method share the record and so one table type.
  */
 #ifndef LUMI_PIRESIZE_H
 #define LUMI_PIRESIZE_H
 
+#include <stddef.h>
 #include <string.h>
 
 #include <emmintrin.h>
@@ -47,36 +50,55 @@ inline __m128i pixel_epi32(const Lum8u *p, bool last)
  * counts as that integer.  One constant for every table and size. */
 const double kResizeGuard = 1e-7;
 
-/* Nearest neighbour: source base, pDst, dstStep, W, H, row offsets,
- * column offsets, pixelStride. */
-typedef void (*ResizeNNFn)(const Lum8u *pSrc, Lum8u *pDst, int32_t dstStep, int32_t width,
-                           int32_t height, const int32_t *rowOfs, const int32_t *colOfs,
-                           int32_t pixelStride);
+/* What the kernel of every method gets: the images, the output size, the
+ * offset tables and the layout.  Row offsets are pointer-width, since a row
+ * index times the step may pass 2^31 in a large image; column offsets are
+ * element offsets within one source row, which the driver keeps below 2^31
+ * with room to spare for grouped loads. */
+struct ResizeFrame {
+    const Lum8u *src;        /* the region's top left pixel */
+    Lum8u *dst;
+    int32_t srcStep, dstStep;
+    int32_t width, height;   /* output */
+    const ptrdiff_t *rowOfs; /* bytes from src, one per output row */
+    const int32_t *colOfs;   /* elements from src, one per output column */
+    int32_t pixelStride, channelCount;
+};
+
+/* One argument record per method. */
+struct ResizeNNArgs {
+    ResizeFrame frame;
+};
 
 /* Linear: 14-bit y fractions, pairs of 14-bit x weights, two 16-bit row buffers. */
-typedef void (*ResizeLinearFn)(const Lum8u *pSrc, Lum8u *pDst, int32_t srcStep, int32_t dstStep,
-                               int32_t width, int32_t height, const int32_t *rowOfs,
-                               const int32_t *colOfs, const Lum16u *yFrac, const Lum16u *xWeights,
-                               Lum16u *bufA, Lum16u *bufB, int32_t pixelStride,
-                               int32_t channelCount);
+struct ResizeLinearArgs {
+    ResizeFrame frame;
+    const Lum16u *yFrac, *xWeights;
+    Lum16u *buf[2];
+};
 
 /* Cubic: float fractions, four float row buffers from top to bottom. */
-typedef void (*ResizeCubicFn)(const Lum8u *pSrc, Lum8u *pDst, int32_t srcStep, int32_t dstStep,
-                              int32_t width, int32_t height, const int32_t *rowOfs,
-                              const int32_t *colOfs, const Lum32f *yFrac, const Lum32f *xFrac,
-                              Lum32f *buf0, Lum32f *buf1, Lum32f *buf2, Lum32f *buf3,
-                              int32_t pixelStride, int32_t channelCount);
+struct ResizeCubicArgs {
+    ResizeFrame frame;
+    const Lum32f *yFrac, *xFrac;
+    Lum32f *buf[4];
+};
 
-/* Lanczos: six weights per row and column, six float row buffers, the region's
- * origin, the image's extent from that origin, and the vertical mode flag
- * (1 when yFactor is at least 1.0). */
-typedef void (*ResizeLanczosFn)(const Lum8u *pSrc, Lum8u *pDst, int32_t srcStep, int32_t dstStep,
-                                int32_t width, int32_t height, const int32_t *rowOfs,
-                                const int32_t *colOfs, const Lum32f *yWeights,
-                                const Lum32f *xWeights, Lum32f *buf0, Lum32f *buf1, Lum32f *buf2,
-                                Lum32f *buf3, Lum32f *buf4, Lum32f *buf5, int32_t roiX,
-                                int32_t roiY, int32_t imgW, int32_t imgH, int32_t vertFlag,
-                                int32_t pixelStride, int32_t channelCount);
+/* Lanczos: six weights per row and column, six float row buffers, the
+ * region's origin, the image's extent from that origin, and the vertical
+ * mode flag (1 when yFactor is at least 1.0). */
+struct ResizeLanczosArgs {
+    ResizeFrame frame;
+    const Lum32f *yWeights, *xWeights;
+    Lum32f *buf[6];
+    int32_t roiX, roiY, imgW, imgH;
+    int32_t vertFlag;
+};
+
+typedef void (*ResizeNNFn)(const ResizeNNArgs *args);
+typedef void (*ResizeLinearFn)(const ResizeLinearArgs *args);
+typedef void (*ResizeCubicFn)(const ResizeCubicArgs *args);
+typedef void (*ResizeLanczosFn)(const ResizeLanczosArgs *args);
 
 /* Source positions along one axis: position i is p0 + i step, accumulated by
  * addition in double; the reference index of a position p is the truncation
@@ -91,6 +113,19 @@ struct ResizeAxis {
     int32_t absFirst;
     int32_t imgLen;
 };
+
+/* Table fillers (piresset.cpp), for row offsets (ptrdiff_t) and column
+ * offsets (int32_t): offset i is the reference index times axis.scale. */
+template <typename Ofs>
+void table_nn(const ResizeAxis &axis, Ofs *ofs);
+template <typename Ofs>
+void table_linear_rows(const ResizeAxis &axis, Ofs *ofs, Lum16u *frac);
+template <typename Ofs>
+void table_linear_cols(const ResizeAxis &axis, Ofs *ofs, Lum16u *weights);
+template <typename Ofs>
+void table_cubic(const ResizeAxis &axis, Ofs *ofs, Lum32f *frac);
+template <typename Ofs>
+void table_lanczos(const ResizeAxis &axis, Ofs *ofs, Lum32f *frac, bool inLanes);
 
 } // namespace LUMI_NS
 
@@ -110,36 +145,13 @@ LUMI_MEMBER LumStatus LUMI_T(ownpiDecimateSuper)(const Lum8u *pSrc, LumiSize src
                                                  int32_t dataTypeCode, int32_t planarFlag,
                                                  double xFactor, double yFactor);
 
-/* Table fillers (piresset.cpp). */
-LUMI_MEMBER void LUMI_T(ownpi_TableNN)(const LUMI_NS::ResizeAxis *axis, int32_t *ofs);
-LUMI_MEMBER void LUMI_T(ownpi_TableLinearRows)(const LUMI_NS::ResizeAxis *axis, int32_t *ofs,
-                                               Lum16u *frac);
-LUMI_MEMBER void LUMI_T(ownpi_TableLinearCols)(const LUMI_NS::ResizeAxis *axis, int32_t *ofs,
-                                               Lum16u *weights);
-LUMI_MEMBER void LUMI_T(ownpi_TableCubic)(const LUMI_NS::ResizeAxis *axis, int32_t *ofs,
-                                          Lum32f *frac);
-LUMI_MEMBER void LUMI_T(ownpi_TableLanczos)(const LUMI_NS::ResizeAxis *axis, int32_t *ofs,
-                                            Lum32f *frac, int32_t inLanes);
-
 /* Nearest neighbour (piresnn.cpp). */
-LUMI_MEMBER void LUMI_T(ownResize8plN)(const Lum8u *pSrc, Lum8u *pDst, int32_t dstStep,
-                                       int32_t width, int32_t height, const int32_t *rowOfs,
-                                       const int32_t *colOfs, int32_t pixelStride);
-LUMI_MEMBER void LUMI_T(ownResize8pxN)(const Lum8u *pSrc, Lum8u *pDst, int32_t dstStep,
-                                       int32_t width, int32_t height, const int32_t *rowOfs,
-                                       const int32_t *colOfs, int32_t pixelStride);
+LUMI_MEMBER void LUMI_T(ownResize8plN)(const LUMI_NS::ResizeNNArgs *args);
+LUMI_MEMBER void LUMI_T(ownResize8pxN)(const LUMI_NS::ResizeNNArgs *args);
 
 /* Linear (pireslin.cpp). */
-LUMI_MEMBER void LUMI_T(ownResize8plL)(const Lum8u *pSrc, Lum8u *pDst, int32_t srcStep,
-                                       int32_t dstStep, int32_t width, int32_t height,
-                                       const int32_t *rowOfs, const int32_t *colOfs,
-                                       const Lum16u *yFrac, const Lum16u *xWeights, Lum16u *bufA,
-                                       Lum16u *bufB, int32_t pixelStride, int32_t channelCount);
-LUMI_MEMBER void LUMI_T(ownResize8pxL)(const Lum8u *pSrc, Lum8u *pDst, int32_t srcStep,
-                                       int32_t dstStep, int32_t width, int32_t height,
-                                       const int32_t *rowOfs, const int32_t *colOfs,
-                                       const Lum16u *yFrac, const Lum16u *xWeights, Lum16u *bufA,
-                                       Lum16u *bufB, int32_t pixelStride, int32_t channelCount);
+LUMI_MEMBER void LUMI_T(ownResize8plL)(const LUMI_NS::ResizeLinearArgs *args);
+LUMI_MEMBER void LUMI_T(ownResize8pxL)(const LUMI_NS::ResizeLinearArgs *args);
 
 /* Cubic (pirescub.cpp): the stages and the kernels. */
 LUMI_MEMBER void LUMI_T(ownpi_CoefCubic8pl)(const Lum8u *src, int32_t width, const int32_t *colOfs,
@@ -150,21 +162,11 @@ LUMI_MEMBER void LUMI_T(ownpi_CoefCubic8px)(const Lum8u *src, int32_t width, int
 LUMI_MEMBER void LUMI_T(ownpi_SummCubic8pl)(Lum8u *dst, int32_t count, const Lum32f *yFrac,
                                             const Lum32f *r0, const Lum32f *r1, const Lum32f *r2,
                                             const Lum32f *r3);
-LUMI_MEMBER void LUMI_T(ownResize8plC)(const Lum8u *pSrc, Lum8u *pDst, int32_t srcStep,
-                                       int32_t dstStep, int32_t width, int32_t height,
-                                       const int32_t *rowOfs, const int32_t *colOfs,
-                                       const Lum32f *yFrac, const Lum32f *xFrac, Lum32f *buf0,
-                                       Lum32f *buf1, Lum32f *buf2, Lum32f *buf3,
-                                       int32_t pixelStride, int32_t channelCount);
-LUMI_MEMBER void LUMI_T(ownResize8pxC)(const Lum8u *pSrc, Lum8u *pDst, int32_t srcStep,
-                                       int32_t dstStep, int32_t width, int32_t height,
-                                       const int32_t *rowOfs, const int32_t *colOfs,
-                                       const Lum32f *yFrac, const Lum32f *xFrac, Lum32f *buf0,
-                                       Lum32f *buf1, Lum32f *buf2, Lum32f *buf3,
-                                       int32_t pixelStride, int32_t channelCount);
+LUMI_MEMBER void LUMI_T(ownResize8plC)(const LUMI_NS::ResizeCubicArgs *args);
+LUMI_MEMBER void LUMI_T(ownResize8pxC)(const LUMI_NS::ResizeCubicArgs *args);
 
 /* Lanczos (pireslan.cpp): the weights of count fractions, six each, from
- * the kernel table, and the kernels. */
+ * the kernel table, the horizontal stages and the kernels. */
 LUMI_MEMBER void LUMI_T(ownpi_Lanczos3)(const Lum32f *frac, int32_t count, Lum32f *weights,
                                         const Lum32f *table);
 LUMI_MEMBER void LUMI_T(ownpi_RowLanczos8pl)(const Lum8u *src, const int32_t *colOfs,
@@ -174,22 +176,8 @@ LUMI_MEMBER void LUMI_T(ownpi_RowLanczos8px)(const Lum8u *src, int32_t pixelStri
                                              const int32_t *colOfs, const Lum32f *xWeights,
                                              Lum32f *out, int32_t width, int32_t roiX,
                                              int32_t imgW);
-LUMI_MEMBER void LUMI_T(ownResize8plLz3)(const Lum8u *pSrc, Lum8u *pDst, int32_t srcStep,
-                                         int32_t dstStep, int32_t width, int32_t height,
-                                         const int32_t *rowOfs, const int32_t *colOfs,
-                                         const Lum32f *yWeights, const Lum32f *xWeights,
-                                         Lum32f *buf0, Lum32f *buf1, Lum32f *buf2, Lum32f *buf3,
-                                         Lum32f *buf4, Lum32f *buf5, int32_t roiX, int32_t roiY,
-                                         int32_t imgW, int32_t imgH, int32_t vertFlag,
-                                         int32_t pixelStride, int32_t channelCount);
-LUMI_MEMBER void LUMI_T(ownResize8pxLz3)(const Lum8u *pSrc, Lum8u *pDst, int32_t srcStep,
-                                         int32_t dstStep, int32_t width, int32_t height,
-                                         const int32_t *rowOfs, const int32_t *colOfs,
-                                         const Lum32f *yWeights, const Lum32f *xWeights,
-                                         Lum32f *buf0, Lum32f *buf1, Lum32f *buf2, Lum32f *buf3,
-                                         Lum32f *buf4, Lum32f *buf5, int32_t roiX, int32_t roiY,
-                                         int32_t imgW, int32_t imgH, int32_t vertFlag,
-                                         int32_t pixelStride, int32_t channelCount);
+LUMI_MEMBER void LUMI_T(ownResize8plLz3)(const LUMI_NS::ResizeLanczosArgs *args);
+LUMI_MEMBER void LUMI_T(ownResize8pxLz3)(const LUMI_NS::ResizeLanczosArgs *args);
 
 /* The tables of kernels, by slot (piresize.cpp). */
 LUMI_MEMBER const LUMI_NS::ResizeNNFn LUMI_T(ownResizeInterNN)[15];

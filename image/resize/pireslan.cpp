@@ -254,20 +254,21 @@ void col_lanczos(Lum8u *d, int32_t count, const Lum32f *yw, Lum32f *const *b)
 }
 
 /* The row ring shared by both layouts; filter(row, buffer) runs the
- * horizontal stage of one source row, count is the elements of a row. */
+ * horizontal stage of one source row, count is the elements of a row.
+ * Offsets are pointer-width throughout. */
 template <typename Filter>
-void lanczos_rows(const Lum8u *pSrc, Lum8u *pDst, int32_t srcStep, int32_t dstStep, int32_t count,
-                  int32_t height, const int32_t *rowOfs, const Lum32f *yWeights, Lum32f *const *buf,
-                  int32_t roiY, int32_t imgH, int32_t vertFlag, Filter filter)
+void lanczos_rows(const ResizeLanczosArgs &args, int32_t count, Filter filter)
 {
-    const int32_t S = srcStep;
+    const ResizeFrame &f = args.frame;
+    const int32_t roiY = args.roiY, imgH = args.imgH;
+    const ptrdiff_t S = f.srcStep;
     const bool down = S > 0;
-    auto F = [&](int32_t o, Lum32f *b) { filter(pSrc + o, b); };
+    auto F = [&](ptrdiff_t o, Lum32f *b) { filter(f.src + o, b); };
     auto copy = [count](const Lum32f *from, Lum32f *to) { LUMI_T(lumsCopy_32f)(from, to, count); };
-    auto reached = [down](int32_t o, int32_t mark) { return down ? o >= mark : o <= mark; };
-    Lum32f *a[6] = {buf[0], buf[1], buf[2], buf[3], buf[4], buf[5]};
+    auto reached = [down](ptrdiff_t o, ptrdiff_t mark) { return down ? o >= mark : o <= mark; };
+    Lum32f *a[6] = {args.buf[0], args.buf[1], args.buf[2], args.buf[3], args.buf[4], args.buf[5]};
 
-    const int32_t o0 = rowOfs[0];
+    const ptrdiff_t o0 = f.rowOfs[0];
     F(o0, a[3]);
     if (imgH == 1) {
         copy(a[3], a[4]);
@@ -289,8 +290,10 @@ void lanczos_rows(const Lum8u *pSrc, Lum8u *pDst, int32_t srcStep, int32_t dstSt
         else
             F(o0 - 2 * S, a[1]);
     }
-    int32_t previous = down ? o0 - 1 : o0 + 1;
-    const int32_t H1 = imgH - 1;
+    ptrdiff_t previous = down ? o0 - 1 : o0 + 1;
+    /* The offsets of the image's last three rows. */
+    const ptrdiff_t last1 = (ptrdiff_t)(imgH - 1) * S, last2 = (ptrdiff_t)(imgH - 2) * S;
+    const ptrdiff_t last3 = (ptrdiff_t)(imgH - 3) * S;
     /* Moves the first n buffers of the ring up by one, the first to place n - 1. */
     auto rotate = [&a](int32_t n) {
         Lum32f *const t = a[0];
@@ -299,19 +302,19 @@ void lanczos_rows(const Lum8u *pSrc, Lum8u *pDst, int32_t srcStep, int32_t dstSt
         a[n - 1] = t;
     };
 
-    for (int32_t i = 0; i < height; ++i, pDst += dstStep) {
-        const int32_t o = rowOfs[i];
+    Lum8u *d = f.dst;
+    for (int32_t i = 0; i < f.height; ++i, d += f.dstStep) {
+        const ptrdiff_t o = f.rowOfs[i];
         if (down ? o > previous : o < previous) {
             rotate(6);
-            if (vertFlag) {
-                if (down ? o < (imgH - 3) * S : o > (imgH - 3) * S)
+            if (args.vertFlag) {
+                if (down ? o < last3 : o > last3)
                     F(o + 3 * S, a[5]);
                 else
                     copy(a[4], a[5]);
             } else {
                 /* Rows below the reference, clamped at the image's last row. */
-                const int32_t below = o == H1 * S ? 0 : o == (imgH - 2) * S ? 1
-                                                     : o == (imgH - 3) * S ? 2 : 3;
+                const int32_t below = o == last1 ? 0 : o == last2 ? 1 : o == last3 ? 2 : 3;
                 F(o + below * S, a[5]);
                 if (reached(o, previous + 2 * S)) {
                     rotate(5);
@@ -334,7 +337,7 @@ void lanczos_rows(const Lum8u *pSrc, Lum8u *pDst, int32_t srcStep, int32_t dstSt
             }
             previous = o;
         }
-        col_lanczos(pDst, count, yWeights + 6 * i, a);
+        col_lanczos(d, count, args.yWeights + 6 * i, a);
     }
 }
 
@@ -380,36 +383,25 @@ LUMI_MEMBER void LUMI_T(ownpi_RowLanczos8px)(const Lum8u *src, int32_t pixelStri
     row_lanczos<3>(src, pixelStride, colOfs, xWeights, out, width, roiX, imgW);
 }
 
-LUMI_MEMBER void LUMI_T(ownResize8plLz3)(const Lum8u *pSrc, Lum8u *pDst, int32_t srcStep,
-                                         int32_t dstStep, int32_t width, int32_t height,
-                                         const int32_t *rowOfs, const int32_t *colOfs,
-                                         const Lum32f *yWeights, const Lum32f *xWeights,
-                                         Lum32f *buf0, Lum32f *buf1, Lum32f *buf2, Lum32f *buf3,
-                                         Lum32f *buf4, Lum32f *buf5, int32_t roiX, int32_t roiY,
-                                         int32_t imgW, int32_t imgH, int32_t vertFlag,
-                                         int32_t pixelStride, int32_t channelCount)
+LUMI_MEMBER void LUMI_T(ownResize8plLz3)(const ResizeLanczosArgs *args)
 {
-    (void)pixelStride, (void)channelCount;
-    Lum32f *const buf[6] = {buf0, buf1, buf2, buf3, buf4, buf5};
-    lanczos_rows(pSrc, pDst, srcStep, dstStep, width, height, rowOfs, yWeights, buf, roiY, imgH,
-                 vertFlag, [=](const Lum8u *row, Lum32f *out) {
-                     LUMI_T(ownpi_RowLanczos8pl)(row, colOfs, xWeights, out, width, roiX, imgW);
-                 });
+    const ResizeFrame &f = args->frame;
+    const int32_t width = f.width, roiX = args->roiX, imgW = args->imgW;
+    const int32_t *colOfs = f.colOfs;
+    const Lum32f *xWeights = args->xWeights;
+    lanczos_rows(*args, width, [=](const Lum8u *row, Lum32f *out) {
+        LUMI_T(ownpi_RowLanczos8pl)(row, colOfs, xWeights, out, width, roiX, imgW);
+    });
 }
 
-LUMI_MEMBER void LUMI_T(ownResize8pxLz3)(const Lum8u *pSrc, Lum8u *pDst, int32_t srcStep,
-                                         int32_t dstStep, int32_t width, int32_t height,
-                                         const int32_t *rowOfs, const int32_t *colOfs,
-                                         const Lum32f *yWeights, const Lum32f *xWeights,
-                                         Lum32f *buf0, Lum32f *buf1, Lum32f *buf2, Lum32f *buf3,
-                                         Lum32f *buf4, Lum32f *buf5, int32_t roiX, int32_t roiY,
-                                         int32_t imgW, int32_t imgH, int32_t vertFlag,
-                                         int32_t pixelStride, int32_t channelCount)
+LUMI_MEMBER void LUMI_T(ownResize8pxLz3)(const ResizeLanczosArgs *args)
 {
-    Lum32f *const buf[6] = {buf0, buf1, buf2, buf3, buf4, buf5};
-    lanczos_rows(pSrc, pDst, srcStep, dstStep, width * channelCount, height, rowOfs, yWeights, buf,
-                 roiY, imgH, vertFlag, [=](const Lum8u *row, Lum32f *out) {
-                     LUMI_T(ownpi_RowLanczos8px)(row, pixelStride, colOfs, xWeights, out, width,
-                                                 roiX, imgW);
-                 });
+    const ResizeFrame &f = args->frame;
+    const int32_t width = f.width, pixelStride = f.pixelStride;
+    const int32_t roiX = args->roiX, imgW = args->imgW;
+    const int32_t *colOfs = f.colOfs;
+    const Lum32f *xWeights = args->xWeights;
+    lanczos_rows(*args, width * f.channelCount, [=](const Lum8u *row, Lum32f *out) {
+        LUMI_T(ownpi_RowLanczos8px)(row, pixelStride, colOfs, xWeights, out, width, roiX, imgW);
+    });
 }

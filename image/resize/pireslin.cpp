@@ -301,35 +301,37 @@ void summ_linear(Lum8u *d, int32_t count, int32_t fy, const Lum16u *t, const Lum
 }
 
 /* The row ring shared by both layouts.  filter(rows, buffers, n) runs the
- * horizontal stage of n source rows (1 or 2) into their buffers. */
+ * horizontal stage of n source rows (1 or 2) into their buffers; count is
+ * the elements of an output row.  Offsets are pointer-width throughout. */
 template <typename Filter>
-void linear_rows(const Lum8u *pSrc, Lum8u *pDst, int32_t srcStep, int32_t dstStep,
-                 int32_t count, int32_t height, const int32_t *rowOfs, const Lum16u *yFrac,
-                 Lum16u *bufA, Lum16u *bufB, Filter filter)
+void linear_rows(const ResizeLinearArgs &a, int32_t count, Filter filter)
 {
-    const bool down = srcStep > 0;
-    Lum16u *upper = bufA, *lower = bufB;
+    const ResizeFrame &f = a.frame;
+    const ptrdiff_t S = f.srcStep;
+    const bool down = S > 0;
+    Lum16u *upper = a.buf[0], *lower = a.buf[1];
     {
-        const Lum8u *row[1] = {pSrc + rowOfs[0]};
-        Lum16u *buf[1] = {bufB};
+        const Lum8u *row[1] = {f.src + f.rowOfs[0]};
+        Lum16u *buf[1] = {lower};
         filter(row, buf, 1);
     }
-    int32_t previous = down ? rowOfs[0] - 1 : rowOfs[0] + 1;
-    for (int32_t i = 0; i < height; ++i, pDst += dstStep) {
-        const int32_t o = rowOfs[i];
+    ptrdiff_t previous = down ? f.rowOfs[0] - 1 : f.rowOfs[0] + 1;
+    Lum8u *d = f.dst;
+    for (int32_t i = 0; i < f.height; ++i, d += f.dstStep) {
+        const ptrdiff_t o = f.rowOfs[i];
         if (down ? o > previous : o < previous) {
             Lum16u *const t = upper;
             upper = lower;
             lower = t;
             /* The new lower row, and after a jump of more than one row the
              * new upper row as well. */
-            const int32_t next = previous + srcStep;
-            const Lum8u *row[2] = {pSrc + o + srcStep, pSrc + o};
+            const ptrdiff_t next = previous + S;
+            const Lum8u *row[2] = {f.src + o + S, f.src + o};
             Lum16u *buf[2] = {lower, upper};
             filter(row, buf, (down ? o > next : o < next) ? 2 : 1);
             previous = o;
         }
-        summ_linear(pDst, count, yFrac[i], upper, lower);
+        summ_linear(d, count, a.yFrac[i], upper, lower);
     }
 }
 
@@ -338,31 +340,28 @@ void linear_rows(const Lum8u *pSrc, Lum8u *pDst, int32_t srcStep, int32_t dstSte
 
 using namespace LUMI_NS;
 
-LUMI_MEMBER void LUMI_T(ownResize8plL)(const Lum8u *pSrc, Lum8u *pDst, int32_t srcStep,
-                                       int32_t dstStep, int32_t width, int32_t height,
-                                       const int32_t *rowOfs, const int32_t *colOfs,
-                                       const Lum16u *yFrac, const Lum16u *xWeights, Lum16u *bufA,
-                                       Lum16u *bufB, int32_t pixelStride, int32_t channelCount)
+LUMI_MEMBER void LUMI_T(ownResize8plL)(const ResizeLinearArgs *args)
 {
+    const int32_t width = args->frame.width;
+    const int32_t *colOfs = args->frame.colOfs;
+    const Lum16u *xWeights = args->xWeights;
     const int32_t shuffled = shuffle_groups(width, colOfs);
-    linear_rows(pSrc, pDst, srcStep, dstStep, width, height, rowOfs, yFrac, bufA, bufB,
-                [=](const Lum8u *const *rows, Lum16u *const *bufs, int n) {
-                    if (n == 2)
-                        coef_linear_pl<2>(rows, width, colOfs, xWeights, bufs, shuffled);
-                    else
-                        coef_linear_pl<1>(rows, width, colOfs, xWeights, bufs, shuffled);
-                });
+    linear_rows(*args, width, [=](const Lum8u *const *rows, Lum16u *const *bufs, int n) {
+        if (n == 2)
+            coef_linear_pl<2>(rows, width, colOfs, xWeights, bufs, shuffled);
+        else
+            coef_linear_pl<1>(rows, width, colOfs, xWeights, bufs, shuffled);
+    });
 }
 
-LUMI_MEMBER void LUMI_T(ownResize8pxL)(const Lum8u *pSrc, Lum8u *pDst, int32_t srcStep,
-                                       int32_t dstStep, int32_t width, int32_t height,
-                                       const int32_t *rowOfs, const int32_t *colOfs,
-                                       const Lum16u *yFrac, const Lum16u *xWeights, Lum16u *bufA,
-                                       Lum16u *bufB, int32_t pixelStride, int32_t channelCount)
+LUMI_MEMBER void LUMI_T(ownResize8pxL)(const ResizeLinearArgs *args)
 {
+    const int32_t width = args->frame.width, pixelStride = args->frame.pixelStride;
+    const int32_t *colOfs = args->frame.colOfs;
+    const Lum16u *xWeights = args->xWeights;
     const int32_t shuffled = shuffle_groups_px(width, pixelStride, colOfs);
-    linear_rows(pSrc, pDst, srcStep, dstStep, width * channelCount, height, rowOfs, yFrac, bufA,
-                bufB, [=](const Lum8u *const *rows, Lum16u *const *bufs, int n) {
+    linear_rows(*args, width * args->frame.channelCount,
+                [=](const Lum8u *const *rows, Lum16u *const *bufs, int n) {
                     if (n == 2)
                         coef_linear_px<2>(rows, width, pixelStride, colOfs, xWeights, bufs,
                                           shuffled);

@@ -108,15 +108,16 @@ void gather_row_c3(const Lum8u *s, Lum8u *d, int32_t width, const int32_t *colOf
 /* Walks the rows; a row with the source row of the one before is copied from
  * the destination row just written. */
 template <typename Gather>
-void walk_rows(const Lum8u *pSrc, Lum8u *pDst, int32_t dstStep, int32_t rowBytes, int32_t height,
-               const int32_t *rowOfs, Gather gather)
+void walk_rows(const ResizeFrame &f, int32_t rowBytes, Gather gather)
 {
+    const int32_t dstStep = f.dstStep;
     const bool copyRows = dstStep >= rowBytes || -dstStep >= rowBytes;
-    for (int32_t i = 0; i < height; ++i, pDst += dstStep) {
-        if (copyRows && i > 0 && rowOfs[i] == rowOfs[i - 1])
-            memcpy(pDst, pDst - dstStep, (size_t)rowBytes);
+    Lum8u *d = f.dst;
+    for (int32_t i = 0; i < f.height; ++i, d += dstStep) {
+        if (copyRows && i > 0 && f.rowOfs[i] == f.rowOfs[i - 1])
+            memcpy(d, d - dstStep, (size_t)rowBytes);
         else
-            gather(pSrc + rowOfs[i], pDst);
+            gather(f.src + f.rowOfs[i], d);
     }
 }
 
@@ -125,20 +126,22 @@ void walk_rows(const Lum8u *pSrc, Lum8u *pDst, int32_t dstStep, int32_t rowBytes
 
 using namespace LUMI_NS;
 
-LUMI_MEMBER void LUMI_T(ownResize8plN)(const Lum8u *pSrc, Lum8u *pDst, int32_t dstStep,
-                                       int32_t width, int32_t height, const int32_t *rowOfs,
-                                       const int32_t *colOfs, int32_t pixelStride)
+LUMI_MEMBER void LUMI_T(ownResize8plN)(const ResizeNNArgs *args)
 {
+    const ResizeFrame &f = args->frame;
+    const int32_t width = f.width;
+    const int32_t *colOfs = f.colOfs;
     const int32_t shuffled = shuffle_groups_c1(width, colOfs);
-    walk_rows(pSrc, pDst, dstStep, width, height, rowOfs, [=](const Lum8u *s, Lum8u *d) {
+    walk_rows(f, width, [=](const Lum8u *s, Lum8u *d) {
         gather_row_c1(s, d, width, colOfs, shuffled);
     });
 }
 
-LUMI_MEMBER void LUMI_T(ownResize8pxN)(const Lum8u *pSrc, Lum8u *pDst, int32_t dstStep,
-                                       int32_t width, int32_t height, const int32_t *rowOfs,
-                                       const int32_t *colOfs, int32_t pixelStride)
+LUMI_MEMBER void LUMI_T(ownResize8pxN)(const ResizeNNArgs *args)
 {
+    const ResizeFrame &f = args->frame;
+    const int32_t width = f.width, pixelStride = f.pixelStride;
+    const int32_t *colOfs = f.colOfs;
     /* Pixels before the first one taken from the last column used read their
      * fourth byte from inside that column. */
     int32_t wide = 0;
@@ -147,8 +150,7 @@ LUMI_MEMBER void LUMI_T(ownResize8pxN)(const Lum8u *pSrc, Lum8u *pDst, int32_t d
         while (wide < width - 1 && colOfs[wide] + 3 <= lastOfs)
             ++wide;
     }
-    walk_rows(pSrc, pDst, dstStep, (width - 1) * pixelStride + 3, height, rowOfs,
-              [=](const Lum8u *s, Lum8u *d) {
-                  gather_row_c3(s, d, width, colOfs, pixelStride, wide);
-              });
+    walk_rows(f, (width - 1) * pixelStride + 3, [=](const Lum8u *s, Lum8u *d) {
+        gather_row_c3(s, d, width, colOfs, pixelStride, wide);
+    });
 }

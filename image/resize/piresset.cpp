@@ -17,8 +17,14 @@
  * a time.
  *
  * Linear and cubic move their window at the image's edges (not the
- * region's), so that no sample is read outside the image; nearest neighbour
- * and Lanczos move nothing.
+ * region's), so that no sample is read outside the image.  Nearest
+ * neighbour takes the image's last pixel for the one position that can fall
+ * past it (a scaled length of exactly one half at the image's edge).
+ * Lanczos moves nothing; its kernels fold the taps at the edges.
+ *
+ * Row offsets are formed in pointer width: a row index times the step
+ * passes 2^31 in an image of more than 2 GiB.  Column offsets stay 32-bit;
+ * the driver refuses rows too long for that.
  */
 #include "piresize.h"
 
@@ -73,22 +79,27 @@ inline int32_t frac14(double p, int32_t r)
 }
 
 } // namespace
-} // namespace LUMI_NS
 
-using namespace LUMI_NS;
-
-LUMI_MEMBER void LUMI_T(ownpi_TableNN)(const ResizeAxis *axis, int32_t *ofs)
+/* Nearest neighbour: the pixel under each position.  A scaled length of
+ * exactly one half puts its single sample on the region's end; where that
+ * is past the image, the image's last pixel is taken instead. */
+template <typename Ofs>
+void table_nn(const ResizeAxis &axis, Ofs *ofs)
 {
-    const int32_t scale = axis->scale;
-    walk_lanes(*axis, [=](int32_t i, double p) { ofs[i] = ref_index(p) * scale; });
+    const int32_t last = axis.imgLen - axis.absFirst - 1, scale = axis.scale;
+    walk_lanes(axis, [=](int32_t i, double p) {
+        const int32_t r = ref_index(p);
+        ofs[i] = (Ofs)(r < last ? r : last) * scale;
+    });
 }
 
 /* Linear: the pair (r, r + 1) and the weight of r + 1.  On the image's last
  * row the pair moves up by one and the lower row takes the full weight. */
-LUMI_MEMBER void LUMI_T(ownpi_TableLinearRows)(const ResizeAxis *axis, int32_t *ofs, Lum16u *frac)
+template <typename Ofs>
+void table_linear_rows(const ResizeAxis &axis, Ofs *ofs, Lum16u *frac)
 {
-    const int32_t last = axis->imgLen - axis->absFirst - 1, scale = axis->scale;
-    walk_serial(*axis, [=](int32_t i, double p) {
+    const int32_t last = axis.imgLen - axis.absFirst - 1, scale = axis.scale;
+    walk_serial(axis, [=](int32_t i, double p) {
         int32_t r = ref_index(p);
         if (r == last) {
             r -= 1;
@@ -96,16 +107,16 @@ LUMI_MEMBER void LUMI_T(ownpi_TableLinearRows)(const ResizeAxis *axis, int32_t *
         } else {
             frac[i] = (Lum16u)frac14(p, r);
         }
-        ofs[i] = r * scale;
+        ofs[i] = (Ofs)r * scale;
     });
 }
 
 /* Linear columns: weights in pairs, left then right, adding up to 16384. */
-LUMI_MEMBER void LUMI_T(ownpi_TableLinearCols)(const ResizeAxis *axis, int32_t *ofs,
-                                               Lum16u *weights)
+template <typename Ofs>
+void table_linear_cols(const ResizeAxis &axis, Ofs *ofs, Lum16u *weights)
 {
-    const int32_t last = axis->imgLen - axis->absFirst - 1, scale = axis->scale;
-    walk_serial(*axis, [=](int32_t j, double p) {
+    const int32_t last = axis.imgLen - axis.absFirst - 1, scale = axis.scale;
+    walk_serial(axis, [=](int32_t j, double p) {
         int32_t c = ref_index(p);
         int32_t f;
         if (c == last) {
@@ -116,17 +127,18 @@ LUMI_MEMBER void LUMI_T(ownpi_TableLinearCols)(const ResizeAxis *axis, int32_t *
         }
         weights[2 * j] = (Lum16u)(16384 - f);
         weights[2 * j + 1] = (Lum16u)f;
-        ofs[j] = c * scale;
+        ofs[j] = (Ofs)c * scale;
     });
 }
 
 /* Cubic: the centre of the four samples c - 1 .. c + 2 and t relative to it.
  * At the image's edges the window shifts inward instead of replicating: t
  * runs from -1 on the first pixel to exactly 2 on the last. */
-LUMI_MEMBER void LUMI_T(ownpi_TableCubic)(const ResizeAxis *axis, int32_t *ofs, Lum32f *frac)
+template <typename Ofs>
+void table_cubic(const ResizeAxis &axis, Ofs *ofs, Lum32f *frac)
 {
-    const int32_t first = axis->absFirst, len = axis->imgLen, scale = axis->scale;
-    walk_serial(*axis, [=](int32_t i, double p) {
+    const int32_t first = axis.absFirst, len = axis.imgLen, scale = axis.scale;
+    walk_serial(axis, [=](int32_t i, double p) {
         const int32_t r = ref_index(p), a = first + r;
         int32_t centre;
         if (a == len - 1) {
@@ -136,22 +148,34 @@ LUMI_MEMBER void LUMI_T(ownpi_TableCubic)(const ResizeAxis *axis, int32_t *ofs, 
             centre = a == 0 ? r + 1 : a == len - 2 ? r - 1 : r;
             frac[i] = (Lum32f)(p - (double)centre);
         }
-        ofs[i] = centre * scale;
+        ofs[i] = (Ofs)centre * scale;
     });
 }
 
 /* Lanczos: the reference index and the fraction, moved at no edge. */
-LUMI_MEMBER void LUMI_T(ownpi_TableLanczos)(const ResizeAxis *axis, int32_t *ofs, Lum32f *frac,
-                                            int32_t inLanes)
+template <typename Ofs>
+void table_lanczos(const ResizeAxis &axis, Ofs *ofs, Lum32f *frac, bool inLanes)
 {
-    const int32_t scale = axis->scale;
+    const int32_t scale = axis.scale;
     auto emit = [=](int32_t i, double p) {
         const int32_t r = ref_index(p);
         frac[i] = (Lum32f)(p - (double)r);
-        ofs[i] = r * scale;
+        ofs[i] = (Ofs)r * scale;
     };
     if (inLanes)
-        walk_lanes(*axis, emit);
+        walk_lanes(axis, emit);
     else
-        walk_serial(*axis, emit);
+        walk_serial(axis, emit);
 }
+
+/* Rows take pointer-width offsets, columns 32-bit ones. */
+#define LUMI_RESIZE_TABLES(Ofs)                                                                   \
+    template void table_nn<Ofs>(const ResizeAxis &, Ofs *);                                        \
+    template void table_linear_rows<Ofs>(const ResizeAxis &, Ofs *, Lum16u *);                     \
+    template void table_linear_cols<Ofs>(const ResizeAxis &, Ofs *, Lum16u *);                     \
+    template void table_cubic<Ofs>(const ResizeAxis &, Ofs *, Lum32f *);                           \
+    template void table_lanczos<Ofs>(const ResizeAxis &, Ofs *, Lum32f *, bool);
+LUMI_RESIZE_TABLES(ptrdiff_t)
+LUMI_RESIZE_TABLES(int32_t)
+
+} // namespace LUMI_NS
