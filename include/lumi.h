@@ -160,6 +160,12 @@ typedef struct {
     X(5, 70, LUM_CPU_AVX | LUM_CPU_AVX_OS, "AVX")
 #define LUMI_DISPATCH_INDEX_COUNT 6
 
+/* Instruction-set levels of the tiers. */
+#define LUMI_LEVEL_SSE3 1
+#define LUMI_LEVEL_SSSE3 2
+#define LUMI_LEVEL_SSE41 3
+#define LUMI_LEVEL_AVX 4
+
 /* The tiers: the prefix of their members, the instruction-set level they are
  * built for (1 SSE3, 2 SSSE3, 3 SSE4.1, 4 AVX) and the lowest dispatch index
  * whose processor runs them.  Which tier serves which index is a per-primitive

@@ -13,6 +13,7 @@
 #include "lumi.h"
 #include "support/alloc_fault.h"
 #include "support/guarded.h"
+#include "support/members.h"
 #include "support/resize_ref.h"
 #include "support/tiers.h"
 
@@ -212,30 +213,21 @@ TEST_P(ResizeCubic, WorkedValues)
 
 LUMI_INSTANTIATE_TIERS(ResizeCubic);
 
-#define LUMI_CUBIC_STAGES(t)                                                                    \
-    extern "C" void t##_ownpi_CoefCubic8pl(const uint8_t *, int32_t, const int32_t *,           \
-                                           const float *, float *);                             \
-    extern "C" void t##_ownpi_CoefCubic8px(const uint8_t *, int32_t, int32_t, const int32_t *,  \
-                                           const float *, float *);                             \
-    extern "C" void t##_ownpi_SummCubic8pl(uint8_t *, int32_t, const float *, const float *,    \
-                                           const float *, const float *, const float *);
-LUMI_CUBIC_STAGES(m7)
-LUMI_CUBIC_STAGES(y8)
-LUMI_CUBIC_STAGES(e9)
-
+// Every tier's cubic row stages, called directly.
 struct CubicStages {
     const char *name;
-    int index; // lowest dispatch index that runs the tier
-    decltype(&m7_ownpi_CoefCubic8pl) pl;
-    decltype(&m7_ownpi_CoefCubic8px) px;
-    decltype(&m7_ownpi_SummCubic8pl) summ;
+    lumi_member_type::ownpi_CoefCubic8pl *pl;
+    lumi_member_type::ownpi_CoefCubic8px *px;
+    lumi_member_type::ownpi_SummCubic8pl *summ;
 };
 
-const CubicStages kStages[] = {
-    {"m7", 1, m7_ownpi_CoefCubic8pl, m7_ownpi_CoefCubic8px, m7_ownpi_SummCubic8pl},
-    {"y8", 4, y8_ownpi_CoefCubic8pl, y8_ownpi_CoefCubic8px, y8_ownpi_SummCubic8pl},
-    {"e9", 5, e9_ownpi_CoefCubic8pl, e9_ownpi_CoefCubic8px, e9_ownpi_SummCubic8pl},
-};
+std::vector<CubicStages> runnable_stages()
+{
+    std::vector<CubicStages> out;
+    for (const lumitest::TierMembers &m : lumitest::runnable_tier_members())
+        out.push_back({m.name, m.ownpi_CoefCubic8pl, m.ownpi_CoefCubic8px, m.ownpi_SummCubic8pl});
+    return out;
+}
 
 // The filtered rows bit for bit: whole groups of four columns in the grouped
 // order with 0x3EAAAAAA, the rest in the single order with 3.0; three
@@ -244,9 +236,7 @@ const CubicStages kStages[] = {
 TEST(ResizeCubicStages, HorizontalOrdersBitForBit)
 {
     int ordersDiffer = 0;
-    for (const CubicStages &st : kStages) {
-        if (!tier_allowed(st.index))
-            continue;
+    for (const CubicStages &st : runnable_stages()) {
         for (int ch : {1, 3})
             for (int W = 1; W <= 13; ++W) {
                 Source src(40, 1, ch, (uint32_t)(W * 5 + ch));
@@ -287,9 +277,7 @@ TEST(ResizeCubicStages, VerticalOrdersSplitAtGroupsOfFour)
     alignas(32) float buf[32]; // row buffers are 32-byte aligned
     std::fill(buf, buf + 32, x);
     const float t = 0.0f;
-    for (const CubicStages &st : kStages) {
-        if (!tier_allowed(st.index))
-            continue;
+    for (const CubicStages &st : runnable_stages()) {
         for (int count = 1; count <= 19; ++count) {
             std::vector<uint8_t> out((size_t)count + 4, 0xEE);
             st.summ(out.data(), count, &t, buf, buf, buf, buf);

@@ -15,6 +15,7 @@
 #include "lumi.h"
 #include "support/alloc_fault.h"
 #include "support/guarded.h"
+#include "support/members.h"
 #include "support/resize_ref.h"
 #include "support/tiers.h"
 
@@ -298,18 +299,6 @@ TEST(ResizeLanczosTable, KernelValues)
     EXPECT_EQ(memcmp(m7_tblLanczos3, e9_tblLanczos3, sizeof(float) * 302), 0);
 }
 
-extern "C" void m7_ownpi_RowLanczos8pl(const uint8_t *, const int32_t *, const float *, float *,
-                                       int32_t, int32_t, int32_t);
-extern "C" void y8_ownpi_RowLanczos8pl(const uint8_t *, const int32_t *, const float *, float *,
-                                       int32_t, int32_t, int32_t);
-extern "C" void e9_ownpi_RowLanczos8pl(const uint8_t *, const int32_t *, const float *, float *,
-                                       int32_t, int32_t, int32_t);
-extern "C" void m7_ownpi_RowLanczos8px(const uint8_t *, int32_t, const int32_t *, const float *,
-                                       float *, int32_t, int32_t, int32_t);
-extern "C" void y8_ownpi_RowLanczos8px(const uint8_t *, int32_t, const int32_t *, const float *,
-                                       float *, int32_t, int32_t, int32_t);
-extern "C" void e9_ownpi_RowLanczos8px(const uint8_t *, int32_t, const int32_t *, const float *,
-                                       float *, int32_t, int32_t, int32_t);
 
 // The filtered rows themselves, bit for bit: the AVX tier pairs the
 // four-term sums of the edge cases and so differs from the others in the
@@ -328,32 +317,21 @@ TEST(ResizeLanczosTiers, AvxEdgeSumsFollowTheirRule)
                 std::vector<int32_t> ofs;
                 for (int c : cols.index)
                     ofs.push_back(c * ch);
-                struct Tier {
-                    const char *name;
-                    decltype(&m7_ownpi_RowLanczos8pl) pl;
-                    decltype(&m7_ownpi_RowLanczos8px) px;
-                    bool avx;
-                } tiers[] = {{"m7", m7_ownpi_RowLanczos8pl, m7_ownpi_RowLanczos8px, false},
-                             {"y8", y8_ownpi_RowLanczos8pl, y8_ownpi_RowLanczos8px, false},
-                             {"e9", e9_ownpi_RowLanczos8pl, e9_ownpi_RowLanczos8px, true}};
-                for (const Tier &t : tiers) {
-                    if (t.avx && !tier_allowed(5))
-                        continue;
-                    if (!t.avx && t.name[0] == 'y' && !tier_allowed(4))
-                        continue;
+                for (const lumitest::TierMembers &t : lumitest::runnable_tier_members()) {
+                    const bool avx = t.level >= LUMI_LEVEL_AVX;
                     std::vector<float> got((size_t)W * 3 + 12);
                     const uint8_t *row = src.buf.data() + roiX * ch;
                     if (ch == 1)
-                        t.pl(row, ofs.data(), cols.w.data(), got.data(), W, roiX, w);
+                        t.ownpi_RowLanczos8pl(row, ofs.data(), cols.w.data(), got.data(), W, roiX, w);
                     else
-                        t.px(row, 3, ofs.data(), cols.w.data(), got.data(), W, roiX, w);
-                    const std::vector<float> want = filter_row(v, cut, cols, 0, t.avx);
-                    const std::vector<float> other = filter_row(v, cut, cols, 0, !t.avx);
+                        t.ownpi_RowLanczos8px(row, 3, ofs.data(), cols.w.data(), got.data(), W, roiX, w);
+                    const std::vector<float> want = filter_row(v, cut, cols, 0, avx);
+                    const std::vector<float> other = filter_row(v, cut, cols, 0, !avx);
                     for (size_t e = 0; e < want.size(); ++e) {
                         ASSERT_EQ(memcmp(&got[e], &want[e], 4), 0)
                             << t.name << " ch " << ch << " roiX " << roiX << " seed " << seed
                             << " element " << e << ": " << got[e] << " expected " << want[e];
-                        differing += t.avx && want[e] != other[e];
+                        differing += avx && want[e] != other[e];
                     }
                 }
             }

@@ -48,7 +48,22 @@ typedef LumStatus LumiMedianLineFn(const Lum8u *pSrc, int32_t srcStep, Lum8u *pD
     X(c, lumiFilterMedianHoriz_8u_C1R, LumiMedianLineFn)                                         \
     X(c, lumiFilterMedianHoriz_8u_C3R, LumiMedianLineFn)                                         \
     X(c, lumiFilterMedianVert_8u_C1R, LumiMedianLineFn)                                          \
-    X(c, lumiFilterMedianVert_8u_C3R, LumiMedianLineFn)
+    X(c, lumiFilterMedianVert_8u_C3R, LumiMedianLineFn)                                          \
+    /* Resize row stages (image/resize): cubic rows filtered across and summed                 \
+     * down, Lanczos rows filtered across. */                                                    \
+    X(c, ownpi_CoefCubic8pl, void(const Lum8u *src, int32_t width, const int32_t *colOfs,        \
+                                  const Lum32f *xFrac, Lum32f *out))                             \
+    X(c, ownpi_CoefCubic8px, void(const Lum8u *src, int32_t width, int32_t pixelStride,          \
+                                  const int32_t *colOfs, const Lum32f *xFrac, Lum32f *out))      \
+    X(c, ownpi_SummCubic8pl, void(Lum8u *dst, int32_t count, const Lum32f *yFrac,                \
+                                  const Lum32f *r0, const Lum32f *r1, const Lum32f *r2,          \
+                                  const Lum32f *r3))                                             \
+    X(c, ownpi_RowLanczos8pl, void(const Lum8u *src, const int32_t *colOfs,                      \
+                                   const Lum32f *xWeights, Lum32f *out, int32_t width,           \
+                                   int32_t roiX, int32_t imgW))                                  \
+    X(c, ownpi_RowLanczos8px, void(const Lum8u *src, int32_t pixelStride, const int32_t *colOfs, \
+                                   const Lum32f *xWeights, Lum32f *out, int32_t width,           \
+                                   int32_t roiX, int32_t imgW))
 
 /* lumi_member_type::lumsZero_8u is the function type of every tier's
  * lumsZero_8u member. */

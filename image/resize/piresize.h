@@ -154,14 +154,6 @@ LUMI_MEMBER void LUMI_T(ownResize8plL)(const LUMI_NS::ResizeLinearArgs *args);
 LUMI_MEMBER void LUMI_T(ownResize8pxL)(const LUMI_NS::ResizeLinearArgs *args);
 
 /* Cubic (pirescub.cpp): the stages and the kernels. */
-LUMI_MEMBER void LUMI_T(ownpi_CoefCubic8pl)(const Lum8u *src, int32_t width, const int32_t *colOfs,
-                                            const Lum32f *xFrac, Lum32f *out);
-LUMI_MEMBER void LUMI_T(ownpi_CoefCubic8px)(const Lum8u *src, int32_t width, int32_t pixelStride,
-                                            const int32_t *colOfs, const Lum32f *xFrac,
-                                            Lum32f *out);
-LUMI_MEMBER void LUMI_T(ownpi_SummCubic8pl)(Lum8u *dst, int32_t count, const Lum32f *yFrac,
-                                            const Lum32f *r0, const Lum32f *r1, const Lum32f *r2,
-                                            const Lum32f *r3);
 LUMI_MEMBER void LUMI_T(ownResize8plC)(const LUMI_NS::ResizeCubicArgs *args);
 LUMI_MEMBER void LUMI_T(ownResize8pxC)(const LUMI_NS::ResizeCubicArgs *args);
 
@@ -169,13 +161,6 @@ LUMI_MEMBER void LUMI_T(ownResize8pxC)(const LUMI_NS::ResizeCubicArgs *args);
  * the kernel table, the horizontal stages and the kernels. */
 LUMI_MEMBER void LUMI_T(ownpi_Lanczos3)(const Lum32f *frac, int32_t count, Lum32f *weights,
                                         const Lum32f *table);
-LUMI_MEMBER void LUMI_T(ownpi_RowLanczos8pl)(const Lum8u *src, const int32_t *colOfs,
-                                             const Lum32f *xWeights, Lum32f *out, int32_t width,
-                                             int32_t roiX, int32_t imgW);
-LUMI_MEMBER void LUMI_T(ownpi_RowLanczos8px)(const Lum8u *src, int32_t pixelStride,
-                                             const int32_t *colOfs, const Lum32f *xWeights,
-                                             Lum32f *out, int32_t width, int32_t roiX,
-                                             int32_t imgW);
 LUMI_MEMBER void LUMI_T(ownResize8plLz3)(const LUMI_NS::ResizeLanczosArgs *args);
 LUMI_MEMBER void LUMI_T(ownResize8pxLz3)(const LUMI_NS::ResizeLanczosArgs *args);
 

@@ -20,6 +20,7 @@ namespace lumitest {
 
 struct TierMembers {
     const char *name;
+    int level; // instruction-set level, LUMI_LEVEL_SSE3 ... LUMI_LEVEL_AVX
     int index; // lowest dispatch index that runs this tier
 #define LUMI_TEST_MEMBER_FIELD_(c, name, type) lumi_member_type::name *name;
     LUMI_INTERNAL_MEMBERS(LUMI_TEST_MEMBER_FIELD_, _)
@@ -30,7 +31,7 @@ inline const std::vector<TierMembers> &all_tier_members()
 {
 #define LUMI_TEST_MEMBER_ADDRESS_(t, name, type) t##_##name,
 #define LUMI_TEST_MEMBER_ROW_(t, level, lowest) \
-    {#t, lowest, LUMI_INTERNAL_MEMBERS(LUMI_TEST_MEMBER_ADDRESS_, t)},
+    {#t, level, lowest, LUMI_INTERNAL_MEMBERS(LUMI_TEST_MEMBER_ADDRESS_, t)},
     static const std::vector<TierMembers> rows = {LUMI_TIER_LIST(LUMI_TEST_MEMBER_ROW_)};
 #undef LUMI_TEST_MEMBER_ROW_
 #undef LUMI_TEST_MEMBER_ADDRESS_
