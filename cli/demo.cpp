@@ -56,6 +56,11 @@ const DemoCase kCases[] = {
     {"lumiFilterMedian_8u_C1R", "--mask 3x3", "median-grey-3x3"},
     {"lumiFilterMedian_8u_C3R", "--mask 5x5", "median-5x5"},
     {"lumiFilterMedian_8u_C3R", "--mask 7x3", "median-7x3"},
+    {"lumiFilter_8u_C3R", "--kernel sharpen", "filter-sharpen"},
+    {"lumiFilter_8u_C1R", "--kernel edge", "filter-grey-edge"},
+    {"lumiFilter_8u_C3R", "--kernel 1,1,1,1,1,1,1,1,1 --divisor 9", "filter-9x1-motion"},
+    {"lumiFilter32f_8u_C3R", "--kernel emboss", "filter32f-emboss"},
+    {"lumiFilter32f_8u_C1R", "--kernel gauss5", "filter32f-grey-gauss5"},
 };
 
 const int kPictureW = 320, kPictureH = 240;

@@ -126,6 +126,8 @@ enum {
     kOptAnchor = 1 << 1, // --anchor X,Y
     kOptScale = 1 << 2,  // --scale F, --fx F, --fy F, --size WxH
     kOptMethod = 1 << 3, // --method nn|linear|cubic|lanczos|super|CODE
+    kOptKernel = 1 << 4, // --kernel "a,b,c;d,e,f;..." or a preset name
+    kOptDivisor = 1 << 5, // --divisor N
 };
 
 struct Params {
@@ -135,6 +137,9 @@ struct Params {
     double fx = 1.0, fy = 1.0;
     LumiSize size = {0, 0}; // --size: output size instead of factors
     int method = LUMI_INTER_LINEAR;
+    std::vector<double> kernel; // row-major, mask.width * mask.height cells; empty: sharpen
+    int divisor = 1;
+    bool divisor_given = false;
     LumiRect roi = {0, 0, 0, 0};
     bool roi_given = false;
 };

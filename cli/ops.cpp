@@ -121,13 +121,12 @@ struct Footprint {
     int left, top;
 };
 
-bool make_footprint(const Image &in, const Params &p, int spare, Footprint *f, std::string *err)
+bool make_footprint_at(const Image &in, const Params &p, int left, int top, int spare,
+                       Footprint *f, std::string *err)
 {
-    // An anchor outside the mask is refused by the library before it reads
-    // anything; clamp only so that the buffer stays well formed.
     int mw = std::max(p.mask.width, 1), mh = std::max(p.mask.height, 1);
-    f->left = std::min(std::max(p.anchor.x, 0), mw - 1);
-    f->top = std::min(std::max(p.anchor.y, 0), mh - 1);
+    f->left = left;
+    f->top = top;
     int w = p.roi.width + mw - 1, h = p.roi.height + mh - 1 + spare;
     if (!make_image(&f->img, w, h, in.channels, err))
         return false;
@@ -139,6 +138,15 @@ bool make_footprint(const Image &in, const Params &p, int spare, Footprint *f, s
         }
     }
     return true;
+}
+
+bool make_footprint(const Image &in, const Params &p, int spare, Footprint *f, std::string *err)
+{
+    // An anchor outside the mask is refused by the library before it reads
+    // anything; clamp only so that the buffer stays well formed.
+    int mw = std::max(p.mask.width, 1), mh = std::max(p.mask.height, 1);
+    return make_footprint_at(in, p, std::min(std::max(p.anchor.x, 0), mw - 1),
+                             std::min(std::max(p.anchor.y, 0), mh - 1), spare, f, err);
 }
 
 template <typename Fn>
@@ -173,6 +181,77 @@ LumStatus run_filter_in_place(const Op &, Job &job)
     return st;
 }
 
+// Named kernels for --kernel; a preset's divisor applies unless --divisor
+// is given, and the float forms take the cells already divided.
+struct KernelPreset {
+    const char *name;
+    int w, h, divisor;
+    double cells[25];
+};
+const KernelPreset kKernelPresets[] = {
+    {"sharpen", 3, 3, 1, {0, -1, 0, -1, 5, -1, 0, -1, 0}},
+    {"emboss", 3, 3, 1, {-2, -1, 0, -1, 1, 1, 0, 1, 2}},
+    {"edge", 3, 3, 1, {-1, -1, -1, -1, 8, -1, -1, -1, -1}},
+    {"blur", 3, 3, 16, {1, 2, 1, 2, 4, 2, 1, 2, 1}},
+    {"gauss5", 5, 5, 256, {1, 4, 6, 4, 1, 4, 16, 24, 16, 4, 6, 24, 36, 24, 6,
+                           4, 16, 24, 16, 4, 1, 4, 6, 4, 1}},
+};
+
+const KernelPreset *find_preset(const std::string &name)
+{
+    for (const KernelPreset &k : kKernelPresets)
+        if (name == k.name)
+            return &k;
+    return nullptr;
+}
+
+// The kernel of the job: the one given, or the sharpen preset.
+void settle_kernel(Params *p)
+{
+    if (!p->kernel.empty())
+        return;
+    const KernelPreset &k = kKernelPresets[0];
+    p->kernel.assign(k.cells, k.cells + k.w * k.h);
+    p->mask = {k.w, k.h};
+}
+
+// The integer form takes the cells as integers and the divisor, the float
+// form the cells as floats.
+LumStatus call_convolution(decltype(&lumiFilter_8u_C1R) fn, const Lum8u *src, int32_t srcStep,
+                           Lum8u *dst, int32_t dstStep, LumiSize roi, const Lum32s *ki,
+                           const Lum32f *, LumiSize k, LumiPoint a, int divisor)
+{
+    return fn(src, srcStep, dst, dstStep, roi, ki, k, a, divisor);
+}
+
+LumStatus call_convolution(decltype(&lumiFilter32f_8u_C1R) fn, const Lum8u *src, int32_t srcStep,
+                           Lum8u *dst, int32_t dstStep, LumiSize roi, const Lum32s *,
+                           const Lum32f *kf, LumiSize k, LumiPoint a, int)
+{
+    return fn(src, srcStep, dst, dstStep, roi, kf, k, a);
+}
+
+// The footprint of a mirrored kernel: the window reaches kw - 1 - ax pixels
+// left of the output pixel and kh - 1 - ay rows above it.
+template <typename Fn>
+LumStatus run_convolution(const Op &, Job &job)
+{
+    Params &p = job.p;
+    Footprint f;
+    if (!make_footprint_at(*job.in, p, p.mask.width - 1 - p.anchor.x,
+                           p.mask.height - 1 - p.anchor.y, 0, &f, &job.error))
+        return 1;
+    const LumiRect &r = p.roi;
+    job.out = *job.in;
+    std::vector<Lum32s> ki(p.kernel.begin(), p.kernel.end());
+    std::vector<Lum32f> kf(p.kernel.begin(), p.kernel.end());
+    return timed(job, [&] {
+        return call_convolution((Fn)job.fn, f.img.at(f.left, f.top), f.img.step(),
+                                job.out.at(r.x, r.y), job.out.step(), roi_size(p), ki.data(),
+                                kf.data(), p.mask, p.anchor, p.divisor);
+    });
+}
+
 // The result's size along one axis as the library works it out: the
 // truncated scaled length, at least one pixel (a length below one half is
 // refused by the library itself).
@@ -205,6 +284,7 @@ LumStatus run_resize(const Op &, Job &job)
 
 const unsigned kFilter = kOptMask | kOptAnchor;
 const unsigned kResize = kOptScale | kOptMethod;
+const unsigned kConvolution = kOptKernel | kOptAnchor;
 
 // A row names its primitive once: the shape is instantiated with the
 // primitive's type from the public header, so a shape that calls it with
@@ -249,6 +329,14 @@ const std::vector<Op> kOps = {
      "median of a rectangle, grey"),
     LUMI_CLI_OP(lumiFilterMedian_8u_C3R, "median", 3, kInterleaved, kInterleaved, kFilter, run_filter,
      "median of a rectangle per channel, RGB"),
+    LUMI_CLI_OP(lumiFilter_8u_C1R, "filter", 1, kInterleaved, kInterleaved,
+     kConvolution | kOptDivisor, run_convolution, "integer kernel and divisor, grey"),
+    LUMI_CLI_OP(lumiFilter_8u_C3R, "filter", 3, kInterleaved, kInterleaved,
+     kConvolution | kOptDivisor, run_convolution, "integer kernel and divisor, RGB"),
+    LUMI_CLI_OP(lumiFilter32f_8u_C1R, "filter32f", 1, kInterleaved, kInterleaved, kConvolution,
+     run_convolution, "float kernel, grey"),
+    LUMI_CLI_OP(lumiFilter32f_8u_C3R, "filter32f", 3, kInterleaved, kInterleaved, kConvolution,
+     run_convolution, "float kernel, RGB"),
 };
 
 // ------------------------------------------------------------- options --
@@ -324,7 +412,60 @@ const OptionInfo kOptions[] = {
     {"--fy", kOptScale, nullptr},
     {"--size", kOptScale, "--size WxH       result size instead of factors"},
     {"--method", kOptMethod, nullptr}, // method_help()
+    {"--kernel", kOptKernel,
+     "--kernel K       \"a,b,c;d,e,f;...\" rows of cells, or sharpen, emboss, edge, blur,\n"
+     "                   gauss5 (default sharpen)"},
+    {"--divisor", kOptDivisor, "--divisor N      the sum is divided by N (default 1, or the preset's)"},
 };
+
+// "a,b;c,d" into cells and a size; every row as long as the first.
+bool parse_kernel(const std::string &value, bool integers, Params *p)
+{
+    if (const KernelPreset *k = find_preset(value)) {
+        p->kernel.assign(k->cells, k->cells + k->w * k->h);
+        p->mask = {k->w, k->h};
+        if (!integers)
+            for (double &c : p->kernel)
+                c /= k->divisor;
+        else if (!p->divisor_given)
+            p->divisor = k->divisor;
+        return true;
+    }
+    std::vector<double> cells;
+    int w = 0, h = 0;
+    size_t pos = 0;
+    while (pos <= value.size()) {
+        size_t end = value.find(';', pos);
+        if (end == std::string::npos)
+            end = value.size();
+        const std::string row = value.substr(pos, end - pos);
+        int n = 0;
+        size_t c = 0;
+        while (c <= row.size()) {
+            size_t next = row.find(',', c);
+            if (next == std::string::npos)
+                next = row.size();
+            const std::string cell = row.substr(c, next - c);
+            double d;
+            int i;
+            if (integers ? !parse_int(cell, INT32_MIN, INT32_MAX, &i) : !parse_double(cell, &d))
+                return false;
+            cells.push_back(integers ? i : d);
+            ++n;
+            c = next + 1;
+        }
+        if (h > 0 && n != w)
+            return false;
+        w = n;
+        ++h;
+        pos = end + 1;
+    }
+    if (w < 1 || h < 1 || w > kMaxMaskSide || h > kMaxMaskSide)
+        return false;
+    p->kernel = cells;
+    p->mask = {w, h};
+    return true;
+}
 
 } // namespace
 
@@ -412,6 +553,11 @@ bool parse_option(const Op &op, const std::string &key, const std::string &value
     } else if (key == "--size") {
         ok = parse_ints(value, 'x', 2, 1, 1 << 20, v);
         p->size = {v[0], v[1]};
+    } else if (key == "--kernel") {
+        ok = parse_kernel(value, op.options & kOptDivisor, p);
+    } else if (key == "--divisor") {
+        ok = parse_int(value, INT32_MIN, INT32_MAX, &p->divisor);
+        p->divisor_given = true;
     } else if (key == "--method") {
         ok = false;
         for (const auto &m : kMethods)
@@ -431,7 +577,10 @@ bool parse_option(const Op &op, const std::string &key, const std::string &value
                      {"--fx", "a number"},
                      {"--fy", "a number"},
                      {"--size", "WxH"},
-                     {"--method", "nn, linear, cubic, catmullrom, super, lanczos or a number"}};
+                     {"--method", "nn, linear, cubic, catmullrom, super, lanczos or a number"},
+                     {"--kernel", "rows of numbers like \"0,-1,0;-1,5,-1;0,-1,0\", all rows "
+                                  "as long, or a preset"},
+                     {"--divisor", "an integer"}};
         for (const auto &f : forms)
             if (key == f.key)
                 *err = key + " wants " + f.form + ", not '" + value + "'";
@@ -455,6 +604,8 @@ bool settle_roi(const Op &op, const Image &in, Params *p, std::string *err)
             return false;
         }
     }
+    if (op.options & kOptKernel)
+        settle_kernel(p);
     if (!p->anchor_given)
         p->anchor = {p->mask.width / 2, p->mask.height / 2};
     return true;

@@ -341,6 +341,28 @@ LUMI_API LumStatus lumiFilterMedian_8u_C3R(const Lum8u *pSrc, int32_t srcStep, L
 
 /* ------------------------------------------------ filters: convolution -- */
 
+/* Convolution with a mirrored kernel: cell `anchor` lies over each output
+ * pixel and the window reaches kernelSize - 1 - anchor pixels up and left of
+ * it (the anchor is not checked).  pSrc is the pixel under the first output
+ * pixel and the caller supplies the footprint.  The integer form divides the
+ * 32-bit sum by `divisor` with rounding to nearest even (a divisor that is
+ * not a power of two acts as a single-precision reciprocal); the float form
+ * rounds per engine (see README). */
+LUMI_API LumStatus lumiFilter_8u_C1R(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst,
+                                     int32_t dstStep, LumiSize dstRoiSize, const Lum32s *pKernel,
+                                     LumiSize kernelSize, LumiPoint anchor, int32_t divisor);
+LUMI_API LumStatus lumiFilter_8u_C3R(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst,
+                                     int32_t dstStep, LumiSize dstRoiSize, const Lum32s *pKernel,
+                                     LumiSize kernelSize, LumiPoint anchor, int32_t divisor);
+LUMI_API LumStatus lumiFilter32f_8u_C1R(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst,
+                                        int32_t dstStep, LumiSize dstRoiSize,
+                                        const Lum32f *pKernel, LumiSize kernelSize,
+                                        LumiPoint anchor);
+LUMI_API LumStatus lumiFilter32f_8u_C3R(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst,
+                                        int32_t dstStep, LumiSize dstRoiSize,
+                                        const Lum32f *pKernel, LumiSize kernelSize,
+                                        LumiPoint anchor);
+
 /* ------------------------------ filters: Gaussian, min, max, bilateral -- */
 
 /* -------------------------------------------------------------- resize -- */

@@ -392,6 +392,43 @@ TEST_F(Cli, FiltersKeepThePictureSizeAndRepeatTheEdges)
         EXPECT_EQ(memcmp(got.at(1, y), expected.at(1, y), W - 2), 0) << "row " << y;
 }
 
+// --kernel is read row by row and mirrored by the library: a single 1 right
+// of the centre moves the picture one pixel right.  Presets carry their
+// divisor, --divisor overrides it, and the float form gives the same blur.
+TEST_F(Cli, FilterKernelsPresetsAndDivisor)
+{
+    if (!live("lumiFilter_8u_C1R") || !live("lumiFilter32f_8u_C1R"))
+        return;
+    const int W = 29, H = 11;
+    Image in = noise(W, H, 1);
+    save("in.pgm", in);
+    ASSERT_EQ(lumi("filter --kernel \"0,0,0;0,0,1;0,0,0\" in.pgm shift.pgm").code, 0);
+    Image shift = load("shift.pgm", 1);
+    for (int y = 0; y < H; ++y)
+        for (int x = 1; x < W; ++x)
+            ASSERT_EQ(shift.at(x, y)[0], in.at(x - 1, y)[0]) << x << "," << y;
+
+    ASSERT_EQ(lumi("filter --kernel blur in.pgm a.pgm").code, 0);
+    ASSERT_EQ(lumi("filter --kernel '1,2,1;2,4,2;1,2,1' --divisor 16 in.pgm b.pgm").code, 0);
+    ASSERT_EQ(lumi("filter32f --kernel blur in.pgm c.pgm").code, 0);
+    ASSERT_EQ(lumi("filter --kernel blur --divisor 1 in.pgm d.pgm").code, 0);
+    EXPECT_TRUE(load("a.pgm", 1).pixels == load("b.pgm", 1).pixels);
+    Image c = load("c.pgm", 1), a = load("a.pgm", 1);
+    for (size_t i = 0; i < a.pixels.size(); ++i)
+        EXPECT_LE(abs(a.pixels[i] - c.pixels[i]), 1) << i;
+    EXPECT_FALSE(load("d.pgm", 1).pixels == a.pixels);
+
+    for (const char *bad : {"1,2;3", "x", "0.5", ""}) {
+        Result r = lumi(std::string("filter --kernel '") + bad + "' in.pgm e.pgm");
+        EXPECT_NE(r.code, 0) << bad;
+        EXPECT_NE(r.err.find("--kernel wants"), std::string::npos) << r.err;
+        EXPECT_FALSE(exists(path("e.pgm")));
+    }
+    Result r = lumi("filter --kernel sharpen --divisor 0 in.pgm e.pgm");
+    EXPECT_NE(r.err.find("lumStsDivisorErr"), std::string::npos) << r.err;
+    EXPECT_NE(lumi("filter32f --divisor 2 in.pgm e.pgm").code, 0);
+}
+
 TEST_F(Cli, ForcedTiersAgreeAndUnknownOnesAreRefused)
 {
     const char *prim = "lumiFilterMedian_8u_C3R";
@@ -514,6 +551,8 @@ TEST_F(Cli, DemoWritesValidPicturesOfTheExpectedSizes)
         {"box-grey-5x5", "lumiFilterBox_8u_C1R", 320, 240, 1},
         {"box-inplace-roi", "lumiFilterBox_8u_C3IR", 320, 240, 3},
         {"median-5x5", "lumiFilterMedian_8u_C3R", 320, 240, 3},
+        {"filter-sharpen", "lumiFilter_8u_C3R", 320, 240, 3},
+        {"filter32f-grey-gauss5", "lumiFilter32f_8u_C1R", 320, 240, 1},
     };
     int shown = 0;
     for (const auto &p : pictures) {

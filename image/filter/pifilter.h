@@ -1,0 +1,96 @@
+/*
+ * What the two convolution families (integer and float kernels) share inside
+ * one tier: the argument checks, the footprint's first pixel and the control
+ * word the arithmetic runs under.
+ */
+#ifndef LUMI_PIFILTER_H
+#define LUMI_PIFILTER_H
+
+#include "tier.h"
+
+#include <immintrin.h>
+#include <stdint.h>
+
+namespace LUMI_NS {
+namespace conv {
+
+/* A convolution call as the drivers see it once the checks have passed.
+ * `src` is the footprint's first pixel (top-left of the window of output
+ * pixel (0, 0)); `bytes` is the output row in bytes (width * channels). */
+struct Job {
+    const Lum8u *src;
+    int32_t srcStep;
+    Lum8u *dst;
+    int32_t dstStep;
+    int32_t width, height; /* output region in pixels */
+    int32_t kw, kh;
+    int32_t channels;
+    int32_t bytes;
+};
+
+inline LumStatus check_pointers(const void *pSrc, const void *pDst, const void *pKernel)
+{
+    return (!pSrc || !pDst || !pKernel) ? lumStsNullPtrErr : lumStsNoErr;
+}
+
+/* Sizes below 1, and sizes whose kernel cell count or source row byte count
+ * does not fit a signed 32-bit value (no step could describe such a row, and
+ * the kernel could not be indexed). */
+inline LumStatus check_sizes(LumiSize roi, LumiSize k, int32_t channels)
+{
+    if (roi.width < 1 || roi.height < 1 || k.width < 1 || k.height < 1)
+        return lumStsSizeErr;
+    if ((int64_t)k.width * k.height > INT32_MAX ||
+        ((int64_t)roi.width + k.width - 1) * channels > INT32_MAX)
+        return lumStsSizeErr;
+    return lumStsNoErr;
+}
+
+/* Source rows must hold the footprint's width, destination rows the region's. */
+inline LumStatus check_steps(int32_t srcStep, int32_t dstStep, LumiSize roi, LumiSize k,
+                             int32_t channels)
+{
+    if ((int64_t)srcStep < ((int64_t)roi.width + k.width - 1) * channels ||
+        (int64_t)dstStep < (int64_t)roi.width * channels)
+        return lumStsStepErr;
+    return lumStsNoErr;
+}
+
+/* The kernel is mirrored: cell (ax, ay) lies over the output pixel, so the
+ * window of output (0, 0) starts kw - 1 - ax pixels left of pSrc and
+ * kh - 1 - ay rows above it.  The anchor is free, so any offset is fine. */
+inline Job make_job(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst, int32_t dstStep,
+                    LumiSize roi, LumiSize k, LumiPoint anchor, int32_t channels)
+{
+    const intptr_t dy = (intptr_t)anchor.y - k.height + 1;
+    const intptr_t dx = ((intptr_t)anchor.x - k.width + 1) * channels;
+    Job j;
+    j.src = pSrc + dy * srcStep + dx;
+    j.srcStep = srcStep;
+    j.dst = pDst;
+    j.dstStep = dstStep;
+    j.width = roi.width;
+    j.height = roi.height;
+    j.kw = k.width;
+    j.kh = k.height;
+    j.channels = channels;
+    j.bytes = roi.width * channels;
+    return j;
+}
+
+/* The sums and roundings are defined in round-to-nearest with denormals
+ * kept, so each call runs under that control word and gives the caller's
+ * word back, exception flags included. */
+inline unsigned enter_nearest()
+{
+    const unsigned csr = _mm_getcsr();
+    _mm_setcsr(csr & ~0xE040u); /* rounding field, flush-to-zero, denormals-are-zero */
+    return csr;
+}
+
+inline void leave_nearest(unsigned csr) { _mm_setcsr(csr); }
+
+} // namespace conv
+} // namespace LUMI_NS
+
+#endif
