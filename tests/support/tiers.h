@@ -9,15 +9,9 @@
 #include <vector>
 
 #include "lumi.h"
+#include "tier_list.h"
 
 namespace lumitest {
-
-// The tier table most primitives use, by dispatch index.
-inline const char *tier_name(int index)
-{
-    static const char *names[] = {"m7", "m7", "n8", "n8", "y8", "e9"};
-    return names[index];
-}
 
 // Forces dispatch index 1..5 through the public processor codes.
 void force_index(int index);
