@@ -26,14 +26,14 @@
 #define LUMI_ROW_BOUND(name)
 #define LUMI_ROW_SELF(name)
 #define LUMI_ROW_ABSENT(name)
-#define LUMI_ROW_DISPATCHED(name, s0, s1, s2, s3, s4, s5)                                        \
-    LUMI_TIER_MEMBER(s0, name)                                                                   \
-    LUMI_TIER_MEMBER(s1, name)                                                                   \
-    LUMI_TIER_MEMBER(s2, name)                                                                   \
-    LUMI_TIER_MEMBER(s3, name)                                                                   \
-    LUMI_TIER_MEMBER(s4, name)                                                                   \
-    LUMI_TIER_MEMBER(s5, name)                                                                   \
-    static decltype(&name) const tiers_##name[6] = {&s0##_##name, &s1##_##name, &s2##_##name, \
+#define LUMI_ROW_DISPATCHED(name, s0, s1, s2, s3, s4, s5)                                          \
+    LUMI_TIER_MEMBER(s0, name)                                                                     \
+    LUMI_TIER_MEMBER(s1, name)                                                                     \
+    LUMI_TIER_MEMBER(s2, name)                                                                     \
+    LUMI_TIER_MEMBER(s3, name)                                                                     \
+    LUMI_TIER_MEMBER(s4, name)                                                                     \
+    LUMI_TIER_MEMBER(s5, name)                                                                     \
+    static decltype(&name) const tiers_##name[6] = {&s0##_##name, &s1##_##name, &s2##_##name,      \
                                                     &s3##_##name, &s4##_##name, &s5##_##name};
 #include "lumi_entries.def"
 #undef LUMI_ROW_BOUND
@@ -146,8 +146,8 @@ void window_filter_in_place(Fn fn, int ch, const Bytes &in, Bytes &out)
     for (const Mask &m : kMasks) {
         Bytes img(in);
         Lum8u *roi = img.data() + (size_t)m.ay * step + m.ax * ch;
-        const LumStatus st = fn(roi, step, LumiSize{kFilterW, kFilterH}, LumiSize{m.w, m.h},
-                                LumiPoint{m.ax, m.ay});
+        const LumStatus st =
+            fn(roi, step, LumiSize{kFilterW, kFilterH}, LumiSize{m.w, m.h}, LumiPoint{m.ax, m.ay});
         img.push_back((uint8_t)st);
         out.insert(out.end(), img.begin(), img.end());
     }
@@ -171,9 +171,13 @@ const Job kJobs[] = {
          planes_to_interleaved(tiers_lumiCopy_8u_P3C3R[i], in, out, kBig, 3, 9);
      }},
     {"RGBToYUV_C3R", 3 * 53 * 7 + 5 * 7,
-     [](int i, const Bytes &in, Bytes &out) { interleaved(tiers_lumiRGBToYUV_8u_C3R[i], in, out, 53, 7); }},
+     [](int i, const Bytes &in, Bytes &out) {
+         interleaved(tiers_lumiRGBToYUV_8u_C3R[i], in, out, 53, 7);
+     }},
     {"YUVToRGB_C3R", 3 * 53 * 7 + 5 * 7,
-     [](int i, const Bytes &in, Bytes &out) { interleaved(tiers_lumiYUVToRGB_8u_C3R[i], in, out, 53, 7); }},
+     [](int i, const Bytes &in, Bytes &out) {
+         interleaved(tiers_lumiYUVToRGB_8u_C3R[i], in, out, 53, 7);
+     }},
     {"RGBToYUV_C3P3R", 3 * 56 * 7,
      [](int i, const Bytes &in, Bytes &out) {
          interleaved_to_planes(tiers_lumiRGBToYUV_8u_C3P3R[i], in, out, 53, 7, 3);
@@ -183,32 +187,53 @@ const Job kJobs[] = {
          planes_to_interleaved(tiers_lumiYUVToRGB_8u_P3C3R[i], in, out, 53, 7, 3);
      }},
     {"Resize_C1R_up", kResizeBytes3,
-     [](int i, const Bytes &in, Bytes &out) { resize_all(tiers_lumiResize_8u_C1R[i], 1, in, out, 1.7, 1.3); }},
+     [](int i, const Bytes &in, Bytes &out) {
+         resize_all(tiers_lumiResize_8u_C1R[i], 1, in, out, 1.7, 1.3);
+     }},
     {"Resize_C1R_down", kResizeBytes3,
-     [](int i, const Bytes &in, Bytes &out) { resize_all(tiers_lumiResize_8u_C1R[i], 1, in, out, 0.6, 0.45); }},
+     [](int i, const Bytes &in, Bytes &out) {
+         resize_all(tiers_lumiResize_8u_C1R[i], 1, in, out, 0.6, 0.45);
+     }},
     {"Resize_C3R_up", kResizeBytes3,
-     [](int i, const Bytes &in, Bytes &out) { resize_all(tiers_lumiResize_8u_C3R[i], 3, in, out, 1.7, 1.3); }},
+     [](int i, const Bytes &in, Bytes &out) {
+         resize_all(tiers_lumiResize_8u_C3R[i], 3, in, out, 1.7, 1.3);
+     }},
     {"Resize_C3R_down", kResizeBytes3,
-     [](int i, const Bytes &in, Bytes &out) { resize_all(tiers_lumiResize_8u_C3R[i], 3, in, out, 0.6, 0.45); }},
+     [](int i, const Bytes &in, Bytes &out) {
+         resize_all(tiers_lumiResize_8u_C3R[i], 3, in, out, 0.6, 0.45);
+     }},
     {"FilterBox_C1R", kFootBytes3,
-     [](int i, const Bytes &in, Bytes &out) { window_filter(tiers_lumiFilterBox_8u_C1R[i], 1, false, in, out); }},
+     [](int i, const Bytes &in, Bytes &out) {
+         window_filter(tiers_lumiFilterBox_8u_C1R[i], 1, false, in, out);
+     }},
     {"FilterBox_C3R", kFootBytes3,
-     [](int i, const Bytes &in, Bytes &out) { window_filter(tiers_lumiFilterBox_8u_C3R[i], 3, false, in, out); }},
+     [](int i, const Bytes &in, Bytes &out) {
+         window_filter(tiers_lumiFilterBox_8u_C3R[i], 3, false, in, out);
+     }},
     {"FilterBox_C1IR", kFootBytes3,
-     [](int i, const Bytes &in, Bytes &out) { window_filter_in_place(tiers_lumiFilterBox_8u_C1IR[i], 1, in, out); }},
+     [](int i, const Bytes &in, Bytes &out) {
+         window_filter_in_place(tiers_lumiFilterBox_8u_C1IR[i], 1, in, out);
+     }},
     {"FilterBox_C3IR", kFootBytes3,
-     [](int i, const Bytes &in, Bytes &out) { window_filter_in_place(tiers_lumiFilterBox_8u_C3IR[i], 3, in, out); }},
+     [](int i, const Bytes &in, Bytes &out) {
+         window_filter_in_place(tiers_lumiFilterBox_8u_C3IR[i], 3, in, out);
+     }},
     {"FilterMedian_C1R", kFootBytes3,
-     [](int i, const Bytes &in, Bytes &out) { window_filter(tiers_lumiFilterMedian_8u_C1R[i], 1, true, in, out); }},
+     [](int i, const Bytes &in, Bytes &out) {
+         window_filter(tiers_lumiFilterMedian_8u_C1R[i], 1, true, in, out);
+     }},
     {"FilterMedian_C3R", kFootBytes3,
-     [](int i, const Bytes &in, Bytes &out) { window_filter(tiers_lumiFilterMedian_8u_C3R[i], 3, true, in, out); }},
+     [](int i, const Bytes &in, Bytes &out) {
+         window_filter(tiers_lumiFilterMedian_8u_C3R[i], 3, true, in, out);
+     }},
 };
 const int kJobCount = (int)(sizeof kJobs / sizeof kJobs[0]);
 
 // The names a host would look up: live, absent and unknown.
-const char *const kLookups[] = {"lumiResize_8u_C3R", "lumiFilterBox_8u_C1R", "lumiCopy_8u_P3C3R",
-                                "lumiConvert_8u16u_C1R", "lumiFilterMedian_8u_C3R", "lumMalloc",
-                                "noSuchPrimitive", ""};
+const char *const kLookups[] = {"lumiResize_8u_C3R",       "lumiFilterBox_8u_C1R",
+                                "lumiCopy_8u_P3C3R",       "lumiConvert_8u16u_C1R",
+                                "lumiFilterMedian_8u_C3R", "lumMalloc",
+                                "noSuchPrimitive",         ""};
 
 TEST(Threads, PrimitivesAgreeWithSerialRunWhileTiersAreForcedAndNamesLookedUp)
 {
@@ -241,7 +266,8 @@ TEST(Threads, PrimitivesAgreeWithSerialRunWhileTiersAreForcedAndNamesLookedUp)
                     for (int i : indices) {
                         kJobs[j].run(i, inputs[j], out);
                         if (out != expected[j][i]) {
-                            ADD_FAILURE() << kJobs[j].name << " on index " << i << " in thread " << t;
+                            ADD_FAILURE()
+                                << kJobs[j].name << " on index " << i << " in thread " << t;
                             ++mismatches;
                         }
                     }
