@@ -51,8 +51,8 @@ int run_window_filter(const WindowFns &fns, const uint8_t *data, size_t size)
     int h = in.size(12, 200);
     int mw = in.byte() < 200 ? in.range(1, 7) : in.range(1, 41);
     int mh = in.byte() < 200 ? in.range(1, 7) : in.range(1, 41);
-    if ((long)w * h * (mw + mh) > 400000) // keeps one run short
-        h = (int)(400000 / ((long)w * (mw + mh))) + 1;
+    if ((long)w * h * mw * mh > 300000) // keeps one run short
+        h = (int)(300000 / ((long)w * mw * mh)) + 1;
     if (fns.median && in.byte() < 240) {
         mw |= 1;
         mh |= 1;
