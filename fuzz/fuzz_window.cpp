@@ -135,7 +135,7 @@ int run_window_filter(const WindowFns &fns, const uint8_t *data, size_t size)
     }
     if (!inPlace)
         check_unchanged(src, "source");
-    if (st == lumStsNoErr && fns.median && !inPlace && (long)w * h * mw * mh <= 200000)
+    if (st == lumStsNoErr && fns.median && !inPlace && (long)w * h * mw * mh <= 30000)
         check_median(src, dst, ch, w, h, mw, mh);
 
     image_free(src);
