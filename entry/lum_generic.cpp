@@ -8,6 +8,9 @@
  * then the rows are searched in order by exact name.  Rows, slots and their
  * counts all come from the entry list, lumi_entries.def.  A row whose primitive the library
  * does not hold keeps a null pointer, so its name answers like an unknown one.
+ * A null name matches no row.  Lookups from several threads rewrite the
+ * slots with the values they hold; the slots are stored and read with
+ * relaxed atomic accesses, so this is no data race.
  */
 #include "lumcore_internal.h"
 
@@ -29,9 +32,10 @@ extern "C" {
 LUMI_API void SetupLUMFunc(void)
 {
 #define LUMI_ROW_BOUND(name)
-#define LUMI_ROW_SELF(name) gf_##name = (void *)&name;
+#define LUMI_ROW_SELF(name) __atomic_store_n(&gf_##name, (void *)&name, __ATOMIC_RELAXED);
 #define LUMI_ROW_ABSENT(name)
-#define LUMI_ROW_DISPATCHED(name, s0, s1, s2, s3, s4, s5) gf_##name = (void *)&name;
+#define LUMI_ROW_DISPATCHED(name, s0, s1, s2, s3, s4, s5) \
+    __atomic_store_n(&gf_##name, (void *)&name, __ATOMIC_RELAXED);
 #include "lumi_entries.def"
 #undef LUMI_ROW_BOUND
 #undef LUMI_ROW_SELF
@@ -113,7 +117,7 @@ static_assert(sizeof kSlots / sizeof kSlots[0] == kRows - kFirstSlotRow, "one sl
 bool fill_table()
 {
     for (size_t i = 0; i < sizeof kSlots / sizeof kSlots[0]; ++i)
-        funcName[kFirstSlotRow + i].fn = *kSlots[i];
+        funcName[kFirstSlotRow + i].fn = __atomic_load_n(kSlots[i], __ATOMIC_RELAXED);
     return true;
 }
 
@@ -126,7 +130,7 @@ extern "C" LUMI_API void *GetProcAddressForSo(const char *name)
     static const bool filled = fill_table();
     (void)filled;
     for (const EntryRow *row = funcName; row->name; ++row)
-        if (strcmp(row->name, name) == 0)
+        if (name && strcmp(row->name, name) == 0)
             return row->fn;
     return nullptr;
 }

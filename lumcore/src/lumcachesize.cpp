@@ -3,6 +3,12 @@
  * status (failures are cached too).  Leaf 4 gives every cache's geometry;
  * processors that stop at leaf 2 or 3 are read through the descriptor bytes
  * of leaf 2 and tableCache, which falls by size so the first hit is largest.
+ *
+ * Threads: there is no lock.  Two threads that both come first work out the
+ * same size and status and store them again; every access to the two words
+ * is atomic so this is no data race.  The status is stored after the size
+ * with release order and read with acquire order, so a thread that sees a
+ * settled status also sees its size (plain moves on x86-64).
  */
 #include "lumcore_internal.h"
 
@@ -116,13 +122,16 @@ LUMI_API LumStatus lumGetMaxCacheSizeB(int32_t *pSize)
 {
     if (!pSize)
         return lumStsNullPtrErr;
-    if (ownStatus != 1) {
-        *pSize = cacheSize;
-        return ownStatus;
+    const int32_t settled = __atomic_load_n(&ownStatus, __ATOMIC_ACQUIRE);
+    if (settled != 1) {
+        *pSize = __atomic_load_n(&cacheSize, __ATOMIC_RELAXED);
+        return settled;
     }
+    int32_t status;
+    int32_t size = 0;
     int maxLeaf = 0;
     if (!lum_has_cpuid() || (maxLeaf = lum_max_cpuid_input()) < 2 || !lum_is_CorvaneChips()) {
-        ownStatus = lumStsCpuNotSupportedErr;
+        status = lumStsCpuNotSupportedErr;
     } else if (maxLeaf >= 4) {
         int32_t largest = 0;
         for (uint32_t sub = 0; sub < 32; ++sub) {
@@ -136,23 +145,24 @@ LUMI_API LumStatus lumGetMaxCacheSizeB(int32_t *pSize)
             const uint32_t ways = (r[1] >> 22) + 1;
             const uint32_t partitions = ((r[1] >> 12) & 0x3ff) + 1;
             const uint32_t line = (r[1] & 0xfff) + 1;
-            const int32_t size = (int32_t)(ways * partitions * line * (r[2] + 1));
-            if (size > largest)
-                largest = size;
+            const int32_t bytes = (int32_t)(ways * partitions * line * (r[2] + 1));
+            if (bytes > largest)
+                largest = bytes;
         }
-        cacheSize = largest;
-        ownStatus = largest != 0 ? lumStsNoErr : lumStsCacheSizeUnknownWarn;
+        size = largest;
+        status = largest != 0 ? lumStsNoErr : lumStsCacheSizeUnknownWarn;
     } else {
-        const int32_t size = ownGetCacheSize(tableCache);
-        if (size >= 0) {
-            cacheSize = size;
-            ownStatus = lumStsNoErr;
+        const int32_t found = ownGetCacheSize(tableCache);
+        if (found >= 0) {
+            size = found;
+            status = lumStsNoErr;
         } else {
-            cacheSize = 0;
-            ownStatus = lumStsCacheSizeUnknownWarn;
+            status = lumStsCacheSizeUnknownWarn;
         }
     }
-    *pSize = cacheSize;
-    return ownStatus;
+    __atomic_store_n(&cacheSize, size, __ATOMIC_RELAXED);
+    __atomic_store_n(&ownStatus, status, __ATOMIC_RELEASE);
+    *pSize = size;
+    return status;
 }
 }

@@ -4,6 +4,13 @@
  * The word is built once per process from CPUID leaf 1 (plus XGETBV for the
  * OS side of AVX and leaf 0x20000001 on family 0xB) and cached; the mask is
  * what the selection ladder leaves enabled for the chosen tier.
+ *
+ * Threads: both are written without a lock, always with the value they
+ * already hold (threads that race to fill the cache compute the same word).
+ * Every access is atomic so that this is no data race; the valid flag is
+ * stored after the word with release order and read with acquire order, so
+ * a thread that sees the flag also sees the word.  On x86-64 these are the
+ * plain moves they were.
  */
 #include "lumcore_internal.h"
 
@@ -40,8 +47,8 @@ extern "C" {
 
 int ownGetMaskFeatures(Lum64u *pWord)
 {
-    if (ownFeaturesAreValid) {
-        *pWord = ownFeatures;
+    if (__atomic_load_n(&ownFeaturesAreValid, __ATOMIC_ACQUIRE)) {
+        *pWord = __atomic_load_n(&ownFeatures, __ATOMIC_RELAXED);
         return 1;
     }
     if (!lum_has_cpuid())
@@ -61,20 +68,20 @@ int ownGetMaskFeatures(Lum64u *pWord)
         if ((e[3] >> 1) & 1u)
             word |= LUM_CPU_EXT_0B;
     }
-    ownFeatures = word;
-    ownFeaturesAreValid = 1;
+    __atomic_store_n(&ownFeatures, word, __ATOMIC_RELAXED);
+    __atomic_store_n(&ownFeaturesAreValid, 1, __ATOMIC_RELEASE);
     *pWord = word;
     return 1;
 }
 
 void ownSetFeatureMask(Lum64u mask)
 {
-    ownFeaturesMask = mask;
+    __atomic_store_n(&ownFeaturesMask, mask, __ATOMIC_RELAXED);
 }
 
 int ownGetFeature(Lum64u bits)
 {
-    return (ownFeaturesMask & bits) == bits ? 1 : 0;
+    return (__atomic_load_n(&ownFeaturesMask, __ATOMIC_RELAXED) & bits) == bits ? 1 : 0;
 }
 
 LUMI_API LumStatus lumGetCpuFeatures(Lum64u *pFeatures, Lum32u *pRegs)
@@ -99,7 +106,7 @@ LUMI_API LumStatus lumGetCpuFeatures(Lum64u *pFeatures, Lum32u *pRegs)
 
 LUMI_API Lum64u lumGetEnabledCpuFeatures(void)
 {
-    return ownFeaturesMask;
+    return __atomic_load_n(&ownFeaturesMask, __ATOMIC_RELAXED);
 }
 
 LUMI_API LumStatus lumSetCpuFeaturesMask(Lum64u mask)

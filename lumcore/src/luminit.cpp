@@ -7,6 +7,11 @@
  * at the end only changes the status: a foreign processor gets the same tier.
  * A forced code sets index and constant mask as they stand, without looking
  * at the processor.
+ *
+ * Threads: every lookup re-runs the ladder and stores the same index, flag
+ * and mask again while other threads' dispatchers read the index.  The words
+ * are read and written with relaxed atomic accesses (plain moves on x86-64,
+ * as the dispatchers' own read), so concurrent selection is no data race.
  */
 #include "lumcore_internal.h"
 
@@ -14,8 +19,8 @@ namespace {
 
 void select(int32_t index, int32_t lp, Lum64u mask)
 {
-    lum_jump_index = index;
-    lum_jump_index_lp = lp;
+    __atomic_store_n(&lum_jump_index, index, __ATOMIC_RELAXED);
+    __atomic_store_n(&lum_jump_index_lp, lp, __ATOMIC_RELAXED);
     lumSetCpuFeaturesMask(mask);
 }
 

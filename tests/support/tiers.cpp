@@ -10,11 +10,10 @@ namespace {
 
 struct IndexRow {
     int index;
-    int32_t code;
     const char *label;
 };
 const IndexRow kIndices[] = {
-#define LUMI_TEST_INDEX_ROW(index, code, features, text) {index, code, text},
+#define LUMI_TEST_INDEX_ROW(index, code, features, text) {index, text},
     LUMI_DISPATCH_INDEX_LIST(LUMI_TEST_INDEX_ROW)
 #undef LUMI_TEST_INDEX_ROW
 };
@@ -45,12 +44,6 @@ const EntryTiers kEntryTiers[] = {
 };
 
 } // namespace
-
-int32_t index_code(int index)
-{
-    const IndexRow *r = find_index(index);
-    return r ? r->code : -1;
-}
 
 const char *index_label(int index)
 {
@@ -90,7 +83,7 @@ void force_index(int index)
 {
     const IndexRow *r = find_index(index);
     ASSERT_NE(r, nullptr) << "index " << index << " is never forced";
-    ASSERT_EQ(lumStaticInitCpu(r->code), lumStsNoErr);
+    ASSERT_EQ(lumStaticInitCpu(forcing_code(index)), lumStsNoErr);
     ASSERT_EQ(lumJumpIndexForMergedLibs, index);
 }
 

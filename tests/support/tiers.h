@@ -11,12 +11,13 @@
 #include <vector>
 
 #include "lumi.h"
+#include "tier_list.h"
 
 namespace lumitest {
 
-// The processor code that forces dispatch index 1..5, and its short label
-// ("sse3", "ssse3", "ssse3lowpower", "sse41", "avx"), from the public list.
-int32_t index_code(int index);
+// The short label of dispatch index 1..5 ("sse3", "ssse3", "ssse3lowpower",
+// "sse41", "avx"), from the public list; forcing_code (tier_list.h) gives the
+// processor code that forces it.
 const char *index_label(int index);
 
 // The tier that serves dispatch index 0..5 of the named dispatched primitive
