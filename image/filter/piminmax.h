@@ -54,12 +54,14 @@ inline LumStatus check_minmax(const void *pSrc, int32_t srcStep, const void *pDs
 inline __m128i load_bytes16(const Lum8u *p) { return _mm_loadu_si128((const __m128i *)p); }
 inline __m128i load_bytes8(const Lum8u *p) { return _mm_loadl_epi64((const __m128i *)p); }
 
-/* Extreme of `taps` vectors `stride` bytes apart from p (Load: 16 or 8 bytes). */
-template <typename Op, __m128i (*Load)(const Lum8u *)>
+/* Extreme of `taps` vectors `stride` bytes apart from p (Load: 16 or 8
+ * bytes).  T > 0 fixes the tap count at compile time, so the loop unrolls. */
+template <typename Op, int T, __m128i (*Load)(const Lum8u *)>
 __m128i taps_vec(const Lum8u *p, int32_t taps, intptr_t stride)
 {
+    const int32_t n = T > 0 ? T : taps;
     __m128i v = Load(p);
-    for (int32_t t = 1; t < taps; ++t)
+    for (int32_t t = 1; t < n; ++t)
         v = Op::vec(v, Load(p + t * stride));
     return v;
 }
@@ -73,28 +75,44 @@ Lum8u taps1(const Lum8u *p, int32_t taps, intptr_t stride)
     return v;
 }
 
-/* out[i] = extreme of in[i + t * stride] over `taps` taps, for i in [0, len).
- * Shared by both passes: across a row (stride: the channel count) and down
- * the ring (stride: the ring's row length). */
-template <typename Op>
-void extreme_taps(const Lum8u *in, int32_t taps, intptr_t stride, Lum8u *out, int32_t len)
+template <typename Op, int T>
+void extreme_taps_n(const Lum8u *in, int32_t taps, intptr_t stride, Lum8u *out, int32_t len)
 {
     int32_t i = 0;
     for (; i + 32 <= len; i += 32) {
-        _mm_storeu_si128((__m128i *)(out + i), taps_vec<Op, load_bytes16>(in + i, taps, stride));
+        _mm_storeu_si128((__m128i *)(out + i),
+                         taps_vec<Op, T, load_bytes16>(in + i, taps, stride));
         _mm_storeu_si128((__m128i *)(out + i + 16),
-                         taps_vec<Op, load_bytes16>(in + i + 16, taps, stride));
+                         taps_vec<Op, T, load_bytes16>(in + i + 16, taps, stride));
     }
     if (i + 16 <= len) {
-        _mm_storeu_si128((__m128i *)(out + i), taps_vec<Op, load_bytes16>(in + i, taps, stride));
+        _mm_storeu_si128((__m128i *)(out + i), taps_vec<Op, T, load_bytes16>(in + i, taps, stride));
         i += 16;
     }
     if (i + 8 <= len) {
-        _mm_storel_epi64((__m128i *)(out + i), taps_vec<Op, load_bytes8>(in + i, taps, stride));
+        _mm_storel_epi64((__m128i *)(out + i), taps_vec<Op, T, load_bytes8>(in + i, taps, stride));
         i += 8;
     }
     for (; i < len; ++i)
         out[i] = taps1<Op>(in + i, taps, stride);
+}
+
+/* out[i] = extreme of in[i + t * stride] over `taps` taps, for i in [0, len).
+ * Shared by both passes: across a row (stride: the channel count) and down
+ * the ring (stride: the ring's row length).  Up to 16 taps the count is a
+ * constant of the loop. */
+template <typename Op>
+void extreme_taps(const Lum8u *in, int32_t taps, intptr_t stride, Lum8u *out, int32_t len)
+{
+    typedef void (*Fn)(const Lum8u *, int32_t, intptr_t, Lum8u *, int32_t);
+    static const Fn fixed[17] = {
+        extreme_taps_n<Op, 0>,  extreme_taps_n<Op, 1>,  extreme_taps_n<Op, 2>,
+        extreme_taps_n<Op, 3>,  extreme_taps_n<Op, 4>,  extreme_taps_n<Op, 5>,
+        extreme_taps_n<Op, 6>,  extreme_taps_n<Op, 7>,  extreme_taps_n<Op, 8>,
+        extreme_taps_n<Op, 9>,  extreme_taps_n<Op, 10>, extreme_taps_n<Op, 11>,
+        extreme_taps_n<Op, 12>, extreme_taps_n<Op, 13>, extreme_taps_n<Op, 14>,
+        extreme_taps_n<Op, 15>, extreme_taps_n<Op, 16>};
+    fixed[taps <= 16 ? taps : 0](in, taps, stride, out, len);
 }
 
 /* Row pass: one source row into one ring row. */
