@@ -52,6 +52,12 @@ const DemoCase kCases[] = {
     {"lumiFilterMedian_8u_C1R", "--mask 3x3", "median-grey-3x3"},
     {"lumiFilterMedian_8u_C3R", "--mask 5x5", "median-5x5"},
     {"lumiFilterMedian_8u_C3R", "--mask 7x3", "median-7x3"},
+    {"lumiFilterGauss_8u_C3R", "--mask 3x3", "gauss-3x3"},
+    {"lumiFilterGauss_8u_C3R", "--mask 5x5", "gauss-5x5"},
+    {"lumiFilterGauss_8u_C1R", "--roi 40,30,240,180 --mask 5x5", "gauss-grey-roi"},
+    {"lumiFilterMin_8u_C1R", "--mask 5x5", "min-grey-5x5"},
+    {"lumiFilterMax_8u_C1R", "--mask 5x5", "max-grey-5x5"},
+    {"lumiFilterMax_8u_C1R", "--mask 15x1 --anchor 0,0", "max-grey-15x1"},
 };
 
 const int kPictureW = 320, kPictureH = 240;

@@ -67,6 +67,7 @@ typedef LumStatus (*ToPlanesFn)(const Lum8u *, int, Lum8u *const *, int, LumiSiz
 typedef LumStatus (*FromPlanesFn)(const Lum8u *const *, int, Lum8u *, int, LumiSize);
 typedef LumStatus (*FilterFn)(const Lum8u *, int, Lum8u *, int, LumiSize, LumiSize, LumiPoint);
 typedef LumStatus (*FilterInPlaceFn)(Lum8u *, int, LumiSize, LumiSize, LumiPoint);
+typedef decltype(&lumiFilterGauss_8u_C1R) GaussFn;
 typedef LumStatus (*ResizeFn)(const Lum8u *, LumiSize, int, LumiRect, Lum8u *, int, LumiSize,
                               double, double, int);
 

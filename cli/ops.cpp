@@ -139,6 +139,22 @@ LumStatus run_filter_in_place(const Op &, Job &job)
     return st;
 }
 
+// A fixed-kernel filter takes its mask as a selector, width in the tens
+// digit and height in the units; the footprint is centred on each pixel.
+LumStatus run_gauss(const Op &, Job &job)
+{
+    Footprint f;
+    if (!make_footprint(*job.in, job.p, 0, &f, &job.error))
+        return 1;
+    const LumiRect &r = job.p.roi;
+    const LumiMaskSize mask = (LumiMaskSize)(job.p.mask.width * 10 + job.p.mask.height);
+    job.out = *job.in;
+    return timed(job, [&] {
+        return ((GaussFn)job.fn)(f.img.at(f.left, f.top), f.img.step(), job.out.at(r.x, r.y),
+                                 job.out.step(), roi_size(job.p), mask);
+    });
+}
+
 // The result's size along one axis as the library works it out: the
 // truncated scaled length, at least one pixel (a length below one half is
 // refused by the library itself).
@@ -200,6 +216,14 @@ const std::vector<Op> kOps = {
      "median of a rectangle, grey"},
     {"lumiFilterMedian_8u_C3R", "median", 3, kInterleaved, kInterleaved, kFilter, run_filter,
      "median of a rectangle per channel, RGB"},
+    {"lumiFilterGauss_8u_C1R", "gauss", 1, kInterleaved, kInterleaved, kOptMask, run_gauss,
+     "Gaussian smoothing, 3x3 or 5x5, grey"},
+    {"lumiFilterGauss_8u_C3R", "gauss", 3, kInterleaved, kInterleaved, kOptMask, run_gauss,
+     "Gaussian smoothing, 3x3 or 5x5, RGB"},
+    {"lumiFilterMin_8u_C1R", "min", 1, kInterleaved, kInterleaved, kFilter, run_filter,
+     "smallest value of a rectangle, grey"},
+    {"lumiFilterMax_8u_C1R", "max", 1, kInterleaved, kInterleaved, kFilter, run_filter,
+     "largest value of a rectangle, grey"},
 };
 
 // ------------------------------------------------------------- options --
