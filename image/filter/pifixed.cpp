@@ -24,8 +24,9 @@
  *     Scalar pixels until the destination is 16-aligned, then 16 outputs at
  *     a time: each row is loaded twice (from r left and r right of the block),
  *     widened to 16 bits and summed down the columns once; the neighbours
- *     come from lane shifts of those column sums.  The 5x5 sum is gathered by
- *     weight in 16 bits and widened to 32 bits only for the scale.
+ *     come from lane shifts of those column sums.  For 5x5 each column first
+ *     gets its weight for a window centred 0, 1 and 2 columns away, in 16
+ *     bits; five shifted terms add up in 32 bits for the scale.
  *   table (three channels everywhere, one channel in m7 and n8):
  *     3x3  per output row, 16-bit column sums top + 2*middle + bottom of the
  *          footprint row, then left + 2*centre + right across them;
@@ -160,6 +161,14 @@ void widen_rows(const __m128i *rows, int n, bool hi, __m128i *w)
         w[i] = hi ? _mm_unpackhi_epi8(rows[i], z) : _mm_unpacklo_epi8(rows[i], z);
 }
 
+/* w0 * x0 + w1 * x1 + w2 * x2 in 16-bit lanes (callers keep it below 2^16). */
+__m128i mix(__m128i x0, __m128i x1, __m128i x2, short w0, short w1, short w2)
+{
+    return _mm_add_epi16(_mm_add_epi16(_mm_mullo_epi16(x0, _mm_set1_epi16(w0)),
+                                       _mm_mullo_epi16(x1, _mm_set1_epi16(w1))),
+                         _mm_mullo_epi16(x2, _mm_set1_epi16(w2)));
+}
+
 template <int N>
 struct Cols {
     __m128i v[N];
@@ -201,37 +210,38 @@ struct Direct3 {
     }
 };
 
-/* 5x5: rows -2 + +2, rows -1 + +1, and the centre row. */
+/* 5x5: each column's contribution to a window whose centre is 2, 1 or 0
+ * columns away, from s0 = rows -2 + +2, s1 = rows -1 + +1 and s2 = the
+ * centre row:
+ *   u2 = 2 s0 + 7 s1 + 12 s2       (at most 7650)
+ *   u1 = 7 s0 + 31 s1 + 52 s2      (at most 32640)
+ *   u0 = 12 s0 + 52 s1 + 127 s2    (at most 65025)
+ * so that S = u2[-2] + u1[-1] + u0[0] + u1[+1] + u2[+2], and each needs only
+ * the neighbour shifts it is read at. */
 struct Direct5 {
     enum { r = 2, N = 3 };
     static void columns(const __m128i rows[5], bool hi, Cols<3> *c)
     {
         __m128i w[5];
         widen_rows(rows, 5, hi, w);
-        c->v[0] = _mm_add_epi16(w[0], w[4]);
-        c->v[1] = _mm_add_epi16(w[1], w[3]);
-        c->v[2] = w[2];
+        const __m128i s0 = _mm_add_epi16(w[0], w[4]), s1 = _mm_add_epi16(w[1], w[3]);
+        c->v[0] = mix(s0, s1, w[2], 2, 7, 12);
+        c->v[1] = mix(s0, s1, w[2], 7, 31, 52);
+        c->v[2] = mix(s0, s1, w[2], 12, 52, 127);
     }
     static __m128i outputs(const Cols<3> n[5])
     {
-        /* Cells grouped by weight; each group stays below 2^11. */
-        const __m128i g2 = _mm_add_epi16(n[0].v[0], n[4].v[0]);
-        const __m128i g7 = _mm_add_epi16(_mm_add_epi16(n[1].v[0], n[3].v[0]),
-                                         _mm_add_epi16(n[0].v[1], n[4].v[1]));
-        const __m128i g12 = _mm_add_epi16(n[2].v[0], _mm_add_epi16(n[0].v[2], n[4].v[2]));
-        const __m128i g31 = _mm_add_epi16(n[1].v[1], n[3].v[1]);
-        const __m128i g52 = _mm_add_epi16(n[2].v[1], _mm_add_epi16(n[1].v[2], n[3].v[2]));
-        const __m128i g127 = n[2].v[2];
-        /* 2*g2 + 7*g7 + 12*g12 <= 31620 fits a signed lane; the rest in 32 bits. */
-        const __m128i p = _mm_add_epi16(
-            _mm_add_epi16(_mm_add_epi16(g2, g2), _mm_mullo_epi16(g7, _mm_set1_epi16(7))),
-            _mm_mullo_epi16(g12, _mm_set1_epi16(12)));
-        const __m128i wA = _mm_set_epi16(52, 31, 52, 31, 52, 31, 52, 31);
-        const __m128i wB = _mm_set_epi16(1, 127, 1, 127, 1, 127, 1, 127);
-        const __m128i lo = _mm_add_epi32(_mm_madd_epi16(_mm_unpacklo_epi16(g31, g52), wA),
-                                         _mm_madd_epi16(_mm_unpacklo_epi16(g127, p), wB));
-        const __m128i hi = _mm_add_epi32(_mm_madd_epi16(_mm_unpackhi_epi16(g31, g52), wA),
-                                         _mm_madd_epi16(_mm_unpackhi_epi16(g127, p), wB));
+        /* u2 + u2 <= 15300 and u1 + u1 <= 65280 stay in 16 bits. */
+        const __m128i z = _mm_setzero_si128();
+        const __m128i a = _mm_add_epi16(n[0].v[0], n[4].v[0]);
+        const __m128i b = _mm_add_epi16(n[1].v[1], n[3].v[1]);
+        const __m128i c = n[2].v[2];
+        const __m128i lo = _mm_add_epi32(
+            _mm_add_epi32(_mm_unpacklo_epi16(a, z), _mm_unpacklo_epi16(b, z)),
+            _mm_unpacklo_epi16(c, z));
+        const __m128i hi = _mm_add_epi32(
+            _mm_add_epi32(_mm_unpackhi_epi16(a, z), _mm_unpackhi_epi16(b, z)),
+            _mm_unpackhi_epi16(c, z));
         return _mm_packs_epi32(round5_vec(lo), round5_vec(hi));
     }
 };
@@ -348,14 +358,9 @@ void gauss5_row(const Lum8u *src, int32_t len, int ch, Lum16u *a, Lum16u *b, Lum
         const __m128i p1 = _mm_unpacklo_epi8(_mm_loadl_epi64((const __m128i *)(p + ch)), z);
         const __m128i p2 = _mm_unpacklo_epi8(_mm_loadl_epi64((const __m128i *)(p + 2 * ch)), z);
         const __m128i e2 = _mm_add_epi16(m2, p2), e1 = _mm_add_epi16(m1, p1);
-        const auto mix = [&](short w2, short w1, short w0) {
-            return _mm_add_epi16(_mm_add_epi16(_mm_mullo_epi16(e2, _mm_set1_epi16(w2)),
-                                               _mm_mullo_epi16(e1, _mm_set1_epi16(w1))),
-                                 _mm_mullo_epi16(c0, _mm_set1_epi16(w0)));
-        };
-        _mm_storeu_si128((__m128i *)(a + i), mix(2, 7, 12));
-        _mm_storeu_si128((__m128i *)(b + i), mix(7, 31, 52));
-        _mm_storeu_si128((__m128i *)(c + i), mix(12, 52, 127));
+        _mm_storeu_si128((__m128i *)(a + i), mix(e2, e1, c0, 2, 7, 12));
+        _mm_storeu_si128((__m128i *)(b + i), mix(e2, e1, c0, 7, 31, 52));
+        _mm_storeu_si128((__m128i *)(c + i), mix(e2, e1, c0, 12, 52, 127));
     }
     for (; i < len; ++i) {
         const Lum8u *p = src + i;
