@@ -169,6 +169,16 @@ __m128i mix(__m128i x0, __m128i x1, __m128i x2, short w0, short w1, short w2)
                          _mm_mullo_epi16(x2, _mm_set1_epi16(w2)));
 }
 
+/* a + b + c of unsigned 16-bit lanes, in 32 bits: lanes 0-3 and 4-7. */
+void widen_sum3(__m128i a, __m128i b, __m128i c, __m128i *lo, __m128i *hi)
+{
+    const __m128i z = _mm_setzero_si128();
+    *lo = _mm_add_epi32(_mm_add_epi32(_mm_unpacklo_epi16(a, z), _mm_unpacklo_epi16(b, z)),
+                        _mm_unpacklo_epi16(c, z));
+    *hi = _mm_add_epi32(_mm_add_epi32(_mm_unpackhi_epi16(a, z), _mm_unpackhi_epi16(b, z)),
+                        _mm_unpackhi_epi16(c, z));
+}
+
 template <int N>
 struct Cols {
     __m128i v[N];
@@ -232,16 +242,9 @@ struct Direct5 {
     static __m128i outputs(const Cols<3> n[5])
     {
         /* u2 + u2 <= 15300 and u1 + u1 <= 65280 stay in 16 bits. */
-        const __m128i z = _mm_setzero_si128();
-        const __m128i a = _mm_add_epi16(n[0].v[0], n[4].v[0]);
-        const __m128i b = _mm_add_epi16(n[1].v[1], n[3].v[1]);
-        const __m128i c = n[2].v[2];
-        const __m128i lo = _mm_add_epi32(
-            _mm_add_epi32(_mm_unpacklo_epi16(a, z), _mm_unpacklo_epi16(b, z)),
-            _mm_unpacklo_epi16(c, z));
-        const __m128i hi = _mm_add_epi32(
-            _mm_add_epi32(_mm_unpackhi_epi16(a, z), _mm_unpackhi_epi16(b, z)),
-            _mm_unpackhi_epi16(c, z));
+        __m128i lo, hi;
+        widen_sum3(_mm_add_epi16(n[0].v[0], n[4].v[0]), _mm_add_epi16(n[1].v[1], n[3].v[1]),
+                   n[2].v[2], &lo, &hi);
         return _mm_packs_epi32(round5_vec(lo), round5_vec(hi));
     }
 };
@@ -377,7 +380,6 @@ const float kInv571 = 1.75131345e-3f; /* bits 0x3AE58C54 */
 void gauss5_col(const Lum16u *a0, const Lum16u *b1, const Lum16u *c2, const Lum16u *b3,
                 const Lum16u *a4, int32_t len, Lum8u *dst)
 {
-    const __m128i z = _mm_setzero_si128();
     const __m128 k = _mm_set1_ps(kInv571);
     int32_t i = 0;
     for (; i + 8 <= len; i += 8) {
@@ -386,13 +388,8 @@ void gauss5_col(const Lum16u *a0, const Lum16u *b1, const Lum16u *c2, const Lum1
                                          _mm_loadu_si128((const __m128i *)(a4 + i)));
         const __m128i bb = _mm_add_epi16(_mm_loadu_si128((const __m128i *)(b1 + i)),
                                          _mm_loadu_si128((const __m128i *)(b3 + i)));
-        const __m128i cc = _mm_loadu_si128((const __m128i *)(c2 + i));
-        const __m128i lo = _mm_add_epi32(
-            _mm_add_epi32(_mm_unpacklo_epi16(aa, z), _mm_unpacklo_epi16(bb, z)),
-            _mm_unpacklo_epi16(cc, z));
-        const __m128i hi = _mm_add_epi32(
-            _mm_add_epi32(_mm_unpackhi_epi16(aa, z), _mm_unpackhi_epi16(bb, z)),
-            _mm_unpackhi_epi16(cc, z));
+        __m128i lo, hi;
+        widen_sum3(aa, bb, _mm_loadu_si128((const __m128i *)(c2 + i)), &lo, &hi);
         const __m128i qlo = _mm_cvtps_epi32(_mm_mul_ps(_mm_cvtepi32_ps(lo), k));
         const __m128i qhi = _mm_cvtps_epi32(_mm_mul_ps(_mm_cvtepi32_ps(hi), k));
         const __m128i q = _mm_packs_epi32(qlo, qhi);
