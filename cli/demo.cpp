@@ -61,6 +61,12 @@ const DemoCase kCases[] = {
     {"lumiFilter_8u_C3R", "--kernel 1,1,1,1,1,1,1,1,1 --divisor 9", "filter-9x1-motion"},
     {"lumiFilter32f_8u_C3R", "--kernel emboss", "filter32f-emboss"},
     {"lumiFilter32f_8u_C1R", "--kernel gauss5", "filter32f-grey-gauss5"},
+    {"lumiFilterGauss_8u_C3R", "--mask 3x3", "gauss-3x3"},
+    {"lumiFilterGauss_8u_C3R", "--mask 5x5", "gauss-5x5"},
+    {"lumiFilterGauss_8u_C1R", "--roi 40,30,240,180 --mask 5x5", "gauss-grey-roi"},
+    {"lumiFilterMin_8u_C1R", "--mask 5x5", "min-grey-5x5"},
+    {"lumiFilterMax_8u_C1R", "--mask 5x5", "max-grey-5x5"},
+    {"lumiFilterMax_8u_C1R", "--mask 15x1 --anchor 0,0", "max-grey-15x1"},
 };
 
 const int kPictureW = 320, kPictureH = 240;

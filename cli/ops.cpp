@@ -252,6 +252,23 @@ LumStatus run_convolution(const Op &, Job &job)
     });
 }
 
+// A fixed-kernel filter takes its mask as a selector, width in the tens
+// digit and height in the units; the footprint is centred on each pixel.
+template <typename Fn>
+LumStatus run_gauss(const Op &, Job &job)
+{
+    Footprint f;
+    if (!make_footprint(*job.in, job.p, 0, &f, &job.error))
+        return 1;
+    const LumiRect &r = job.p.roi;
+    const LumiMaskSize mask = (LumiMaskSize)(job.p.mask.width * 10 + job.p.mask.height);
+    job.out = *job.in;
+    return timed(job, [&] {
+        return ((Fn)job.fn)(f.img.at(f.left, f.top), f.img.step(), job.out.at(r.x, r.y),
+                                 job.out.step(), roi_size(job.p), mask);
+    });
+}
+
 // The result's size along one axis as the library works it out: the
 // truncated scaled length, at least one pixel (a length below one half is
 // refused by the library itself).
@@ -337,6 +354,14 @@ const std::vector<Op> kOps = {
      run_convolution, "float kernel, grey"),
     LUMI_CLI_OP(lumiFilter32f_8u_C3R, "filter32f", 3, kInterleaved, kInterleaved, kConvolution,
      run_convolution, "float kernel, RGB"),
+    LUMI_CLI_OP(lumiFilterGauss_8u_C1R, "gauss", 1, kInterleaved, kInterleaved, kOptMask, run_gauss,
+     "Gaussian smoothing, 3x3 or 5x5, grey"),
+    LUMI_CLI_OP(lumiFilterGauss_8u_C3R, "gauss", 3, kInterleaved, kInterleaved, kOptMask, run_gauss,
+     "Gaussian smoothing, 3x3 or 5x5, RGB"),
+    LUMI_CLI_OP(lumiFilterMin_8u_C1R, "min", 1, kInterleaved, kInterleaved, kFilter, run_filter,
+     "smallest value of a rectangle, grey"),
+    LUMI_CLI_OP(lumiFilterMax_8u_C1R, "max", 1, kInterleaved, kInterleaved, kFilter, run_filter,
+     "largest value of a rectangle, grey"),
 };
 
 // ------------------------------------------------------------- options --

@@ -365,6 +365,25 @@ LUMI_API LumStatus lumiFilter32f_8u_C3R(const Lum8u *pSrc, int32_t srcStep, Lum8
 
 /* ------------------------------ filters: Gaussian, min, max, bilateral -- */
 
+/* Gaussian smoothing with a fixed integer kernel centred on each pixel:
+ * lumMaskSize3x3 ([1 2 1] each way, sum 16) or lumMaskSize5x5 (sum 571).  The
+ * caller supplies one (3x3) or two (5x5) pixels around the region.  The 5x5
+ * form may change the thread's rounding mode during the call; it is restored
+ * before return. */
+LUMI_API LumStatus lumiFilterGauss_8u_C1R(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst,
+                                          int32_t dstStep, LumiSize roiSize, LumiMaskSize mask);
+LUMI_API LumStatus lumiFilterGauss_8u_C3R(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst,
+                                          int32_t dstStep, LumiSize roiSize, LumiMaskSize mask);
+
+/* Smallest / largest value of a maskSize window whose cell `anchor` lies
+ * over each output pixel, placed as for the box filter. */
+LUMI_API LumStatus lumiFilterMin_8u_C1R(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst,
+                                        int32_t dstStep, LumiSize roiSize, LumiSize maskSize,
+                                        LumiPoint anchor);
+LUMI_API LumStatus lumiFilterMax_8u_C1R(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst,
+                                        int32_t dstStep, LumiSize roiSize, LumiSize maskSize,
+                                        LumiPoint anchor);
+
 /* -------------------------------------------------------------- resize -- */
 
 /* Scales the region srcRoi of the image (pSrc, srcSize, srcStep; pSrc is the

@@ -199,6 +199,8 @@ TEST_F(Cli, NonZeroStatusesAreNamedAndWriteNothing)
         {"lumiFilterMedian_8u_C3R", "median --mask 4x3", "returned -33 (lumStsMaskSizeErr)"},
         {"lumiFilterBox_8u_C3R", "box --mask 3x3 --anchor 3,0", "returned -34 (lumStsAnchorErr)"},
         {"lumiFilterBox_8u_C3R", "box --mask 0x3", "returned -33 (lumStsMaskSizeErr)"},
+        {"lumiFilterGauss_8u_C3R", "gauss --mask 3x1", "returned -33 (lumStsMaskSizeErr)"},
+        {"lumiFilterMax_8u_C1R", "max --mask 3x3 --anchor 0,3", "returned -34 (lumStsAnchorErr)"},
         {"lumiResize_8u_C3R", "resize --method catmullrom",
          "returned -22 (lumStsInterpolationErr)"},
         {"lumiResize_8u_C3R", "resize --scale 0", "returned -23 (lumStsResizeFactorErr)"},
@@ -298,6 +300,17 @@ Image filter_in_place(void *fn, const Image &in)
     return out;
 }
 
+// The 5x5 Gaussian over the same region: two pixels each way, still inside.
+template <typename Fn>
+Image gauss(void *fn, const Image &in)
+{
+    Image out = in;
+    EXPECT_EQ(((Fn)fn)(in.at(kRoi.x, kRoi.y), in.step(), out.at(kRoi.x, kRoi.y), out.step(),
+                       {kRoi.width, kRoi.height}, lumMaskSize5x5),
+              0);
+    return out;
+}
+
 template <typename Fn>
 Image resize(void *fn, const Image &in)
 {
@@ -330,6 +343,10 @@ TEST_F(Cli, EachAliasGivesWhatTheDirectCallGives)
         ALIAS_CASE("box-inplace", lumiFilterBox_8u_C3IR, 3, false, kFilterArgs, filter_in_place),
         ALIAS_CASE("median", lumiFilterMedian_8u_C1R, 1, false, kFilterArgs, filter),
         ALIAS_CASE("median", lumiFilterMedian_8u_C3R, 3, false, kFilterArgs, filter),
+        ALIAS_CASE("gauss", lumiFilterGauss_8u_C1R, 1, false, "--roi 3,2,15,11 --mask 5x5", gauss),
+        ALIAS_CASE("gauss", lumiFilterGauss_8u_C3R, 3, false, "--roi 3,2,15,11 --mask 5", gauss),
+        ALIAS_CASE("min", lumiFilterMin_8u_C1R, 1, false, kFilterArgs, filter),
+        ALIAS_CASE("max", lumiFilterMax_8u_C1R, 1, false, kFilterArgs, filter),
     };
     int ran = 0;
     for (const AliasCase &c : cases) {

@@ -61,6 +61,14 @@ typedef LumStatus LumiMedianLineFn(const Lum8u *pSrc, int32_t srcStep, Lum8u *pD
     X(c, ownpi_RowLanczos8pl, void(const Lum8u *src, const int32_t *colOfs,                      \
                                    const Lum32f *xWeights, Lum32f *out, int32_t width,           \
                                    int32_t roiX, int32_t imgW))                                  \
+    /* Both Gaussian engines of every tier (image/filter), after the public                    \
+     * checks (mask 33 or 55): the direct one-channel engine and the table engine. */             \
+    X(c, ownlumiFilterGauss_8u_C1R, LumStatus(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst,   \
+                                              int32_t dstStep, LumiSize roiSize,                 \
+                                              LumiMaskSize mask))                                \
+    X(c, ownlumiFilterGaussTable_8u, LumStatus(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst,  \
+                                               int32_t dstStep, LumiSize roiSize,                \
+                                               LumiMaskSize mask, int channels))                 \
     X(c, ownpi_RowLanczos8px, void(const Lum8u *src, int32_t pixelStride, const int32_t *colOfs, \
                                    const Lum32f *xWeights, Lum32f *out, int32_t width,           \
                                    int32_t roiX, int32_t imgW))

@@ -1,0 +1,525 @@
+/*
+ * Gaussian filter of 8-bit images, one or three channels, with a fixed
+ * integer kernel centred on each pixel: 3x3 [1 2 1]x[1 2 1] (sum 16) or the
+ * 5x5 kernel below (sum 571).  There is no border: pSrc is the pixel under
+ * the first output pixel and the caller supplies one (3x3) or two (5x5)
+ * pixels on every side of the region.
+ *
+ *       2   7  12   7   2
+ *       7  31  52  31   7
+ *      12  52 127  52  12      rows -2 and +2 are [2 7 12 7 2], rows -1 and
+ *       7  31  52  31   7      +1 [7 31 52 31 7], the centre row
+ *       2   7  12   7   2      [12 52 127 52 12]
+ *
+ * S is the exact weighted sum of one output value.  Results:
+ *   3x3          (S + ((S >> 4) & 1) + 7) >> 4, S / 16 to nearest, ties to even
+ *   5x5 direct   ((S + 286) * 29382) >> 24, the product in unsigned 32 bits
+ *   5x5 table    (float)S * 1/571 (bits 0x3AE58C54), converted to nearest
+ *                even and saturated to 0..255
+ * The two 5x5 forms agree for every S up to 571 * 255, so both engines give
+ * the same pixels.
+ *
+ * Engines:
+ *   direct (one channel, y8 and e9): one pass straight from the source rows.
+ *     Scalar pixels until the destination is 16-aligned, then 16 outputs at
+ *     a time: each row is loaded twice (from r left and r right of the block),
+ *     widened to 16 bits and summed down the columns once; the neighbours
+ *     come from lane shifts of those column sums.  For 5x5 each column first
+ *     gets its weight for a window centred 0, 1 and 2 columns away, in 16
+ *     bits; five shifted terms add up in 32 bits for the scale.
+ *   table (three channels everywhere, one channel in m7 and n8):
+ *     3x3  per output row, 16-bit column sums top + 2*middle + bottom of the
+ *          footprint row, then left + 2*centre + right across them;
+ *     5x5  each source row is filtered once into three 16-bit rows
+ *          ([2 7 12 7 2], [7 31 52 31 7], [12 52 127 52 12]) kept in rings of
+ *          5, 4 and 3 rows (12 rows in one block); an output row adds the
+ *          first kind of rows -2 and +2, the second of rows -1 and +1 and the
+ *          third of the centre row, in 32 bits, and scales in float.  The
+ *          conversion rounds by the thread's rounding mode, so the call sets
+ *          it to nearest when it is not and puts the caller's back on every
+ *          return.
+ * Tiers run the same code but for two small helpers (lane shifts and the
+ * 32-bit multiply), which use the instructions each tier has.
+ *
+ * A width whose working rows cannot be counted in a signed 32-bit byte count
+ * is refused with lumStsSizeErr before anything is written; every address is
+ * formed in pointer-width arithmetic.
+ */
+#include "tier.h"
+
+#include <emmintrin.h>
+#if LUMI_TIER_LEVEL >= LUMI_TIER_SSSE3
+#include <tmmintrin.h>
+#endif
+#if LUMI_TIER_LEVEL >= LUMI_TIER_SSE41
+#include <smmintrin.h>
+#endif
+
+/* Both engines are members of every tier (declared with the internal members),
+ * so the tests can call each one after the public checks. */
+
+namespace LUMI_NS {
+namespace {
+
+/* ------------------------------------------------------------ rounding -- */
+
+uint32_t round3(uint32_t s) { return (s + ((s >> 4) & 1) + 7) >> 4; }
+uint32_t round5(uint32_t s) { return ((s + 286) * 29382u) >> 24; }
+
+__m128i round3_vec(__m128i s) /* 16-bit lanes */
+{
+    const __m128i odd = _mm_and_si128(_mm_srli_epi16(s, 4), _mm_set1_epi16(1));
+    return _mm_srli_epi16(_mm_add_epi16(_mm_add_epi16(s, odd), _mm_set1_epi16(7)), 4);
+}
+
+/* Low 32 bits of a * m per lane. */
+__m128i mul_lo32(__m128i a, uint32_t m)
+{
+#if LUMI_TIER_LEVEL >= LUMI_TIER_SSE41
+    return _mm_mullo_epi32(a, _mm_set1_epi32((int)m));
+#else
+    /* SSE3 and SSSE3 have only the even-lane 32x32->64 product. */
+    const __m128i k = _mm_set1_epi32((int)m);
+    const __m128i even = _mm_mul_epu32(a, k);
+    const __m128i odd = _mm_mul_epu32(_mm_srli_epi64(a, 32), k);
+    return _mm_unpacklo_epi32(_mm_shuffle_epi32(even, _MM_SHUFFLE(0, 0, 2, 0)),
+                              _mm_shuffle_epi32(odd, _MM_SHUFFLE(0, 0, 2, 0)));
+#endif
+}
+
+__m128i round5_vec(__m128i s) /* 32-bit lanes */
+{
+    return _mm_srli_epi32(mul_lo32(_mm_add_epi32(s, _mm_set1_epi32(286)), 29382u), 24);
+}
+
+/* Lanes k..k+7 (16-bit) of the pair lo:hi. */
+template <int k>
+__m128i lanes_from(__m128i lo, __m128i hi)
+{
+    if (k == 0)
+        return lo;
+#if LUMI_TIER_LEVEL >= LUMI_TIER_SSSE3
+    return _mm_alignr_epi8(hi, lo, (k * 2) & 15);
+#else
+    return _mm_or_si128(_mm_srli_si128(lo, (k * 2) & 15), _mm_slli_si128(hi, (16 - k * 2) & 15));
+#endif
+}
+
+/* The caller's rounding field, put to nearest for the call when it differs. */
+const unsigned kRoundingBits = 0x6000;
+
+unsigned enter_nearest()
+{
+    const unsigned csr = _mm_getcsr();
+    if (csr & kRoundingBits)
+        _mm_setcsr(csr & ~kRoundingBits);
+    return csr & kRoundingBits;
+}
+
+void leave_nearest(unsigned saved)
+{
+    if (saved)
+        _mm_setcsr((_mm_getcsr() & ~kRoundingBits) | saved);
+}
+
+/* ------------------------------------------------------- direct engine -- */
+
+const int kWeights3[3] = {1, 2, 1};
+const int kWeights5[3][5] = {{2, 7, 12, 7, 2}, {7, 31, 52, 31, 7}, {12, 52, 127, 52, 12}};
+
+int weight(int r, int i, int j)
+{
+    if (r == 1)
+        return kWeights3[i + 1] * kWeights3[j + 1];
+    const int row = 2 - (i < 0 ? -i : i);
+    return kWeights5[row][j + 2];
+}
+
+/* One output value from the window centred on p. */
+template <int r>
+Lum8u pixel(const Lum8u *p, intptr_t step)
+{
+    uint32_t s = 0;
+    for (int i = -r; i <= r; ++i)
+        for (int j = -r; j <= r; ++j)
+            s += (uint32_t)weight(r, i, j) * p[i * step + j];
+    return (Lum8u)(r == 1 ? round3(s) : round5(s));
+}
+
+/* Low or high eight bytes of each of n rows, widened to 16 bits. */
+void widen_rows(const __m128i *rows, int n, bool hi, __m128i *w)
+{
+    const __m128i z = _mm_setzero_si128();
+    for (int i = 0; i < n; ++i)
+        w[i] = hi ? _mm_unpackhi_epi8(rows[i], z) : _mm_unpacklo_epi8(rows[i], z);
+}
+
+/* w0 * x0 + w1 * x1 + w2 * x2 in 16-bit lanes (callers keep it below 2^16). */
+__m128i mix(__m128i x0, __m128i x1, __m128i x2, short w0, short w1, short w2)
+{
+    return _mm_add_epi16(_mm_add_epi16(_mm_mullo_epi16(x0, _mm_set1_epi16(w0)),
+                                       _mm_mullo_epi16(x1, _mm_set1_epi16(w1))),
+                         _mm_mullo_epi16(x2, _mm_set1_epi16(w2)));
+}
+
+/* a + b + c of unsigned 16-bit lanes, in 32 bits: lanes 0-3 and 4-7. */
+void widen_sum3(__m128i a, __m128i b, __m128i c, __m128i *lo, __m128i *hi)
+{
+    const __m128i z = _mm_setzero_si128();
+    *lo = _mm_add_epi32(_mm_add_epi32(_mm_unpacklo_epi16(a, z), _mm_unpacklo_epi16(b, z)),
+                        _mm_unpacklo_epi16(c, z));
+    *hi = _mm_add_epi32(_mm_add_epi32(_mm_unpackhi_epi16(a, z), _mm_unpackhi_epi16(b, z)),
+                        _mm_unpackhi_epi16(c, z));
+}
+
+template <int N>
+struct Cols {
+    __m128i v[N];
+};
+
+template <int k, int N>
+Cols<N> take(const Cols<N> &lo, const Cols<N> &hi)
+{
+    Cols<N> out;
+    for (int i = 0; i < N; ++i)
+        out.v[i] = lanes_from<k>(lo.v[i], hi.v[i]);
+    return out;
+}
+
+/* Lanes `from`.. of c in the low lanes. */
+template <int from, int N>
+Cols<N> high_lanes(const Cols<N> &c)
+{
+    Cols<N> out;
+    for (int i = 0; i < N; ++i)
+        out.v[i] = _mm_srli_si128(c.v[i], from * 2);
+    return out;
+}
+
+/* 3x3: one column sum, top + 2 * middle + bottom. */
+struct Direct3 {
+    enum { r = 1, N = 1 };
+    static void columns(const __m128i rows[3], bool hi, Cols<1> *c)
+    {
+        __m128i w[3];
+        widen_rows(rows, 3, hi, w);
+        c->v[0] = _mm_add_epi16(_mm_add_epi16(w[0], w[2]), _mm_add_epi16(w[1], w[1]));
+    }
+    static __m128i outputs(const Cols<1> n[3])
+    {
+        const __m128i s = _mm_add_epi16(_mm_add_epi16(n[0].v[0], n[2].v[0]),
+                                        _mm_add_epi16(n[1].v[0], n[1].v[0]));
+        return round3_vec(s);
+    }
+};
+
+/* 5x5: each column's contribution to a window whose centre is 2, 1 or 0
+ * columns away, from s0 = rows -2 + +2, s1 = rows -1 + +1 and s2 = the
+ * centre row:
+ *   u2 = 2 s0 + 7 s1 + 12 s2       (at most 7650)
+ *   u1 = 7 s0 + 31 s1 + 52 s2      (at most 32640)
+ *   u0 = 12 s0 + 52 s1 + 127 s2    (at most 65025)
+ * so that S = u2[-2] + u1[-1] + u0[0] + u1[+1] + u2[+2], and each needs only
+ * the neighbour shifts it is read at. */
+struct Direct5 {
+    enum { r = 2, N = 3 };
+    static void columns(const __m128i rows[5], bool hi, Cols<3> *c)
+    {
+        __m128i w[5];
+        widen_rows(rows, 5, hi, w);
+        const __m128i s0 = _mm_add_epi16(w[0], w[4]), s1 = _mm_add_epi16(w[1], w[3]);
+        c->v[0] = mix(s0, s1, w[2], 2, 7, 12);
+        c->v[1] = mix(s0, s1, w[2], 7, 31, 52);
+        c->v[2] = mix(s0, s1, w[2], 12, 52, 127);
+    }
+    static __m128i outputs(const Cols<3> n[5])
+    {
+        /* u2 + u2 <= 15300 and u1 + u1 <= 65280 stay in 16 bits. */
+        __m128i lo, hi;
+        widen_sum3(_mm_add_epi16(n[0].v[0], n[4].v[0]), _mm_add_epi16(n[1].v[1], n[3].v[1]),
+                   n[2].v[2], &lo, &hi);
+        return _mm_packs_epi32(round5_vec(lo), round5_vec(hi));
+    }
+};
+
+/* Column sums of the 2r + 1 rows from `top`, 16 bytes from p. */
+template <typename K>
+void load_columns(const Lum8u *p, intptr_t step, Cols<K::N> *lo, Cols<K::N> *hi)
+{
+    __m128i rows[2 * K::r + 1];
+    for (int i = 0; i < 2 * K::r + 1; ++i)
+        rows[i] = _mm_loadu_si128((const __m128i *)(p + i * step));
+    K::columns(rows, false, lo);
+    K::columns(rows, true, hi);
+}
+
+/* The 2r + 1 neighbour vectors of eight outputs from the pair lo:hi, whose
+ * lane 0 is r pixels left of the first output. */
+template <typename K>
+__m128i eight(const Cols<K::N> &lo, const Cols<K::N> &hi)
+{
+    Cols<K::N> n[5];
+    n[0] = lo;
+    n[1] = take<1>(lo, hi);
+    n[2] = take<2>(lo, hi);
+    if (K::r == 2) {
+        n[3] = take<3>(lo, hi);
+        n[4] = take<4>(lo, hi);
+    }
+    return K::outputs(n);
+}
+
+/* Sixteen outputs from x on; `top` is row -r at column x. */
+template <typename K>
+void sixteen(const Lum8u *top, intptr_t step, Lum8u *dst)
+{
+    const int r = K::r;
+    Cols<K::N> a0, a1, b0, b1;
+    load_columns<K>(top - r, step, &a0, &a1); /* columns x - r .. x - r + 15 */
+    load_columns<K>(top + r, step, &b0, &b1); /* columns x + r .. x + r + 15 */
+    /* The columns after a1 start at x - r + 16, lane 8 - 2r of b1. */
+    const Cols<K::N> next = high_lanes<8 - 2 * K::r>(b1);
+    const __m128i out = _mm_packus_epi16(eight<K>(a0, a1), eight<K>(a1, next));
+    _mm_store_si128((__m128i *)dst, out);
+}
+
+template <typename K>
+void direct_rows(const Lum8u *pSrc, intptr_t srcStep, Lum8u *pDst, intptr_t dstStep, LumiSize roi)
+{
+    const int r = K::r;
+    for (int32_t y = 0; y < roi.height; ++y) {
+        const Lum8u *src = pSrc + y * srcStep;
+        Lum8u *dst = pDst + y * dstStep;
+        int32_t x = 0;
+        for (; x < roi.width && ((uintptr_t)(dst + x) & 15); ++x)
+            dst[x] = pixel<r>(src + x, srcStep);
+        for (; x + 16 <= roi.width; x += 16)
+            sixteen<K>(src + x - r * srcStep, srcStep, dst + x);
+        for (; x < roi.width; ++x)
+            dst[x] = pixel<r>(src + x, srcStep);
+    }
+}
+
+/* -------------------------------------------------------- table engine -- */
+
+/* 3x3: per output row, column sums of the footprint row then the row sum. */
+void ownlumiFilterGauss3x3(const Lum8u *pSrc, intptr_t srcStep, Lum8u *pDst, intptr_t dstStep,
+                           LumiSize roi, int ch, Lum16u *cols)
+{
+    const int32_t n = (roi.width + 2) * ch, len = roi.width * ch;
+    const __m128i z = _mm_setzero_si128();
+    for (int32_t y = 0; y < roi.height; ++y) {
+        const Lum8u *t = pSrc + (y - 1) * srcStep - ch;
+        const Lum8u *m = t + srcStep, *b = m + srcStep;
+        int32_t i = 0;
+        for (; i + 16 <= n; i += 16) {
+            const __m128i vt = _mm_loadu_si128((const __m128i *)(t + i));
+            const __m128i vm = _mm_loadu_si128((const __m128i *)(m + i));
+            const __m128i vb = _mm_loadu_si128((const __m128i *)(b + i));
+            __m128i lo = _mm_add_epi16(_mm_unpacklo_epi8(vt, z), _mm_unpacklo_epi8(vb, z));
+            __m128i hi = _mm_add_epi16(_mm_unpackhi_epi8(vt, z), _mm_unpackhi_epi8(vb, z));
+            lo = _mm_add_epi16(lo, _mm_slli_epi16(_mm_unpacklo_epi8(vm, z), 1));
+            hi = _mm_add_epi16(hi, _mm_slli_epi16(_mm_unpackhi_epi8(vm, z), 1));
+            _mm_storeu_si128((__m128i *)(cols + i), lo);
+            _mm_storeu_si128((__m128i *)(cols + i + 8), hi);
+        }
+        for (; i < n; ++i)
+            cols[i] = (Lum16u)(t[i] + 2 * m[i] + b[i]);
+        Lum8u *dst = pDst + y * dstStep;
+        i = 0;
+        for (; i + 8 <= len; i += 8) {
+            const __m128i l = _mm_loadu_si128((const __m128i *)(cols + i));
+            const __m128i c = _mm_loadu_si128((const __m128i *)(cols + i + ch));
+            const __m128i r = _mm_loadu_si128((const __m128i *)(cols + i + 2 * ch));
+            const __m128i s = _mm_add_epi16(_mm_add_epi16(l, r), _mm_add_epi16(c, c));
+            const __m128i v = round3_vec(s);
+            _mm_storel_epi64((__m128i *)(dst + i), _mm_packus_epi16(v, v));
+        }
+        for (; i < len; ++i)
+            dst[i] = (Lum8u)round3((uint32_t)cols[i] + 2u * cols[i + ch] + cols[i + 2 * ch]);
+    }
+    _mm_sfence();
+}
+
+/* 5x5 row pass: the three horizontal kinds of one source row. */
+void gauss5_row(const Lum8u *src, int32_t len, int ch, Lum16u *a, Lum16u *b, Lum16u *c)
+{
+    const __m128i z = _mm_setzero_si128();
+    int32_t i = 0;
+    for (; i + 8 <= len; i += 8) {
+        const Lum8u *p = src + i;
+        const __m128i m2 = _mm_unpacklo_epi8(_mm_loadl_epi64((const __m128i *)(p - 2 * ch)), z);
+        const __m128i m1 = _mm_unpacklo_epi8(_mm_loadl_epi64((const __m128i *)(p - ch)), z);
+        const __m128i c0 = _mm_unpacklo_epi8(_mm_loadl_epi64((const __m128i *)p), z);
+        const __m128i p1 = _mm_unpacklo_epi8(_mm_loadl_epi64((const __m128i *)(p + ch)), z);
+        const __m128i p2 = _mm_unpacklo_epi8(_mm_loadl_epi64((const __m128i *)(p + 2 * ch)), z);
+        const __m128i e2 = _mm_add_epi16(m2, p2), e1 = _mm_add_epi16(m1, p1);
+        _mm_storeu_si128((__m128i *)(a + i), mix(e2, e1, c0, 2, 7, 12));
+        _mm_storeu_si128((__m128i *)(b + i), mix(e2, e1, c0, 7, 31, 52));
+        _mm_storeu_si128((__m128i *)(c + i), mix(e2, e1, c0, 12, 52, 127));
+    }
+    for (; i < len; ++i) {
+        const Lum8u *p = src + i;
+        const uint32_t e2 = p[-2 * ch] + p[2 * ch], e1 = p[-ch] + p[ch], c0 = p[0];
+        a[i] = (Lum16u)(2 * e2 + 7 * e1 + 12 * c0);
+        b[i] = (Lum16u)(7 * e2 + 31 * e1 + 52 * c0);
+        c[i] = (Lum16u)(12 * e2 + 52 * e1 + 127 * c0);
+    }
+}
+
+const float kInv571 = 1.75131345e-3f; /* bits 0x3AE58C54 */
+
+/* 5x5 column pass: S from the five rows' kinds, scaled in float. */
+void gauss5_col(const Lum16u *a0, const Lum16u *b1, const Lum16u *c2, const Lum16u *b3,
+                const Lum16u *a4, int32_t len, Lum8u *dst)
+{
+    const __m128 k = _mm_set1_ps(kInv571);
+    int32_t i = 0;
+    for (; i + 8 <= len; i += 8) {
+        /* a + a <= 15300 and b + b <= 65280 stay in 16 bits. */
+        const __m128i aa = _mm_add_epi16(_mm_loadu_si128((const __m128i *)(a0 + i)),
+                                         _mm_loadu_si128((const __m128i *)(a4 + i)));
+        const __m128i bb = _mm_add_epi16(_mm_loadu_si128((const __m128i *)(b1 + i)),
+                                         _mm_loadu_si128((const __m128i *)(b3 + i)));
+        __m128i lo, hi;
+        widen_sum3(aa, bb, _mm_loadu_si128((const __m128i *)(c2 + i)), &lo, &hi);
+        const __m128i qlo = _mm_cvtps_epi32(_mm_mul_ps(_mm_cvtepi32_ps(lo), k));
+        const __m128i qhi = _mm_cvtps_epi32(_mm_mul_ps(_mm_cvtepi32_ps(hi), k));
+        const __m128i q = _mm_packs_epi32(qlo, qhi);
+        _mm_storel_epi64((__m128i *)(dst + i), _mm_packus_epi16(q, q));
+    }
+    for (; i < len; ++i) {
+        const uint32_t s = (uint32_t)a0[i] + a4[i] + b1[i] + b3[i] + c2[i];
+        const int q = _mm_cvtss_si32(_mm_mul_ss(_mm_cvtsi32_ss(_mm_setzero_ps(), (int)s),
+                                                _mm_set_ss(kInv571)));
+        dst[i] = (Lum8u)(q > 255 ? 255 : q < 0 ? 0 : q);
+    }
+}
+
+/* Rings of the 5x5 table path: source row k keeps its first kind in slot
+ * k % 5, its second in k % 4 and its third in k % 3, for as long as some
+ * output row still reads it. */
+void ownlumiFilterLaplGaus5x5(const Lum8u *pSrc, intptr_t srcStep, Lum8u *pDst, intptr_t dstStep,
+                              LumiSize roi, int ch, Lum16u *rows, intptr_t rowCells)
+{
+    const int32_t len = roi.width * ch;
+    Lum16u *a[5], *b[4], *c[3];
+    for (int i = 0; i < 5; ++i)
+        a[i] = rows + i * rowCells;
+    for (int i = 0; i < 4; ++i)
+        b[i] = rows + (5 + i) * rowCells;
+    for (int i = 0; i < 3; ++i)
+        c[i] = rows + (9 + i) * rowCells;
+    const Lum8u *top = pSrc - 2 * srcStep; /* footprint row 0 at column 0 */
+    for (int32_t k = 0; k < 4; ++k)
+        gauss5_row(top + k * srcStep, len, ch, a[k % 5], b[k % 4], c[k % 3]);
+    for (int32_t y = 0; y < roi.height; ++y) {
+        const int32_t k = y + 4;
+        gauss5_row(top + k * srcStep, len, ch, a[k % 5], b[k % 4], c[k % 3]);
+        gauss5_col(a[y % 5], b[(y + 1) % 4], c[(y + 2) % 3], b[(y + 3) % 4], a[(y + 4) % 5], len,
+                   pDst + y * dstStep);
+    }
+}
+
+/* Bytes of the table path's one block, or -1 when they do not fit 31 bits. */
+int64_t table_bytes(LumiSize roi, LumiMaskSize mask, int ch)
+{
+    const int64_t w = roi.width;
+    const int64_t bytes = mask == lumMaskSize3x3
+                              ? (((((w + 15) & ~15) + ch * 2 + 15) & ~15) * ch * 2)
+                              : 12 * ((((w * ch) + 15) & ~15) * 2);
+    return bytes > INT32_MAX ? -1 : bytes;
+}
+
+LumStatus table_engine(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst, int32_t dstStep,
+                       LumiSize roi, LumiMaskSize mask, int ch)
+{
+    const int64_t bytes = table_bytes(roi, mask, ch);
+    if (bytes < 0)
+        return lumStsSizeErr;
+    Lum16u *buf = (Lum16u *)LUMI_T(lumsMalloc_8u)((int32_t)bytes);
+    if (!buf)
+        return lumStsMemAllocErr;
+    if (mask == lumMaskSize3x3) {
+        ownlumiFilterGauss3x3(pSrc, srcStep, pDst, dstStep, roi, ch, buf);
+    } else {
+        const unsigned saved = enter_nearest();
+        ownlumiFilterLaplGaus5x5(pSrc, srcStep, pDst, dstStep, roi, ch, buf,
+                                 (((intptr_t)roi.width * ch + 15) & ~15));
+        leave_nearest(saved);
+    }
+    LUMI_T(lumsFree)(buf);
+    return lumStsNoErr;
+}
+
+void direct_engine(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst, int32_t dstStep, LumiSize roi,
+                   LumiMaskSize mask)
+{
+    if (mask == lumMaskSize3x3)
+        direct_rows<Direct3>(pSrc, srcStep, pDst, dstStep, roi);
+    else
+        direct_rows<Direct5>(pSrc, srcStep, pDst, dstStep, roi);
+}
+
+/* One channel takes the direct engine from SSE4.1 on, the table below. */
+const bool kDirectOneChannel = LUMI_TIER_LEVEL >= LUMI_TIER_SSE41;
+
+LumStatus check_gauss(const void *pSrc, int32_t srcStep, const void *pDst, int32_t dstStep,
+                      LumiSize roi, LumiMaskSize mask)
+{
+    if (!pSrc || !pDst)
+        return lumStsNullPtrErr;
+    if (roi.width < 1 || roi.height < 1)
+        return lumStsSizeErr;
+    if (srcStep < 1 || dstStep < 1)
+        return lumStsStepErr;
+    if (mask != lumMaskSize3x3 && mask != lumMaskSize5x5)
+        return lumStsMaskSizeErr;
+    return lumStsNoErr;
+}
+
+LumStatus gauss_public(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst, int32_t dstStep,
+                       LumiSize roi, LumiMaskSize mask, int ch)
+{
+    const LumStatus st = check_gauss(pSrc, srcStep, pDst, dstStep, roi, mask);
+    if (st != lumStsNoErr)
+        return st;
+    if (ch == 1 && kDirectOneChannel) {
+        direct_engine(pSrc, srcStep, pDst, dstStep, roi, mask);
+        return lumStsNoErr;
+    }
+    return table_engine(pSrc, srcStep, pDst, dstStep, roi, mask, ch);
+}
+
+} // namespace
+} // namespace LUMI_NS
+
+LUMI_MEMBER LumStatus LUMI_T(lumiFilterGauss_8u_C1R)(const Lum8u *pSrc, int32_t srcStep,
+                                                     Lum8u *pDst, int32_t dstStep,
+                                                     LumiSize roiSize, LumiMaskSize mask)
+{
+    return LUMI_NS::gauss_public(pSrc, srcStep, pDst, dstStep, roiSize, mask, 1);
+}
+
+LUMI_MEMBER LumStatus LUMI_T(lumiFilterGauss_8u_C3R)(const Lum8u *pSrc, int32_t srcStep,
+                                                     Lum8u *pDst, int32_t dstStep,
+                                                     LumiSize roiSize, LumiMaskSize mask)
+{
+    return LUMI_NS::gauss_public(pSrc, srcStep, pDst, dstStep, roiSize, mask, 3);
+}
+
+LUMI_MEMBER LumStatus LUMI_T(ownlumiFilterGauss_8u_C1R)(const Lum8u *pSrc, int32_t srcStep,
+                                                        Lum8u *pDst, int32_t dstStep,
+                                                        LumiSize roiSize, LumiMaskSize mask)
+{
+    LUMI_NS::direct_engine(pSrc, srcStep, pDst, dstStep, roiSize, mask);
+    return lumStsNoErr;
+}
+
+LUMI_MEMBER LumStatus LUMI_T(ownlumiFilterGaussTable_8u)(const Lum8u *pSrc, int32_t srcStep,
+                                                         Lum8u *pDst, int32_t dstStep,
+                                                         LumiSize roiSize, LumiMaskSize mask,
+                                                         int channels)
+{
+    return LUMI_NS::table_engine(pSrc, srcStep, pDst, dstStep, roiSize, mask, channels);
+}
