@@ -12,6 +12,7 @@
 #define LUMI_TIER_MEMBER_TYPES_H
 
 #include "lumi.h"
+#include "remap_member_types.h"
 
 typedef LumStatus LumiMedianLineFn(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst,
                                    int32_t dstStep, LumiSize dstRoiSize, LumiMaskSize mask);
@@ -48,7 +49,9 @@ typedef LumStatus LumiMedianLineFn(const Lum8u *pSrc, int32_t srcStep, Lum8u *pD
     X(c, lumiFilterMedianHoriz_8u_C1R, LumiMedianLineFn)                                         \
     X(c, lumiFilterMedianHoriz_8u_C3R, LumiMedianLineFn)                                         \
     X(c, lumiFilterMedianVert_8u_C1R, LumiMedianLineFn)                                          \
-    X(c, lumiFilterMedianVert_8u_C3R, LumiMedianLineFn)
+    X(c, lumiFilterMedianVert_8u_C3R, LumiMedianLineFn)                                          \
+    /* Remap of every type and layout but the public two (image/geometry). */                   \
+    LUMI_REMAP_MEMBERS(X, c)
 
 /* lumi_member_type::lumsZero_8u is the function type of every tier's
  * lumsZero_8u member. */
