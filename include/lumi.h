@@ -403,6 +403,25 @@ LUMI_API LumStatus lumiResize_8u_C3R(const Lum8u *pSrc, LumiSize srcSize, int32_
 
 /* ------------------------------------------ geometry: remap and rotate -- */
 
+/* Fills the destination region (pDst, dstStep, dstRoiSize) by sampling the
+ * source at the coordinates held in two float maps of dstRoiSize: map
+ * element (c, r) holds the source position of destination pixel (c, r),
+ * absolute from pSrc (the image's first pixel), with pixel centres on whole
+ * numbers.  A position outside the region srcRoi leaves its destination
+ * pixel as it was; interpolation reads neighbours anywhere in the image.
+ * interpolation: LUMI_INTER_NN, LUMI_INTER_LINEAR, LUMI_INTER_CUBIC,
+ * LUMI_INTER_CATMULLROM or LUMI_INTER_LANCZOS, lowered for sources under
+ * 6 pixels a side; LUMI_SMOOTH_EDGE added blends a one-pixel band around
+ * the region with what the destination holds. */
+LUMI_API LumStatus lumiRemap_8u_C1R(const Lum8u *pSrc, LumiSize srcSize, int32_t srcStep,
+                                    LumiRect srcRoi, const Lum32f *pxMap, int32_t xMapStep,
+                                    const Lum32f *pyMap, int32_t yMapStep, Lum8u *pDst,
+                                    int32_t dstStep, LumiSize dstRoiSize, int32_t interpolation);
+LUMI_API LumStatus lumiRemap_8u_C3R(const Lum8u *pSrc, LumiSize srcSize, int32_t srcStep,
+                                    LumiRect srcRoi, const Lum32f *pxMap, int32_t xMapStep,
+                                    const Lum32f *pyMap, int32_t yMapStep, Lum8u *pDst,
+                                    int32_t dstStep, LumiSize dstRoiSize, int32_t interpolation);
+
 #ifdef __cplusplus
 }
 #endif

@@ -12,6 +12,7 @@
 #define LUMI_TIER_MEMBER_TYPES_H
 
 #include "lumi.h"
+#include "remap_member_types.h"
 
 typedef LumStatus LumiMedianLineFn(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst,
                                    int32_t dstStep, LumiSize dstRoiSize, LumiMaskSize mask);
@@ -71,7 +72,9 @@ typedef LumStatus LumiMedianLineFn(const Lum8u *pSrc, int32_t srcStep, Lum8u *pD
                                                LumiMaskSize mask, int channels))                 \
     X(c, ownpi_RowLanczos8px, void(const Lum8u *src, int32_t pixelStride, const int32_t *colOfs, \
                                    const Lum32f *xWeights, Lum32f *out, int32_t width,           \
-                                   int32_t roiX, int32_t imgW))
+                                   int32_t roiX, int32_t imgW))                                  \
+    /* Remap of every type and layout but the public two (image/geometry). */                   \
+    LUMI_REMAP_MEMBERS(X, c)
 
 /* lumi_member_type::lumsZero_8u is the function type of every tier's
  * lumsZero_8u member. */

@@ -1,0 +1,195 @@
+/*
+ * Remap kernels: Catmull-Rom (four taps) and Lanczos with three lobes (six
+ * taps), with their border forms.
+ *
+ * Both start from ix = trunc(x + 1e-7), iy likewise, in the map's type, and
+ * the fractions tx = x - ix, ty = y - iy (a coordinate just below a whole
+ * number snaps to it, and the fraction may be a tiny negative number).
+ *
+ * Interior (the window inside the whole image: 1 <= ix < wMax - 1 for
+ * Catmull-Rom, 2 <= ix < wMax - 2 for Lanczos, rows likewise):
+ *   - Catmull-Rom, taps ix - 1..ix + 2, with h = t/2:
+ *       w0 = -(h (t - 1)^2)        w1 = (3t^2 - 5t) h + 1
+ *       w2 = ((4t - 3t^2) + 1) h   w3 = (h (t - 1)) t
+ *     in float (the order chosen here, used by every tier);
+ *   - Lanczos, taps ix - 2..ix + 3: distance a = min(|(-t - 2) + k|, 3) 100,
+ *     n = trunc a, weight tbl[n] + (a - n)(tbl[n + 1] - tbl[n]) from the
+ *     kernel table at spacing 0.01; the six weights are added in tap order
+ *     and each divided by the sum.
+ *   Products are added in tap order per row, then across rows.  Integers
+ *   round to nearest, ties to even, and saturate; floats are stored.
+ *
+ * Border (every other pixel of the region): index lists built from the
+ * coordinate as double, trunc(x + 1e-7) - 1 + k (or - 2 + k) limited to the
+ * image, so border rows and columns repeat; the fraction is still the float
+ * one above.  Weights and sums in double: the Catmull-Rom weights as above,
+ * or for Lanczos distances d = -2 - t stepping by 1.0 in the map's type,
+ * weight sinc(d) sinc(d/3) for |d| < 3 (sinc(z) = sin(pi z)/(pi z)),
+ * normalised by their sum.  Output: integers limited to their range, then
+ * trunc(v + 0.5) (toward zero, so -1.7 gives -1 for 16s); 32f flushes
+ * magnitudes below the smallest normal number to zero.  A 16s pixel can thus
+ * round differently by one at the border than inside.
+ *
+ * 64f has no float interior: its interior is the double form above, which is
+ * the border form with lists that need no limiting, so every 64f pixel takes
+ * it.  The SSE3 tier likewise sends every pixel of every type through the
+ * double form, its interior following the border's output rules.
+ */
+#include <math.h>
+#include <type_traits>
+
+#include "piremap_walk.h"
+
+namespace LUMI_NS {
+namespace {
+
+template <class R> inline void cr_weights(R t, R w[4])
+{
+    const R h = t * (R)0.5, one = (R)1, tm = t - one, t2 = t * t;
+    w[0] = -(h * (tm * tm));
+    w[1] = ((R)3 * t2 - (R)5 * t) * h + one;
+    w[2] = (((R)4 * t - (R)3 * t2) + one) * h;
+    w[3] = (h * tm) * t;
+}
+
+inline void l3_table_weights(Lum32f t, Lum32f w[6])
+{
+    const Lum32f *tbl = LUMI_T(tblLanczos3);
+    Lum32f sum = 0.0f;
+    for (int k = 0; k < 6; ++k) {
+        const Lum32f dist = (-t - 2.0f) + (Lum32f)k;
+        const Lum32f m = fabsf(dist);
+        const Lum32f v = (m < 3.0f ? m : 3.0f) * 100.0f;
+        const int32_t n = (int32_t)v;
+        w[k] = tbl[n] + (v - (Lum32f)n) * (tbl[n + 1] - tbl[n]);
+        sum = k == 0 ? w[0] : sum + w[k];
+    }
+    for (int k = 0; k < 6; ++k)
+        w[k] = w[k] / sum;
+}
+
+inline double sinc_pi(double z)
+{
+    const double p = M_PI * z;
+    return sin(p) / p;
+}
+
+/* d starts at -2 - t and steps by 1.0 in the map's type. */
+template <class M> inline void l3_sine_weights(M t, double w[6])
+{
+    M dist = (M)-2 - t;
+    double sum = 0.0;
+    for (int k = 0; k < 6; ++k, dist = dist + (M)1) {
+        const double dd = (double)dist;
+        w[k] = dd == 0.0 ? 1.0 : dd > -3.0 && dd < 3.0 ? sinc_pi(dd) * sinc_pi(dd / 3.0) : 0.0;
+        sum = k == 0 ? w[0] : sum + w[k];
+    }
+    for (int k = 0; k < 6; ++k)
+        w[k] = w[k] / sum;
+}
+
+/* The list of K indices around a coordinate, limited to 0..n - 1. */
+template <int K> inline void set_index(int32_t n, int32_t *list, double coord)
+{
+    const int32_t i = (int32_t)(coord + 1e-7);
+    for (int k = 0; k < K; ++k) {
+        const int32_t v = i - (K / 2 - 1) + k;
+        list[k] = v < 0 ? 0 : v > n - 1 ? n - 1 : v;
+    }
+}
+
+template <class T, int L, int K, class R>
+inline R window_sum(const RemapSrc<T, L> &s, int c, const int32_t *cols, const int32_t *rows,
+                    const R *wx, const R *wy)
+{
+    R v = 0;
+    for (int r = 0; r < K; ++r) {
+        R h = (R)s.at(c, cols[0], rows[r]) * wx[0];
+        for (int k = 1; k < K; ++k)
+            h = h + (R)s.at(c, cols[k], rows[r]) * wx[k];
+        v = r == 0 ? h * wy[0] : v + h * wy[r];
+    }
+    return v;
+}
+
+/* The border form of both families: index lists and double precision. */
+template <int K, class T, int L>
+inline void border_pixel(const RemapSrc<T, L> &s, const RemapArgs &a, RemapMap<T> x, RemapMap<T> y,
+                         T *const *d)
+{
+    typedef RemapMap<T> M;
+    int32_t cols[K], rows[K];
+    set_index<K>(a.wMax + 1, cols, (double)x);
+    set_index<K>(a.hMax + 1, rows, (double)y);
+    const M tx = x - (M)(int32_t)(x + (M)1e-7), ty = y - (M)(int32_t)(y + (M)1e-7);
+    double wx[K], wy[K];
+    if constexpr (K == 4) {
+        cr_weights((double)tx, wx);
+        cr_weights((double)ty, wy);
+    } else {
+        l3_sine_weights(tx, wx);
+        l3_sine_weights(ty, wy);
+    }
+    for (int c = 0; c < RemapShape<L>::count; ++c)
+        store_point(d[c], window_sum<T, L, K>(s, c, cols, rows, wx, wy));
+}
+
+/* The float interior form of both families, when the window lies inside. */
+template <int K, class T, int L>
+inline bool interior_pixel(const RemapSrc<T, L> &s, const RemapArgs &a, Lum32f x, Lum32f y,
+                           T *const *d)
+{
+    constexpr int32_t back = K / 2 - 1;
+    const int32_t ix = (int32_t)(x + 1e-7f), iy = (int32_t)(y + 1e-7f);
+    if (!(ix >= back && ix < a.wMax - back && iy >= back && iy < a.hMax - back))
+        return false;
+    const Lum32f tx = x - (Lum32f)ix, ty = y - (Lum32f)iy;
+    Lum32f wx[K], wy[K];
+    if constexpr (K == 4) {
+        cr_weights(tx, wx);
+        cr_weights(ty, wy);
+    } else {
+        l3_table_weights(tx, wx);
+        l3_table_weights(ty, wy);
+    }
+    int32_t cols[K], rows[K];
+    for (int k = 0; k < K; ++k)
+        cols[k] = ix - back + k, rows[k] = iy - back + k;
+    for (int c = 0; c < RemapShape<L>::count; ++c)
+        store_sat(d[c], window_sum<T, L, K>(s, c, cols, rows, wx, wy));
+    return true;
+}
+
+template <int K, class T, int L>
+inline void two_form_pixel(const RemapSrc<T, L> &s, const RemapArgs &a, RemapMap<T> x,
+                           RemapMap<T> y, T *const *d)
+{
+    if constexpr (!kRemapLowTier && !std::is_same<T, Lum64f>::value) {
+        if (interior_pixel<K>(s, a, x, y, d))
+            return;
+    }
+    border_pixel<K>(s, a, x, y, d);
+}
+
+} // namespace
+
+template <class T, int L, bool Soft> struct RemapCR {
+    static void pixel(const RemapSrc<T, L> &s, const RemapArgs &a, RemapMap<T> x, RemapMap<T> y,
+                      T *const *d)
+    {
+        two_form_pixel<4>(s, a, x, y, d);
+    }
+};
+
+template <class T, int L, bool Soft> struct RemapL3 {
+    static void pixel(const RemapSrc<T, L> &s, const RemapArgs &a, RemapMap<T> x, RemapMap<T> y,
+                      T *const *d)
+    {
+        two_form_pixel<6>(s, a, x, y, d);
+    }
+};
+
+LUMI_REMAP_INSTANTIATE(RemapCR)
+LUMI_REMAP_INSTANTIATE(RemapL3)
+
+} // namespace LUMI_NS

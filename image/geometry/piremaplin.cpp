@@ -1,0 +1,129 @@
+/*
+ * Remap kernels: nearest neighbour and two-point linear.
+ *
+ * Nearest neighbour takes column trunc(x + 0.5) and row trunc(y + 0.5), the
+ * addition in the map's type; a coordinate inside the region is not
+ * negative, so halves go up, and the column never passes the region's last.
+ * The plain form only moves elements, so it is built once per element width
+ * (16u and 16s share one); the soft-edge form is built per type for its band.
+ *
+ * Linear: base (trunc x, trunc y), moved back by one on the last column or
+ * row, fractions fx = x - ix, fy = y - iy in the map's type, 2 by 2 window.
+ * "Last" is the region's last column (xMax, yMax) for the plain 8u, 16u and
+ * 32f forms and the image's (wMax, hMax) for the plain 16s and 64f forms and
+ * every soft-edge form; both read the same values.
+ *   - plain 8u: Q14 fractions a = rint(16384 fx), b = rint(16384 fy);
+ *     r = (p0 (16384 - a) + p1 a) >> 8 per row, then
+ *     (r0 (16384 - b) + r1 b + 33) >> 20.  The rounding term is 33, close to
+ *     truncation, and belongs to the result;
+ *   - plain 16u, 32f: p0 (1 - f) + p1 f per row, then across rows, float;
+ *   - plain 16s, 64f and every soft-edge form: the difference form
+ *     p0 + (p1 - p0) f, in the map's type;
+ *   - integers round to nearest, ties to even; soft-edge results saturate,
+ *     plain ones keep their low bits (they cannot leave the range).
+ * SSE3 tier, soft-edge 8u: 16.16 fixed point instead.  Coordinates are scaled
+ * by 65536 and truncated; below wMax << 16 the column is the top half and the
+ * fraction the low half, otherwise column wMax - 1 with fraction 1.0.
+ * Samples scaled by 64, r = 64 p0 + ((64 p1 - 64 p0) f >> 16), result
+ * (r0 + (fy (r1 - r0) >> 16) + 32) >> 6.
+ *
+ * A region one column wide at column 0 would move the base of the plain
+ * forms to column -1 (whose weight is zero).  The base stays at 0 instead,
+ * with fraction 0: the same value, read from columns 0 and 1, which the
+ * image has (linear runs on sources of two pixels a side or more).  Rows
+ * likewise.
+ */
+#include <type_traits>
+
+#include "piremap_walk.h"
+
+namespace LUMI_NS {
+
+template <class T, int L, bool Soft> struct RemapNN {
+    static void pixel(const RemapSrc<T, L> &s, const RemapArgs &, RemapMap<T> x, RemapMap<T> y,
+                      T *const *d)
+    {
+        typedef RemapMap<T> M;
+        const int32_t col = (int32_t)(x + (M)0.5), row = (int32_t)(y + (M)0.5);
+        for (int c = 0; c < RemapShape<L>::count; ++c)
+            *d[c] = s.at(c, col, row);
+    }
+};
+
+namespace {
+
+/* The plain 16s and 64f forms and every soft-edge form count "last" from
+ * the image, the plain 8u, 16u, 32f forms from the region. */
+template <class T, bool Soft> constexpr bool kLastOfImage =
+    Soft || std::is_same<T, Lum16s>::value || std::is_same<T, Lum64f>::value;
+
+inline int32_t linear_base(int32_t i, int32_t last) { return i == last && i > 0 ? i - 1 : i; }
+
+/* SSE3 tier, soft-edge 8u: one axis in 16.16. */
+inline void fixed_axis(Lum32f v, int32_t last, int32_t *i, int32_t *f)
+{
+    const int64_t q = (int64_t)(v * 65536.0f);
+    if (q < ((int64_t)last << 16))
+        *i = (int32_t)(q >> 16), *f = (int32_t)(q & 0xFFFF);
+    else
+        *i = last - 1, *f = 0x10000;
+}
+
+} // namespace
+
+template <class T, int L, bool Soft> struct RemapLin {
+    typedef RemapMap<T> M;
+
+    static void pixel(const RemapSrc<T, L> &s, const RemapArgs &a, M x, M y, T *const *d)
+    {
+        constexpr int N = RemapShape<L>::count;
+        if constexpr (kRemapLowTier && Soft && std::is_same<T, Lum8u>::value) {
+            int32_t ix, iy, fx, fy;
+            fixed_axis(x, a.wMax, &ix, &fx);
+            fixed_axis(y, a.hMax, &iy, &fy);
+            for (int c = 0; c < N; ++c) {
+                const int32_t p00 = 64 * s.at(c, ix, iy), p01 = 64 * s.at(c, ix + 1, iy);
+                const int32_t p10 = 64 * s.at(c, ix, iy + 1), p11 = 64 * s.at(c, ix + 1, iy + 1);
+                const int32_t r0 = p00 + (((p01 - p00) * fx) >> 16);
+                const int32_t r1 = p10 + (((p11 - p10) * fx) >> 16);
+                *d[c] = (Lum8u)((r0 + ((fy * (r1 - r0)) >> 16) + 32) >> 6);
+            }
+            return;
+        }
+        const bool image = kLastOfImage<T, Soft>;
+        const int32_t ix = linear_base((int32_t)x, image ? a.wMax : a.xMax);
+        const int32_t iy = linear_base((int32_t)y, image ? a.hMax : a.yMax);
+        const M fx = x - (M)ix, fy = y - (M)iy;
+        for (int c = 0; c < N; ++c) {
+            const M p00 = (M)s.at(c, ix, iy), p01 = (M)s.at(c, ix + 1, iy);
+            const M p10 = (M)s.at(c, ix, iy + 1), p11 = (M)s.at(c, ix + 1, iy + 1);
+            if constexpr (!Soft && std::is_same<T, Lum8u>::value) {
+                const int32_t fa = remap_rne(fx * 16384.0f), fb = remap_rne(fy * 16384.0f);
+                const int32_t r0 = ((int32_t)p00 * (16384 - fa) + (int32_t)p01 * fa) >> 8;
+                const int32_t r1 = ((int32_t)p10 * (16384 - fa) + (int32_t)p11 * fa) >> 8;
+                *d[c] = (Lum8u)((r0 * (16384 - fb) + r1 * fb + 33) >> 20);
+            } else if constexpr (!Soft && (std::is_same<T, Lum16u>::value ||
+                                           std::is_same<T, Lum32f>::value)) {
+                const M r0 = p00 * ((M)1 - fx) + p01 * fx, r1 = p10 * ((M)1 - fx) + p11 * fx;
+                store_low(d[c], r0 * ((M)1 - fy) + r1 * fy);
+            } else {
+                const M r0 = p00 + (p01 - p00) * fx, r1 = p10 + (p11 - p10) * fx;
+                const M v = r0 + (r1 - r0) * fy;
+                if (Soft)
+                    store_sat(d[c], v);
+                else
+                    store_low(d[c], v);
+            }
+        }
+    }
+};
+
+/* Plain nearest neighbour by element width; 32f and 64f move their bits. */
+LUMI_REMAP_INSTANTIATE_LAYOUTS(RemapNN, Lum8u, false)
+LUMI_REMAP_INSTANTIATE_LAYOUTS(RemapNN, Lum16u, false)
+LUMI_REMAP_INSTANTIATE_LAYOUTS(RemapNN, Lum32u, false)
+LUMI_REMAP_INSTANTIATE_LAYOUTS(RemapNN, Lum64u, false)
+LUMI_REMAP_INSTANTIATE_TYPES(RemapNN, true)
+LUMI_REMAP_INSTANTIATE(RemapLin)
+
+} // namespace LUMI_NS
