@@ -103,7 +103,7 @@ inline int64_t service_cache_size()
    rest what is left after the head. */
 inline bool zero_streams(isz total, isz rest)
 {
-#if LUMI_TIER_LEVEL >= LUMI_TIER_AVX
+#if LUMI_HAS_AVX
     if (total <= 0x200000)
         return false;
     const int64_t cache = service_cache_size();
@@ -118,7 +118,7 @@ inline bool zero_streams(isz total, isz rest)
 
 inline bool set_streams(const void *dst, isz elements)
 {
-#if LUMI_TIER_LEVEL >= LUMI_TIER_AVX
+#if LUMI_HAS_AVX
     const isz bytes = 4 * elements;
     if (bytes < 0x200001 || ((uintptr_t)dst & 3))
         return false;
@@ -147,9 +147,9 @@ void ownsSet_32s(Lum32u bits, Lum8u *d, isz elements)
    n8); m7, u8 and y8 and e9 touch each block first, n8 does not. */
 inline bool copy_streams(isz n)
 {
-#if LUMI_TIER_LEVEL == LUMI_TIER_SSE3
+#if LUMI_IS_M7
     const bool big = n >= 0x80000;
-#elif LUMI_TIER_LEVEL == LUMI_TIER_SSSE3 && !LUMI_TIER_U8
+#elif LUMI_IS_N8
     const bool big = n > 0x20000;
 #else
     const bool big = n >= 0x100000;
@@ -157,7 +157,7 @@ inline bool copy_streams(isz n)
     if (!big)
         return false;
     const int64_t cache = packed_cache_size();
-#if LUMI_TIER_LEVEL == LUMI_TIER_SSSE3 && !LUMI_TIER_U8
+#if LUMI_IS_N8
     return cache > 0 && 2 * n > cache;
 #else
     return cache > 0 && 2 * n >= cache;
@@ -166,7 +166,7 @@ inline bool copy_streams(isz n)
 
 inline void copy_past_cache(Lum8u *d, const Lum8u *s, isz n)
 {
-#if LUMI_TIER_LEVEL == LUMI_TIER_SSSE3 && !LUMI_TIER_U8
+#if LUMI_IS_N8
     stream_row_nt64(d, s, n);
 #else
     stream_row_touch(d, s, n);
@@ -176,9 +176,9 @@ inline void copy_past_cache(Lum8u *d, const Lum8u *s, isz n)
 
 inline void copy_in_cache(Lum8u *d, const Lum8u *s, isz n)
 {
-#if LUMI_TIER_LEVEL == LUMI_TIER_SSE3
+#if LUMI_IS_M7
     m7_row(d, s, n, false);
-#elif LUMI_TIER_LEVEL == LUMI_TIER_SSSE3 && !LUMI_TIER_U8
+#elif LUMI_IS_N8
     medium_row_n8(d, s, n);
 #else
     if (n < 64)

@@ -22,13 +22,13 @@ namespace {
 
 inline bool aligned_for_vector(const void *p)
 {
-    return ((uintptr_t)p & (LUMI_TIER_LEVEL >= LUMI_TIER_AVX ? 31 : 15)) == 0;
+    return ((uintptr_t)p & (LUMI_HAS_AVX ? 31 : 15)) == 0;
 }
 
 template <bool AlignedLoad, bool AlignedStore>
 inline void mul8(const Lum32f *s, Lum32f *d, Lum32f val)
 {
-#if LUMI_TIER_LEVEL >= LUMI_TIER_AVX
+#if LUMI_HAS_AVX
     const __m256 v = _mm256_set1_ps(val);
     const __m256 x = AlignedLoad ? _mm256_load_ps(s) : _mm256_loadu_ps(s);
     if (AlignedStore)

@@ -36,6 +36,16 @@
 #define LUMI_TIER_U8 0
 #endif
 
+/* What a tier's code may use, for #if and constant expressions alike: the
+ * instruction sets its build has, and which tier it is. */
+#define LUMI_HAS_SSSE3 (LUMI_TIER_LEVEL >= LUMI_TIER_SSSE3)
+#define LUMI_HAS_SSE41 (LUMI_TIER_LEVEL >= LUMI_TIER_SSE41)
+#define LUMI_HAS_AVX (LUMI_TIER_LEVEL >= LUMI_TIER_AVX)
+#define LUMI_IS_M7 (LUMI_TIER_LEVEL == LUMI_TIER_SSE3)
+#define LUMI_IS_SSSE3_TIER (LUMI_TIER_LEVEL == LUMI_TIER_SSSE3) /* n8 or u8 */
+#define LUMI_IS_N8 (LUMI_IS_SSSE3_TIER && !LUMI_TIER_U8)
+#define LUMI_IS_Y8 (LUMI_TIER_LEVEL == LUMI_TIER_SSE41)
+
 /* Members of a tier: C linkage, never exported. */
 #define LUMI_MEMBER extern "C" __attribute__((visibility("hidden")))
 

@@ -14,9 +14,9 @@ extern "C" __attribute__((visibility("hidden"))) int ownGetFeature(Lum64u bits);
 namespace LUMI_NS {
 namespace {
 
-#if LUMI_TIER_LEVEL == LUMI_TIER_SSE3
+#if LUMI_IS_M7
 #define LUMI_BUILD_DATE "Apr  7 2012"
-#elif LUMI_TIER_LEVEL == LUMI_TIER_SSSE3
+#elif LUMI_IS_SSSE3_TIER
 #define LUMI_BUILD_DATE "Apr  8 2012"
 #else
 #define LUMI_BUILD_DATE "Apr  7 2012"
@@ -33,7 +33,7 @@ const LumLibraryVersion kVersion = {LUMI_VERSION_MAJOR, LUMI_VERSION_MINOR,
                                     "lumi" LUMI_TIER_NAME "_l.a", LUMI_VERSION_TEXT,
                                     LUMI_BUILD_DATE};
 
-#if LUMI_TIER_LEVEL == LUMI_TIER_SSE41
+#if LUMI_IS_Y8
 const LumLibraryVersion kVersionSse42 = {LUMI_VERSION_MAJOR, LUMI_VERSION_MINOR,
                                          LUMI_VERSION_MAJOR_BUILD, LUMI_VERSION_BUILD,
                                          LUMI_TIER_NAME, "lumi" LUMI_TIER_NAME "_l.a+",
@@ -45,7 +45,7 @@ const LumLibraryVersion kVersionSse42 = {LUMI_VERSION_MAJOR, LUMI_VERSION_MINOR,
 
 LUMI_MEMBER const LumLibraryVersion *LUMI_T(lumiGetLibVersion)(void)
 {
-#if LUMI_TIER_LEVEL == LUMI_TIER_SSE41
+#if LUMI_IS_Y8
     if (ownGetFeature(LUM_CPU_SSE42))
         return &LUMI_NS::kVersionSse42;
 #endif

@@ -20,7 +20,7 @@
 #include <pmmintrin.h>
 #include <stddef.h>
 #include <string.h>
-#if LUMI_TIER_LEVEL >= LUMI_TIER_SSE41
+#if LUMI_HAS_SSE41
 #include <smmintrin.h>
 #endif
 
@@ -115,7 +115,7 @@ inline __m128 bandnot(__m128 a, __m128 b) { return _mm_andnot_ps(a, b); }
 /* mask ? a : b, lane by lane. */
 inline __m128 select(__m128 mask, __m128 a, __m128 b)
 {
-#if LUMI_TIER_LEVEL >= LUMI_TIER_SSE41
+#if LUMI_HAS_SSE41
     return _mm_blendv_ps(b, a, mask);
 #else
     return _mm_or_ps(_mm_and_ps(mask, a), _mm_andnot_ps(mask, b));

@@ -57,7 +57,7 @@ using namespace hls;
 /* ----------------------------------------------------- modes by tier ---- */
 
 /* SSE4.1 and AVX round the body's results; the older builds truncate. */
-constexpr bool kRoundingBody = LUMI_TIER_LEVEL >= LUMI_TIER_SSE41;
+constexpr bool kRoundingBody = LUMI_HAS_SSE41;
 
 struct Modes {
     Convert body, tail;

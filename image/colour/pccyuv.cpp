@@ -36,7 +36,7 @@
 
 #include <emmintrin.h>
 #include <stddef.h>
-#if LUMI_TIER_LEVEL >= LUMI_TIER_SSSE3
+#if LUMI_HAS_SSSE3
 #include <tmmintrin.h>
 #endif
 
@@ -162,7 +162,7 @@ inline void rgb_lanes_p3(__m128i y, __m128i u, __m128i v, __m128i &r, __m128i &g
  * does not read hi.
  */
 
-#if LUMI_TIER_LEVEL >= LUMI_TIER_SSSE3
+#if LUMI_HAS_SSSE3
 
 /* Which byte of (lead, lo, hi) feeds output byte i of a 16-pixel block, as
  * register * 16 + byte. */

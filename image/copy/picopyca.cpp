@@ -39,7 +39,7 @@ inline void flatten(int64_t srcStep, int64_t dstStep, int64_t &rowBytes, int64_t
     }
 }
 
-#if LUMI_TIER_LEVEL >= LUMI_TIER_AVX
+#if LUMI_HAS_AVX
 
 inline void mv32y(Lum8u *d, const Lum8u *s)
 {
@@ -113,7 +113,7 @@ inline void e9_stream_row(Lum8u *d, const Lum8u *s, isz n)
 void copy_rows(const Lum8u *s, int64_t srcStep, Lum8u *d, int64_t dstStep, int64_t rowBytes,
                int64_t height)
 {
-#if LUMI_TIER_LEVEL >= LUMI_TIER_AVX
+#if LUMI_HAS_AVX
     bool stream = false;
     if (rowBytes >= 1024) {
         const int64_t twice = 2 * rowBytes * height;
@@ -130,7 +130,7 @@ void copy_rows(const Lum8u *s, int64_t srcStep, Lum8u *d, int64_t dstStep, int64
     }
     if (stream)
         _mm_sfence();
-#elif LUMI_TIER_LEVEL == LUMI_TIER_SSE3
+#elif LUMI_IS_M7
     const bool stream = rowBytes * height > 0x100000;
     if (srcStep == rowBytes && dstStep == rowBytes) {
         rowBytes = (uint32_t)(rowBytes * height);
@@ -143,7 +143,7 @@ void copy_rows(const Lum8u *s, int64_t srcStep, Lum8u *d, int64_t dstStep, int64
     const int64_t total = rowBytes * height;
     /* n8 streams from above 128 KiB and above half the cache; u8 and y8 from
        1 MiB and at least half the cache. */
-    const bool n8 = LUMI_TIER_LEVEL == LUMI_TIER_SSSE3 && !LUMI_TIER_U8;
+    const bool n8 = LUMI_IS_N8;
     bool stream = false;
     if (rowBytes >= 64 && (n8 ? total > 0x20000 : total >= 0x100000)) {
         const int64_t cache = packed_cache_size();

@@ -70,7 +70,7 @@ struct PlaneRegion {
     }
 };
 
-#if LUMI_TIER_LEVEL >= LUMI_TIER_SSSE3
+#if LUMI_HAS_SSSE3
 
 template <bool Aligned>
 inline __m128i ld16(const Lum8u *s)
@@ -160,7 +160,7 @@ inline Trio merge16(const Lum8u *s0, const Lum8u *s1, const Lum8u *s2)
              _mm_or_si128(pick(hi, kRound.pair[2]), pick(c, kRound.third[2]))}};
 }
 
-#if LUMI_TIER_LEVEL >= LUMI_TIER_SSE41
+#if LUMI_HAS_SSE41
 
 /* 16 pixels: 48 interleaved bytes to 16 bytes of each plane. */
 inline Trio split16(const Lum8u *s)
@@ -227,7 +227,7 @@ void merge_row16(const Lum8u *s0, const Lum8u *s1, const Lum8u *s2, Lum8u *d, is
 
 #endif
 
-#if LUMI_TIER_LEVEL <= LUMI_TIER_SSSE3
+#if !LUMI_HAS_SSE41
 
 /* Eight pixels of a split: 24 bytes to 8 bytes of each plane, stored as
    Piece-byte words (8 when the planes are 8-aligned, 4 when 4-aligned). */
@@ -277,7 +277,7 @@ void split_plane4(const Lum8u *s, Lum8u *d, isz n)
 
 #endif
 
-#if LUMI_TIER_LEVEL == LUMI_TIER_SSE3
+#if LUMI_IS_M7
 
 /* Four pixels of a merge as three 32-bit words, cached or streamed. */
 void merge_row_m7(const Lum8u *s0, const Lum8u *s1, const Lum8u *s2, Lum8u *d, isz n, bool stream)
@@ -306,7 +306,7 @@ void merge_row_m7(const Lum8u *s0, const Lum8u *s1, const Lum8u *s2, Lum8u *d, i
 void split(const Lum8u *s, Lum8u *const *pDst, PlaneRegion r)
 {
     Lum8u *d0 = pDst[0], *d1 = pDst[1], *d2 = pDst[2];
-#if LUMI_TIER_LEVEL >= LUMI_TIER_SSE41
+#if LUMI_HAS_SSE41
     if (r.width < 16) {
         for (int64_t y = 0; y < r.height; ++y)
             split_pixels(s + y * r.step3, d0 + y * r.step1, d1 + y * r.step1, d2 + y * r.step1,
@@ -348,7 +348,7 @@ void split(const Lum8u *s, Lum8u *const *pDst, PlaneRegion r)
 void merge(const Lum8u *const *pSrc, Lum8u *d, PlaneRegion r)
 {
     const Lum8u *s0 = pSrc[0], *s1 = pSrc[1], *s2 = pSrc[2];
-#if LUMI_TIER_LEVEL == LUMI_TIER_SSE3
+#if LUMI_IS_M7
     if (r.contiguous())
         r.flatten();
     const bool stream = 3 * r.width * r.height > 0x100000;

@@ -26,7 +26,7 @@
 
 #include <emmintrin.h>
 #include <string.h>
-#if LUMI_TIER_LEVEL >= LUMI_TIER_SSE41
+#if LUMI_HAS_SSE41
 #include <smmintrin.h>
 #endif
 
@@ -40,7 +40,7 @@ namespace {
  * half of each product as the scalar form has it. */
 inline __m128i mul_lo32(__m128i a, __m128i b)
 {
-#if LUMI_TIER_LEVEL >= LUMI_TIER_SSE41
+#if LUMI_HAS_SSE41
     return _mm_mullo_epi32(a, b);
 #else
     const __m128i even = _mm_mul_epu32(a, b);

@@ -205,7 +205,7 @@ void plain_engine(const Job &j, const Lum32f *kernel)
 
 /* ------------------------------------------------------ e9: narrow, block -- */
 
-#if LUMI_TIER_LEVEL >= LUMI_TIER_AVX
+#if LUMI_HAS_AVX
 
 /* One channel, fewer than 8 pixels: the accumulator's order of additions,
  * rounded to nearest even after min(f, 255). */
@@ -306,7 +306,7 @@ enum Engine { kAccumulator, kBlock, kNarrow, kPlain };
  * block is asked for.  e9 has its own block and narrow engines. */
 Engine choose_engine(const Job &j)
 {
-#if LUMI_TIER_LEVEL >= LUMI_TIER_AVX
+#if LUMI_HAS_AVX
     if (j.width >= 8)
         return kBlock;
     if (j.channels == 1)
@@ -329,7 +329,7 @@ int32_t work_floats(const Job &j)
 void run_engine(const Job &j, const Lum32f *kernel)
 {
     Engine e = choose_engine(j);
-#if LUMI_TIER_LEVEL >= LUMI_TIER_AVX
+#if LUMI_HAS_AVX
     if (e == kNarrow) {
         narrow_engine(j, kernel);
         return;
@@ -344,7 +344,7 @@ void run_engine(const Job &j, const Lum32f *kernel)
     }
     switch (e) {
     case kAccumulator: accumulator_engine(j, kernel, work); break;
-#if LUMI_TIER_LEVEL >= LUMI_TIER_AVX
+#if LUMI_HAS_AVX
     case kBlock: block_engine(j, kernel, work); break;
 #endif
     default: plain_engine(j, kernel); break;

@@ -48,10 +48,10 @@
 #include "tier.h"
 
 #include <emmintrin.h>
-#if LUMI_TIER_LEVEL >= LUMI_TIER_SSSE3
+#if LUMI_HAS_SSSE3
 #include <tmmintrin.h>
 #endif
-#if LUMI_TIER_LEVEL >= LUMI_TIER_SSE41
+#if LUMI_HAS_SSE41
 #include <smmintrin.h>
 #endif
 
@@ -75,7 +75,7 @@ __m128i round3_vec(__m128i s) /* 16-bit lanes */
 /* Low 32 bits of a * m per lane. */
 __m128i mul_lo32(__m128i a, uint32_t m)
 {
-#if LUMI_TIER_LEVEL >= LUMI_TIER_SSE41
+#if LUMI_HAS_SSE41
     return _mm_mullo_epi32(a, _mm_set1_epi32((int)m));
 #else
     /* SSE3 and SSSE3 have only the even-lane 32x32->64 product. */
@@ -98,7 +98,7 @@ __m128i lanes_from(__m128i lo, __m128i hi)
 {
     if (k == 0)
         return lo;
-#if LUMI_TIER_LEVEL >= LUMI_TIER_SSSE3
+#if LUMI_HAS_SSSE3
     return _mm_alignr_epi8(hi, lo, (k * 2) & 15);
 #else
     return _mm_or_si128(_mm_srli_si128(lo, (k * 2) & 15), _mm_slli_si128(hi, (16 - k * 2) & 15));
@@ -462,7 +462,7 @@ void direct_engine(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst, int32_t dstS
 }
 
 /* One channel takes the direct engine from SSE4.1 on, the table below. */
-const bool kDirectOneChannel = LUMI_TIER_LEVEL >= LUMI_TIER_SSE41;
+const bool kDirectOneChannel = LUMI_HAS_SSE41;
 
 LumStatus check_gauss(const void *pSrc, int32_t srcStep, const void *pDst, int32_t dstStep,
                       LumiSize roi, LumiMaskSize mask)

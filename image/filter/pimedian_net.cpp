@@ -29,7 +29,7 @@
 #include "tier.h"
 
 #include <emmintrin.h>
-#if LUMI_TIER_LEVEL >= LUMI_TIER_SSSE3
+#if LUMI_HAS_SSSE3
 #include <tmmintrin.h>
 #endif
 #include <stdint.h>
@@ -347,7 +347,7 @@ void scratch_range(SquareKernel<side> &k, const Lum8u *centre, int32_t srcStep, 
 template <int k>
 inline __m128i bytes_from(__m128i hi, __m128i lo)
 {
-#if LUMI_TIER_LEVEL >= LUMI_TIER_SSSE3
+#if LUMI_HAS_SSSE3
     return _mm_alignr_epi8(hi, lo, k);
 #else
     return _mm_or_si128(_mm_srli_si128(lo, k), _mm_slli_si128(hi, 16 - k));

@@ -29,7 +29,7 @@ namespace LUMI_NS {
 /* The SSE3 tier keeps its own scalar forms in a few places (soft-edge
  * blending and 8-bit linear, the soft-edge cubic window, the Catmull-Rom and
  * Lanczos interiors); each is marked where it is used. */
-constexpr bool kRemapLowTier = LUMI_TIER_LEVEL == LUMI_TIER_SSE3;
+constexpr bool kRemapLowTier = LUMI_IS_M7;
 
 /* Coordinates are double for 8-byte elements, float otherwise. */
 template <class T> using RemapMap = typename std::conditional<sizeof(T) == 8, Lum64f, Lum32f>::type;

@@ -35,11 +35,11 @@
  * once while the rows advance.
  */
 #include <emmintrin.h>
-#if LUMI_TIER_LEVEL >= LUMI_TIER_AVX
+#if LUMI_HAS_AVX
 #include <immintrin.h>
-#elif LUMI_TIER_LEVEL >= LUMI_TIER_SSE41
+#elif LUMI_HAS_SSE41
 #include <smmintrin.h>
-#elif LUMI_TIER_LEVEL >= LUMI_TIER_SSSE3
+#elif LUMI_HAS_SSSE3
 #include <tmmintrin.h>
 #endif
 #include <string.h>
@@ -60,7 +60,7 @@ inline __m128 vadd(__m128 a, __m128 b) { return _mm_add_ps(a, b); }
 inline __m128 vsub(__m128 a, __m128 b) { return _mm_sub_ps(a, b); }
 inline __m128 vmul(__m128 a, __m128 b) { return _mm_mul_ps(a, b); }
 inline void vsplat(__m128 &v, Lum32f x) { v = _mm_set1_ps(x); }
-#if LUMI_TIER_LEVEL >= LUMI_TIER_AVX
+#if LUMI_HAS_AVX
 inline __m256 vadd(__m256 a, __m256 b) { return _mm256_add_ps(a, b); }
 inline __m256 vsub(__m256 a, __m256 b) { return _mm256_sub_ps(a, b); }
 inline __m256 vmul(__m256 a, __m256 b) { return _mm256_mul_ps(a, b); }
@@ -121,7 +121,7 @@ inline Lum32f cubic_sh(Lum32f t, Lum32f s0, Lum32f s1, Lum32f s2, Lum32f s3)
  * Column offsets never decrease (positions grow by a step of at least 0). */
 inline __m128i gather_taps(const Lum8u *s, const int32_t *c, int32_t lastOfs)
 {
-#if LUMI_TIER_LEVEL >= LUMI_TIER_SSSE3
+#if LUMI_HAS_SSSE3
     if (c[3] - c[0] <= 12 && c[0] + 12 <= lastOfs) {
         __m128i d = _mm_sub_epi32(_mm_loadu_si128((const __m128i *)c), _mm_set1_epi32(c[0]));
         d = _mm_packs_epi32(d, d);
@@ -159,7 +159,7 @@ void coef_cubic_pl(const Lum8u *s, int32_t width, const int32_t *colOfs, const L
     const int32_t grouped = width & ~3;
     const int32_t lastOfs = width > 0 ? colOfs[width - 1] : 0;
     int32_t j = 0;
-#if LUMI_TIER_LEVEL >= LUMI_TIER_AVX
+#if LUMI_HAS_AVX
     for (; j + 8 <= grouped; j += 8) {
         const __m128i a = gather_taps(s, colOfs + j, lastOfs);
         const __m128i b = gather_taps(s, colOfs + j + 4, lastOfs);
@@ -195,7 +195,7 @@ void coef_cubic_px(const Lum8u *s, int32_t width, int32_t pixelStride, const int
 {
     const int32_t ps = pixelStride;
     int32_t j = 0;
-#if LUMI_TIER_LEVEL >= LUMI_TIER_AVX
+#if LUMI_HAS_AVX
     for (; j + 2 <= width; j += 2) {
         const Lum8u *p = s + colOfs[j], *q = s + colOfs[j + 1];
         __m256 t[4];
@@ -232,7 +232,7 @@ void summ_cubic(Lum8u *d, int32_t count, Lum32f t, const Lum32f *r0, const Lum32
                                  _mm_load_ps(r2 + at), _mm_load_ps(r3 + at));
         return _mm_cvttps_epi32(_mm_add_ps(v, rnd));
     };
-#if LUMI_TIER_LEVEL >= LUMI_TIER_AVX
+#if LUMI_HAS_AVX
     const auto c8 = coef_v(_mm256_set1_ps(t));
     const __m256 rnd8 = _mm256_set1_ps(kRoundV);
     auto group8 = [&](int32_t at) {

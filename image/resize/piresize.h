@@ -15,7 +15,7 @@
 #include <string.h>
 
 #include <emmintrin.h>
-#if LUMI_TIER_LEVEL >= LUMI_TIER_SSE41
+#if LUMI_HAS_SSE41
 #include <smmintrin.h>
 #endif
 
@@ -37,7 +37,7 @@ inline uint32_t load_u32(const void *p)
 inline __m128i pixel_epi32(const Lum8u *p, bool last)
 {
     const __m128i v = _mm_cvtsi32_si128((int32_t)(last ? load_u32(p - 1) >> 8 : load_u32(p)));
-#if LUMI_TIER_LEVEL >= LUMI_TIER_SSE41
+#if LUMI_HAS_SSE41
     return _mm_cvtepu8_epi32(v);
 #else
     const __m128i zero = _mm_setzero_si128();

@@ -36,7 +36,7 @@
  */
 #include <emmintrin.h>
 #include <pmmintrin.h>
-#if LUMI_TIER_LEVEL >= LUMI_TIER_AVX
+#if LUMI_HAS_AVX
 #include <immintrin.h>
 #endif
 #include <math.h>
@@ -60,7 +60,7 @@ inline Lum32f table_at(const Lum32f *T, Lum32f d)
  * adds the terms in pairs, which is its defined result. */
 inline Lum32f edge_sum4(Lum32f t0, Lum32f t1, Lum32f t2, Lum32f t3, bool lastFirst)
 {
-#if LUMI_TIER_LEVEL >= LUMI_TIER_AVX
+#if LUMI_HAS_AVX
     (void)lastFirst;
     return (t0 + t1) + (t2 + t3);
 #else
@@ -144,7 +144,7 @@ void interior_pl(const Lum8u *s, const int32_t *colOfs, const Lum32f *xw, Lum32f
 void interior_px(const Lum8u *s, int32_t ps, const int32_t *colOfs, const Lum32f *xw,
                  Lum32f *out, int32_t j, int32_t end)
 {
-#if LUMI_TIER_LEVEL >= LUMI_TIER_AVX
+#if LUMI_HAS_AVX
     for (; j + 2 <= end; j += 2) {
         const Lum8u *p = s + colOfs[j], *q = s + colOfs[j + 1];
         const Lum32f *w = xw + 6 * j;
@@ -223,7 +223,7 @@ void col_lanczos(Lum8u *d, int32_t count, const Lum32f *yw, Lum32f *const *b)
         s = _mm_add_ps(s, _mm_mul_ps(w5, _mm_load_ps(b[5] + at)));
         return _mm_cvtps_epi32(s);
     };
-#if LUMI_TIER_LEVEL >= LUMI_TIER_AVX
+#if LUMI_HAS_AVX
     auto group8 = [&](int32_t at) {
         __m256 s = _mm256_mul_ps(_mm256_set1_ps(yw[0]), _mm256_load_ps(b[0] + at));
         for (int32_t k = 1; k < 6; ++k)

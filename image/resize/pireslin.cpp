@@ -26,7 +26,7 @@
  */
 #include <emmintrin.h>
 #include <string.h>
-#if LUMI_TIER_LEVEL >= LUMI_TIER_SSSE3
+#if LUMI_HAS_SSSE3
 #include <tmmintrin.h>
 #endif
 
@@ -69,7 +69,7 @@ inline __m128i pairs8_insert(const Lum8u *s, const int32_t *c)
  * Only tiers with a byte shuffle take this path. */
 inline __m128i shuffle_mask(const int32_t *c)
 {
-#if LUMI_TIER_LEVEL >= LUMI_TIER_SSSE3
+#if LUMI_HAS_SSSE3
     const __m128i base = _mm_set1_epi32(c[0]);
     const __m128i d0 = _mm_sub_epi32(_mm_loadu_si128((const __m128i *)c), base);
     const __m128i d1 = _mm_sub_epi32(_mm_loadu_si128((const __m128i *)(c + 4)), base);
@@ -83,7 +83,7 @@ inline __m128i shuffle_mask(const int32_t *c)
 
 inline __m128i pairs8_shuffle(const Lum8u *first, __m128i mask)
 {
-#if LUMI_TIER_LEVEL >= LUMI_TIER_SSSE3
+#if LUMI_HAS_SSSE3
     return _mm_shuffle_epi8(_mm_loadu_si128((const __m128i *)first), mask);
 #else
     (void)first;
@@ -98,7 +98,7 @@ inline __m128i pairs8_shuffle(const Lum8u *first, __m128i mask)
  * settled once. */
 int32_t shuffle_groups(int32_t width, const int32_t *colOfs)
 {
-#if LUMI_TIER_LEVEL >= LUMI_TIER_SSSE3
+#if LUMI_HAS_SSSE3
     const int32_t lastByte = colOfs[width - 1] + 1;
     int32_t j = 0;
     while (j + 8 <= width && colOfs[j] + 15 <= lastByte)
@@ -188,7 +188,7 @@ inline __m128i coef_px(__m128i pairs, __m128i w)
  * shuffle_groups_px). */
 inline __m128i pairs_px_shuffle(const Lum8u *p)
 {
-#if LUMI_TIER_LEVEL >= LUMI_TIER_SSSE3
+#if LUMI_HAS_SSSE3
     const __m128i mask = _mm_setr_epi8(0, -1, 3, -1, 1, -1, 4, -1, 2, -1, 5, -1, -1, -1, -1, -1);
     return _mm_shuffle_epi8(_mm_loadl_epi64((const __m128i *)p), mask);
 #else
@@ -201,7 +201,7 @@ inline __m128i pairs_px_shuffle(const Lum8u *p)
  * bytes the row reads anyway (up to the last pixel's right neighbour). */
 int32_t shuffle_groups_px(int32_t width, int32_t pixelStride, const int32_t *colOfs)
 {
-#if LUMI_TIER_LEVEL >= LUMI_TIER_SSSE3
+#if LUMI_HAS_SSSE3
     if (pixelStride != 3)
         return 0;
     const int32_t lastByte = colOfs[width - 1] + 5;

@@ -20,7 +20,7 @@
  */
 #include <emmintrin.h>
 #include <string.h>
-#if LUMI_TIER_LEVEL >= LUMI_TIER_SSSE3
+#if LUMI_HAS_SSSE3
 #include <tmmintrin.h>
 #endif
 
@@ -33,7 +33,7 @@ namespace {
  * shuffle gather may take; the same for every row. */
 int32_t shuffle_groups_c1(int32_t width, const int32_t *colOfs)
 {
-#if LUMI_TIER_LEVEL >= LUMI_TIER_SSSE3
+#if LUMI_HAS_SSSE3
     const int32_t lastByte = colOfs[width - 1];
     int32_t j = 0;
     while (j + 16 <= width && colOfs[j + 7] - colOfs[j] <= 15 &&
@@ -50,7 +50,7 @@ int32_t shuffle_groups_c1(int32_t width, const int32_t *colOfs)
 /* Sixteen pixels: each half shuffled out of 16 bytes from its first pixel. */
 inline void gather16_c1(const Lum8u *s, Lum8u *d, const int32_t *c)
 {
-#if LUMI_TIER_LEVEL >= LUMI_TIER_SSSE3
+#if LUMI_HAS_SSSE3
     const __m128i b0 = _mm_set1_epi32(c[0]), b1 = _mm_set1_epi32(c[8]);
     const __m128i *o = (const __m128i *)c;
     const __m128i d0 = _mm_packs_epi32(_mm_sub_epi32(_mm_loadu_si128(o), b0),

@@ -48,7 +48,7 @@ inline void walk_serial(const ResizeAxis &a, Emit emit)
 template <typename Emit>
 inline void walk_lanes(const ResizeAxis &a, Emit emit)
 {
-#if LUMI_TIER_LEVEL == LUMI_TIER_SSE41
+#if LUMI_IS_Y8
     const double s = a.step, s4 = 4.0 * s;
     double l0 = a.p0, l1 = a.p0 + s, l2 = 2.0 * s + a.p0, l3 = l2 + s;
     int32_t i = 0;
