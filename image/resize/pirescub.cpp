@@ -34,6 +34,8 @@
  * ring also refills the next rows up, so every source row is filtered at most
  * once while the rows advance.
  */
+#include "tier.h"
+
 #include <emmintrin.h>
 #if LUMI_HAS_AVX
 #include <immintrin.h>

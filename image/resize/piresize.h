@@ -14,12 +14,12 @@
 #include <stddef.h>
 #include <string.h>
 
+#include "tier.h"
+
 #include <emmintrin.h>
 #if LUMI_HAS_SSE41
 #include <smmintrin.h>
 #endif
-
-#include "tier.h"
 
 namespace LUMI_NS {
 

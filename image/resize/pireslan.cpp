@@ -34,6 +34,8 @@
  * filtered per step; otherwise a jump of up to six rows refills as many
  * buffers, clamping the lower rows at the image's last row.
  */
+#include "tier.h"
+
 #include <emmintrin.h>
 #include <pmmintrin.h>
 #if LUMI_HAS_AVX

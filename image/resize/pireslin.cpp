@@ -24,6 +24,8 @@
  * Both signs of the source step are handled: "advance" means in the step's
  * direction.
  */
+#include "tier.h"
+
 #include <emmintrin.h>
 #include <string.h>
 #if LUMI_HAS_SSSE3

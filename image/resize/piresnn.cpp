@@ -18,6 +18,8 @@
  * lies within 16 bytes of its first pixel (true for any factor above about
  * one half); the loads end at or before the last byte the row reads anyway.
  */
+#include "tier.h"
+
 #include <emmintrin.h>
 #include <string.h>
 #if LUMI_HAS_SSSE3
