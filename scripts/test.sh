@@ -6,7 +6,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/deps.sh
-lumi_need_packages cmake g++ make libgtest-dev binutils qemu-user libstb-dev pkg-config
+lumi_need_packages cmake g++ make libgtest-dev binutils qemu-user libstb-dev pkg-config python3-numpy python3-pytest python3-opencv
 
 dir=build
 opts=(-DCMAKE_BUILD_TYPE=Release)

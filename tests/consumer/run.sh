@@ -36,4 +36,13 @@ cmake -S "$here" -B "$work/cmake-build" -DCMAKE_PREFIX_PATH="$prefix" \
       -DCMAKE_BUILD_RPATH="$prefix/lib" >/dev/null
 cmake --build "$work/cmake-build" >/dev/null
 "$work/cmake-build/consumer"
+# The Python module, from the prefix alone.
+if /usr/bin/python3 -c "import numpy" 2>/dev/null; then
+    PYTHONPATH=$prefix/lib/python /usr/bin/python3 -c "
+import lumi, numpy as np
+assert lumi.library_path.startswith('$prefix/lib/'), lumi.library_path
+assert lumi.version()[:4] == (7, 0, 205, 1100)
+assert lumi.median(np.full((5, 5), 9, np.uint8)).max() == 9
+print('python module ok from', lumi.library_path)"
+fi
 echo "consumer built and ran through pkg-config ($version) and find_package"
