@@ -16,6 +16,7 @@
 #include "support/alloc_fault.h"
 #include "support/guarded.h"
 #include "support/resize_ref.h"
+#include "support/sparse.h"
 #include "support/tiers.h"
 
 using namespace lumitest;
@@ -86,25 +87,7 @@ LUMI_INSTANTIATE_TIERS(ResizeEdgeSample);
 
 // ------------------------------------------------------- large images --
 
-// Reserved address space, readable and writable; pages never written read
-// as zero and cost nothing.
-struct SparseMap {
-    uint8_t *p = nullptr;
-    size_t bytes = 0;
-    explicit SparseMap(size_t n) : bytes(n)
-    {
-        void *m = mmap(nullptr, n, PROT_READ | PROT_WRITE,
-                       MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-        p = m == MAP_FAILED ? nullptr : (uint8_t *)m;
-    }
-    ~SparseMap()
-    {
-        if (p)
-            munmap(p, bytes);
-    }
-    SparseMap(const SparseMap &) = delete;
-    SparseMap &operator=(const SparseMap &) = delete;
-};
+using lumitest::SparseBlock;
 
 uint8_t pattern(int x, int y, int k)
 {
@@ -118,7 +101,7 @@ uint8_t pattern(int x, int y, int k)
 struct LargeImage {
     int w, h, ch, x0, y0;
     int step;
-    SparseMap map;
+    SparseBlock map;
     std::vector<uint8_t> compact;
     int compactStep;
     LargeImage(int w_, int h_, int ch_, int x0_, int y0_)
@@ -127,13 +110,13 @@ struct LargeImage {
           compactStep((w_ - x0_) * ch_)
     {
         compact.assign((size_t)h * compactStep, 0);
-        if (!map.p)
+        if (!map.data())
             return;
         for (int y = y0; y < h; ++y)
             for (int x = x0; x < w; ++x)
                 for (int k = 0; k < ch; ++k) {
                     const uint8_t v = pattern(x, y, k);
-                    map.p[(size_t)y * step + (size_t)x * ch + k] = v;
+                    map.data()[(size_t)y * step + (size_t)x * ch + k] = v;
                     compact[(size_t)y * compactStep + (size_t)(x - x0) * ch + k] = v;
                 }
     }
@@ -152,7 +135,7 @@ TEST_P(ResizeLarge, RowsBeyondTwoGigabytes)
     for (int ch : {1, 3}) {
         const int w = 120000 / ch, h = 20000, x0 = w - 102;
         LargeImage img(w, h, ch, x0, 17800);
-        ASSERT_NE(img.map.p, nullptr) << "no address space for the sparse image";
+        ASSERT_NE(img.map.data(), nullptr) << "no address space for the sparse image";
         const LumiRect roi{x0 + 2, 0, 100, h};
         const LumiRect compactRoi{2, 0, 100, h};
         for (int method :
@@ -163,7 +146,7 @@ TEST_P(ResizeLarge, RowsBeyondTwoGigabytes)
                                     compactRoi, want.data(), want.step, LumiSize{50, 20}, 0.5,
                                     0.001, method),
                       lumStsNoErr);
-            ASSERT_EQ(resize_fn(ch)(img.map.p, LumiSize{w, h}, img.step, roi, got.data(),
+            ASSERT_EQ(resize_fn(ch)(img.map.data(), LumiSize{w, h}, img.step, roi, got.data(),
                                     got.step, LumiSize{50, 20}, 0.5, 0.001, method),
                       lumStsNoErr);
             EXPECT_EQ(got.region(), want.region());
@@ -184,10 +167,10 @@ TEST_P(ResizeLarge, RowsBeyondTwoGigabytes)
 TEST_P(ResizeLarge, RowLengthLimit)
 {
     const int64_t limit = INT32_MAX - 64;
-    SparseMap row((size_t)limit + 64);
-    ASSERT_NE(row.p, nullptr);
+    SparseBlock row((size_t)limit + 64);
+    ASSERT_NE(row.data(), nullptr);
     for (int i = 0; i < 16; ++i)
-        row.p[i] = (uint8_t)(i * 17 + 3);
+        row.data()[i] = (uint8_t)(i * 17 + 3);
     for (int ch : {1, 3}) {
         SCOPED_TRACE(testing::Message() << "channels " << ch);
         const int widest = (int)(limit / ch);
@@ -195,12 +178,12 @@ TEST_P(ResizeLarge, RowLengthLimit)
             GuardedImage dst(4, 1, ch);
             dst.fill_random(4);
             const std::vector<uint8_t> before = dst.region();
-            const LumStatus st = resize_fn(ch)(row.p, LumiSize{w, 1}, 0, LumiRect{0, 0, 4, 1},
+            const LumStatus st = resize_fn(ch)(row.data(), LumiSize{w, 1}, 0, LumiRect{0, 0, 4, 1},
                                                dst.data(), dst.step, LumiSize{4, 1}, 1.0, 1.0,
                                                LUMI_INTER_NN);
             if (w == widest) {
                 EXPECT_EQ(st, lumStsNoErr);
-                EXPECT_EQ(memcmp(dst.data(), row.p, 4 * ch), 0);
+                EXPECT_EQ(memcmp(dst.data(), row.data(), 4 * ch), 0);
             } else {
                 EXPECT_EQ(st, lumStsSizeErr);
                 EXPECT_EQ(dst.region(), before);
@@ -209,14 +192,14 @@ TEST_P(ResizeLarge, RowLengthLimit)
         }
         // The output row: a tiny source stretched past the limit.
         const int outW = widest + 1;
-        SparseMap out((size_t)outW * ch);
-        ASSERT_NE(out.p, nullptr);
+        SparseBlock out((size_t)outW * ch);
+        ASSERT_NE(out.data(), nullptr);
         AllocFault counting;
-        EXPECT_EQ(resize_fn(ch)(row.p, LumiSize{4, 1}, 4 * ch, LumiRect{0, 0, 4, 1}, out.p,
+        EXPECT_EQ(resize_fn(ch)(row.data(), LumiSize{4, 1}, 4 * ch, LumiRect{0, 0, 4, 1}, out.data(),
                                 outW * ch, LumiSize{outW, 1}, 1e9, 1.0, LUMI_INTER_NN),
                   lumStsSizeErr);
         EXPECT_EQ(counting.allocations(), 0);
-        EXPECT_EQ(out.p[0], 0);
+        EXPECT_EQ(out.data()[0], 0);
     }
 }
 
@@ -226,18 +209,18 @@ TEST_P(ResizeLarge, RowLengthLimit)
 TEST_P(ResizeLarge, WorkingMemoryTooLargeForOneBlock)
 {
     const int H = 1 << 28;
-    SparseMap out((size_t)H);
-    ASSERT_NE(out.p, nullptr);
+    SparseBlock out((size_t)H);
+    ASSERT_NE(out.data(), nullptr);
     const Source src(4, 4, 1, 1);
     for (int method : {LUMI_INTER_NN, LUMI_INTER_LINEAR, LUMI_INTER_CUBIC, LUMI_INTER_LANCZOS}) {
         AllocFault counting;
         EXPECT_EQ(lumiResize_8u_C1R(src.buf.data(), LumiSize{4, 4}, src.step,
-                                    LumiRect{0, 0, 4, 4}, out.p, 1, LumiSize{1, H}, 0.25, 1e9,
+                                    LumiRect{0, 0, 4, 4}, out.data(), 1, LumiSize{1, H}, 0.25, 1e9,
                                     method),
                   lumStsSizeErr)
             << "method " << method;
         EXPECT_EQ(counting.outstanding(), 0);
-        EXPECT_EQ(out.p[0], 0);
+        EXPECT_EQ(out.data()[0], 0);
     }
 }
 
