@@ -32,7 +32,7 @@ struct Rung {
 };
 
 /* The AVX rung also needs the AVX gate; it is tested first, on its own. */
-const Rung kLadder[] = {
+constexpr Rung kLadder[] = {
     {LUM_CPU_SSE41, 4, 0, 0xcdf},
     {LUM_CPU_MOVBE | LUM_CPU_SSSE3, 3, 1, 0x3f},
     {LUM_CPU_SSSE3, 2, 0, 0x1f},
@@ -46,7 +46,7 @@ struct ForcedCode {
     Lum64u mask;
 };
 
-const ForcedCode kForced[] = {
+constexpr ForcedCode kForced[] = {
     {0, 1, 0, 0xf},     {32, 1, 0, 0xf},    {66, 1, 0, 0xf},
     {33, 2, 0, 0x1f},   {34, 2, 0, 0x1f},   {67, 2, 0, 0x1f},
     {36, 3, 1, 0x3f},
@@ -56,6 +56,31 @@ const ForcedCode kForced[] = {
     {70, 5, 0, 0xfdf},
     {73, 5, 0, 0x6fdf},
 };
+
+/* The public dispatch-index list names, for each index, the code that forces
+ * it and the features its processor needs; both must agree with the tables
+ * above, which the compiler checks here. */
+constexpr int32_t forced_index(uint32_t code)
+{
+    for (const ForcedCode &f : kForced)
+        if (f.code == code)
+            return f.index;
+    return -1;
+}
+constexpr bool ladder_needs(int32_t index, Lum64u needs)
+{
+    if (index == 5) /* the AVX rung, tested on its own before the ladder */
+        return needs == (LUM_CPU_AVX | LUM_CPU_AVX_OS);
+    for (const Rung &r : kLadder)
+        if (r.index == index)
+            return (r.need & needs) == needs;
+    return false;
+}
+#define LUMI_CHECK_INDEX_ROW(index, code, features, label)                                        \
+    static_assert(forced_index(code) == index, "the code of index " #index " forces it");        \
+    static_assert(ladder_needs(index, features), "index " #index " needs what its rung tests");
+LUMI_DISPATCH_INDEX_LIST(LUMI_CHECK_INDEX_ROW)
+#undef LUMI_CHECK_INDEX_ROW
 
 /* Codes of processors that have no tier of their own. */
 bool is_untiered_code(uint32_t code)
