@@ -151,6 +151,11 @@ LumStatus run_op(const Library &lib, const Op &op, const Image &in, const RunArg
         job->error = std::string(op.name) + " is not live in this library";
         return 1;
     }
+    for (int i = 0; i < 2 && op.helpers[i]; ++i)
+        if (!(job->helpers[i] = lib.get_proc(op.helpers[i]))) {
+            job->error = std::string(op.helpers[i]) + " is not live in this library";
+            return 1;
+        }
     if (!args.tier.empty()) {
         const EntryRow *row = find_entry(op.name);
         int index = row ? tier_index(*row, args.tier) : -1;

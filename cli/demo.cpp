@@ -67,6 +67,8 @@ const DemoCase kCases[] = {
     {"lumiFilterMin_8u_C1R", "--mask 5x5", "min-grey-5x5"},
     {"lumiFilterMax_8u_C1R", "--mask 5x5", "max-grey-5x5"},
     {"lumiFilterMax_8u_C1R", "--mask 15x1 --anchor 0,0", "max-grey-15x1"},
+    {"lumiFilterBilateral_8u_C1R", "--mask 9 --sigma-value 1600 --sigma-position 16",
+     "bilateral-grey-9x9"},
 };
 
 const int kPictureW = 320, kPictureH = 240;

@@ -128,6 +128,7 @@ enum {
     kOptMethod = 1 << 3, // --method nn|linear|cubic|lanczos|super|CODE
     kOptKernel = 1 << 4, // --kernel "a,b,c;d,e,f;..." or a preset name
     kOptDivisor = 1 << 5, // --divisor N
+    kOptBilateral = 1 << 6, // --sigma-value V, --sigma-position P, --step S
 };
 
 struct Params {
@@ -140,6 +141,9 @@ struct Params {
     std::vector<double> kernel; // row-major, mask.width * mask.height cells; empty: sharpen
     int divisor = 1;
     bool divisor_given = false;
+    float sigma_value = 900.0f;  // the bilateral filter's valueSigma2
+    float sigma_position = 9.0f; // and positionSigma2
+    int step = 1;                // and stepInKernel
     LumiRect roi = {0, 0, 0, 0};
     bool roi_given = false;
 };
@@ -149,6 +153,7 @@ struct Op;
 // One call of an operation: input, parameters, result.
 struct Job {
     void *fn = nullptr; // the address GetProcAddressForSo gave
+    void *helpers[2] = {nullptr, nullptr}; // the addresses of the op's helpers
     const Image *in = nullptr;
     Params p; // roi filled in (whole picture when not given)
     Image out;
@@ -166,6 +171,9 @@ struct Op {
     // Returns the library's status, or 1 with job.error set for a host failure.
     LumStatus (*run)(const Op &op, Job &job);
     const char *summary;
+    // Primitives the call needs besides its own (a size query, a set-up),
+    // looked up with it into job.helpers; null when there are none.
+    const char *helpers[2];
 };
 
 const std::vector<Op> &ops();

@@ -269,6 +269,38 @@ LumStatus run_gauss(const Op &, Job &job)
     });
 }
 
+// The bilateral filter sizes its state block, builds it, and filters; the
+// window is centred, and only the filter call is timed.
+template <typename Fn>
+LumStatus run_bilateral(const Op &, Job &job)
+{
+    const Params &p = job.p;
+    // The window reaches mask / 2 pixels each way, also for even sides.
+    Params reach = p;
+    reach.mask = {(std::max(p.mask.width, 1) / 2) * 2 + 1, (std::max(p.mask.height, 1) / 2) * 2 + 1};
+    Footprint f;
+    if (!make_footprint_at(*job.in, reach, reach.mask.width / 2, reach.mask.height / 2, 0, &f,
+                           &job.error))
+        return 1;
+    auto get_size = (decltype(&lumiFilterBilateralGetBufSize_8u_C1R))job.helpers[0];
+    auto init = (decltype(&lumiFilterBilateralInit_8u_C1R))job.helpers[1];
+    const int kind = lumiFilterBilateralGauss;
+    int32_t size = 0;
+    LumStatus st = get_size(kind, roi_size(p), p.mask, &size);
+    if (st != lumStsNoErr)
+        return st;
+    std::vector<Lum8u> block((size_t)size);
+    st = init(kind, p.mask, p.sigma_value, p.sigma_position, p.step, block.data());
+    if (st != lumStsNoErr)
+        return st;
+    const LumiRect &r = p.roi;
+    job.out = *job.in;
+    return timed(job, [&] {
+        return ((Fn)job.fn)(f.img.at(f.left, f.top), f.img.step(), job.out.at(r.x, r.y),
+                            job.out.step(), roi_size(p), p.mask, block.data());
+    });
+}
+
 // The result's size along one axis as the library works it out: the
 // truncated scaled length, at least one pixel (a length below one half is
 // refused by the library itself).
@@ -307,7 +339,12 @@ const unsigned kConvolution = kOptKernel | kOptAnchor;
 // primitive's type from the public header, so a shape that calls it with
 // other arguments does not compile.
 #define LUMI_CLI_OP(name, alias, channels, in, out, options, shape, summary) \
-    {#name, alias, channels, in, out, options, shape<decltype(&name)>, summary}
+    {#name, alias, channels, in, out, options, shape<decltype(&name)>, summary, {nullptr, nullptr}}
+// A row whose call needs two more primitives of the library.
+#define LUMI_CLI_OP_HELPED(name, helper0, helper1, alias, channels, in, out, options, shape,    \
+                           summary)                                                            \
+    {#name, alias, channels, in, out, options, shape<decltype(&name)>, summary,                 \
+     {#helper0, #helper1}}
 
 const std::vector<Op> kOps = {
     LUMI_CLI_OP(lumiCopy_8u_C3P3R, "split", 3, kInterleaved, kPlanes, 0, run_to_planes,
@@ -362,6 +399,9 @@ const std::vector<Op> kOps = {
      "smallest value of a rectangle, grey"),
     LUMI_CLI_OP(lumiFilterMax_8u_C1R, "max", 1, kInterleaved, kInterleaved, kFilter, run_filter,
      "largest value of a rectangle, grey"),
+    LUMI_CLI_OP_HELPED(lumiFilterBilateral_8u_C1R, lumiFilterBilateralGetBufSize_8u_C1R,
+     lumiFilterBilateralInit_8u_C1R, "bilateral", 1, kInterleaved, kInterleaved,
+     kOptMask | kOptBilateral, run_bilateral, "edge-keeping smoothing, grey"),
 };
 
 // ------------------------------------------------------------- options --
@@ -441,6 +481,11 @@ const OptionInfo kOptions[] = {
      "--kernel K       \"a,b,c;d,e,f;...\" rows of cells, or sharpen, emboss, edge, blur,\n"
      "                   gauss5 (default sharpen)"},
     {"--divisor", kOptDivisor, "--divisor N      the sum is divided by N (default 1, or the preset's)"},
+    {"--sigma-value", kOptBilateral,
+     "--sigma-value V  squared sigma of the value weight (default 900)"},
+    {"--sigma-position", kOptBilateral,
+     "--sigma-position P\n                   squared sigma of the position weight (default 9)"},
+    {"--step", kOptBilateral, "--step S         every S-th pixel of the window (default 1)"},
 };
 
 // "a,b;c,d" into cells and a size; every row as long as the first.
@@ -583,6 +628,12 @@ bool parse_option(const Op &op, const std::string &key, const std::string &value
     } else if (key == "--divisor") {
         ok = parse_int(value, INT32_MIN, INT32_MAX, &p->divisor);
         p->divisor_given = true;
+    } else if (key == "--sigma-value" || key == "--sigma-position") {
+        double v = 0;
+        ok = parse_double(value, &v) && v > 0 && v < 1e30;
+        (key == "--sigma-value" ? p->sigma_value : p->sigma_position) = (float)v;
+    } else if (key == "--step") {
+        ok = parse_int(value, 1, 1 << 20, &p->step);
     } else if (key == "--method") {
         ok = false;
         for (const auto &m : kMethods)
@@ -605,7 +656,10 @@ bool parse_option(const Op &op, const std::string &key, const std::string &value
                      {"--method", "nn, linear, cubic, catmullrom, super, lanczos or a number"},
                      {"--kernel", "rows of numbers like \"0,-1,0;-1,5,-1;0,-1,0\", all rows "
                                   "as long, or a preset"},
-                     {"--divisor", "an integer"}};
+                     {"--divisor", "an integer"},
+                     {"--sigma-value", "a positive number"},
+                     {"--sigma-position", "a positive number"},
+                     {"--step", "a whole number from 1"}};
         for (const auto &f : forms)
             if (key == f.key)
                 *err = key + " wants " + f.form + ", not '" + value + "'";

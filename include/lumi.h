@@ -384,6 +384,30 @@ LUMI_API LumStatus lumiFilterMax_8u_C1R(const Lum8u *pSrc, int32_t srcStep, Lum8
                                         int32_t dstStep, LumiSize roiSize, LumiSize maskSize,
                                         LumiPoint anchor);
 
+/* Bilateral smoothing of a grey picture that keeps edges: each output pixel
+ * is the mean of a window centred on it (every stepInKernel-th pixel out to
+ * kernelSize / 2 each way), each sample weighed by how close its value is to
+ * the centre's (valueSigma2) and by its square ring's distance
+ * (positionSigma2).  GetBufSize gives the bytes of the state block the
+ * caller allocates, Init builds the weight tables in it (the block must not
+ * move afterwards), and the filter runs with it; one block serves one call
+ * at a time.  Kinds: lumiFilterBilateralGauss (14-bit weights on the six
+ * small square windows) and lumiFilterBilateralGaussFast (4-bit weights);
+ * other windows, and regions under 16 pixels wide, are filtered in float
+ * (see README). */
+enum {
+    lumiFilterBilateralGauss = 100,
+    lumiFilterBilateralGaussFast = 101
+};
+LUMI_API LumStatus lumiFilterBilateralGetBufSize_8u_C1R(int32_t filter, LumiSize dstRoiSize,
+                                                        LumiSize kernelSize, int32_t *pBufferSize);
+LUMI_API LumStatus lumiFilterBilateralInit_8u_C1R(int32_t filter, LumiSize kernelSize,
+                                                  Lum32f valueSigma2, Lum32f positionSigma2,
+                                                  int32_t stepInKernel, Lum8u *pBuffer);
+LUMI_API LumStatus lumiFilterBilateral_8u_C1R(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst,
+                                              int32_t dstStep, LumiSize dstRoiSize,
+                                              LumiSize kernelSize, Lum8u *pBuffer);
+
 /* -------------------------------------------------------------- resize -- */
 
 /* Scales the region srcRoi of the image (pSrc, srcSize, srcStep; pSrc is the

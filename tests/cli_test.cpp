@@ -375,6 +375,48 @@ TEST_F(Cli, EachAliasGivesWhatTheDirectCallGives)
     EXPECT_GT(ran, 0);
 }
 
+// The bilateral alias sizes and builds the state block itself: its result
+// is that of the three calls made directly, on a region wide enough for the
+// fixed kernel and on a narrow one with a step.
+TEST_F(Cli, BilateralAliasGivesWhatTheThreeCallsGive)
+{
+    if (!live("lumiFilterBilateral_8u_C1R"))
+        return;
+    auto get_size = LUMI_CLI_PROC(lib, lumiFilterBilateralGetBufSize_8u_C1R);
+    auto init = LUMI_CLI_PROC(lib, lumiFilterBilateralInit_8u_C1R);
+    auto run = LUMI_CLI_PROC(lib, lumiFilterBilateral_8u_C1R);
+    ASSERT_TRUE(get_size && init && run);
+    const Image in = noise(W, H, 1);
+    save("in.pgm", in);
+    const struct {
+        LumiRect roi;
+        LumiSize k;
+        int step;
+        const char *args;
+    } cases[] = {
+        {{2, 2, 19, 13}, {5, 5}, 1, "--roi 2,2,19,13 --mask 5 --sigma-value 400 --sigma-position 4"},
+        {{4, 3, 12, 9}, {7, 5}, 2,
+         "--roi 4,3,12,9 --mask 7x5 --sigma-value 400 --sigma-position 4 --step 2"},
+    };
+    for (const auto &c : cases) {
+        Image expected = in;
+        const LumiSize roi = {c.roi.width, c.roi.height};
+        int32_t size = 0;
+        ASSERT_EQ(get_size(lumiFilterBilateralGauss, roi, c.k, &size), 0);
+        std::vector<Lum8u> block((size_t)size);
+        ASSERT_EQ(init(lumiFilterBilateralGauss, c.k, 400.0f, 4.0f, c.step, block.data()), 0);
+        ASSERT_EQ(run(in.at(c.roi.x, c.roi.y), in.step(), expected.at(c.roi.x, c.roi.y),
+                      expected.step(), roi, c.k, block.data()),
+                  0);
+        Result r = lumi(std::string("bilateral ") + c.args + " in.pgm out.pgm");
+        ASSERT_EQ(r.code, 0) << r.err;
+        EXPECT_TRUE(load("out.pgm", 1).pixels == expected.pixels) << c.args;
+    }
+    Result r = lumi("bilateral --mask 0 in.pgm out.pgm");
+    EXPECT_EQ(r.code, 1);
+    EXPECT_NE(r.err.find("returned -33 (lumStsMaskSizeErr)"), std::string::npos) << r.err;
+}
+
 // Without --roi a filter keeps the picture's size: inside, where the window
 // stays in the picture, it agrees with the direct call; at the edges the
 // command repeats the edge pixels, so a constant picture stays constant.

@@ -153,6 +153,31 @@ void window_filter_in_place(Fn fn, int ch, const Bytes &in, Bytes &out)
     }
 }
 
+// Bilateral filter, each run on a block of its own: Init, then a fixed, a
+// general and a narrow window.
+void bilateral_all(int i, int kind, const Bytes &in, Bytes &out)
+{
+    const int srcStep = kFootW + 2;
+    const struct {
+        int kw, kh, step, w;
+    } runs[] = {{5, 5, 1, kFilterW}, {9, 9, 2, kFilterW}, {7, 5, 1, kFilterW}, {9, 9, 1, 11}};
+    out.clear();
+    for (const auto &r : runs) {
+        const LumiSize roi{r.w, kFilterH}, k{r.kw, r.kh};
+        int32_t size = 0;
+        LumStatus st = tiers_lumiFilterBilateralGetBufSize_8u_C1R[i](kind, roi, k, &size);
+        Bytes block((size_t)size);
+        if (st == lumStsNoErr)
+            st = tiers_lumiFilterBilateralInit_8u_C1R[i](kind, k, 400.0f, 6.0f, r.step, block.data());
+        Bytes dst((size_t)r.w * kFilterH, 0);
+        if (st == lumStsNoErr)
+            st = tiers_lumiFilterBilateral_8u_C1R[i](in.data() + 4 * srcStep + 4, srcStep,
+                                                     dst.data(), r.w, roi, k, block.data());
+        dst.push_back((uint8_t)st);
+        out.insert(out.end(), dst.begin(), dst.end());
+    }
+}
+
 const size_t kFootBytes3 = (size_t)(kFootW * 3 + 2) * kFootH;
 const size_t kResizeBytes3 = (size_t)(41 * 3 + 3) * 29;
 const int kBig = 1024; // plane copies this wide ask for the cache size
@@ -225,6 +250,14 @@ const Job kJobs[] = {
     {"FilterMedian_C3R", kFootBytes3,
      [](int i, const Bytes &in, Bytes &out) {
          window_filter(tiers_lumiFilterMedian_8u_C3R[i], 3, true, in, out);
+     }},
+    {"FilterBilateral_Gauss", kFootBytes3,
+     [](int i, const Bytes &in, Bytes &out) {
+         bilateral_all(i, lumiFilterBilateralGauss, in, out);
+     }},
+    {"FilterBilateral_GaussFast", kFootBytes3,
+     [](int i, const Bytes &in, Bytes &out) {
+         bilateral_all(i, lumiFilterBilateralGaussFast, in, out);
      }},
 };
 const int kJobCount = (int)(sizeof kJobs / sizeof kJobs[0]);

@@ -1,0 +1,284 @@
+/*
+ * Pixel loops of the bilateral filter: the fixed-window integer kernels of
+ * both kinds, the general float kernel and the narrow scalar form.  The
+ * arithmetic is set out in the overview of pifbilateral.cpp.
+ *
+ * The vector kernels take 16 pixels a block.  Neighbour values come from
+ * unaligned loads inside the window's footprint; the table entries of a
+ * neighbour are read one lane at a time (a table lookup per pixel is the
+ * nature of the filter).  In the kind-100 kernel two neighbours are
+ * interleaved so that one multiply-add of signed 16-bit pairs gives
+ * T_a * p_a + T_b * p_b per pixel, and another with ones T_a + T_b; entries
+ * are at most 16384, so they fit a signed lane.  Lane group k of a block is
+ * pixels 4k..4k+3.
+ */
+#include "tier.h"
+
+#include <emmintrin.h>
+
+#include "pifbilateral.h"
+
+namespace LUMI_NS {
+namespace bilateral {
+namespace {
+
+const int32_t kMaxNeighbours = 80; /* the 9x9 window at step 1 */
+
+inline __m128i load16(const Lum8u *p) { return _mm_loadu_si128((const __m128i *)p); }
+
+inline __m128i absdiff(__m128i a, __m128i b)
+{
+    return _mm_or_si128(_mm_subs_epu8(a, b), _mm_subs_epu8(b, a));
+}
+
+/* t[idx[i]] for the 16 bytes of idx, as two vectors of eight 16-bit lanes. */
+inline void lookup16(const Lum16u *t, __m128i idx, __m128i *lo, __m128i *hi)
+{
+    alignas(16) Lum8u i[16];
+    _mm_store_si128((__m128i *)i, idx);
+    *lo = _mm_setr_epi16((short)t[i[0]], (short)t[i[1]], (short)t[i[2]], (short)t[i[3]],
+                         (short)t[i[4]], (short)t[i[5]], (short)t[i[6]], (short)t[i[7]]);
+    *hi = _mm_setr_epi16((short)t[i[8]], (short)t[i[9]], (short)t[i[10]], (short)t[i[11]],
+                         (short)t[i[12]], (short)t[i[13]], (short)t[i[14]], (short)t[i[15]]);
+}
+
+/* Four groups of 32-bit lanes: pixels 0..3, 4..7, 8..11, 12..15. */
+struct Sums {
+    __m128i v[4];
+};
+
+inline void widen16(__m128i lo, __m128i hi, Sums *out)
+{
+    const __m128i z = _mm_setzero_si128();
+    out->v[0] = _mm_unpacklo_epi16(lo, z);
+    out->v[1] = _mm_unpackhi_epi16(lo, z);
+    out->v[2] = _mm_unpacklo_epi16(hi, z);
+    out->v[3] = _mm_unpackhi_epi16(hi, z);
+}
+
+/* Rounds q to nearest even, saturates to bytes and stores 16 pixels. */
+inline void store_pixels(Lum8u *dst, const __m128 q[4])
+{
+    const __m128i a = _mm_packs_epi32(_mm_cvtps_epi32(q[0]), _mm_cvtps_epi32(q[1]));
+    const __m128i b = _mm_packs_epi32(_mm_cvtps_epi32(q[2]), _mm_cvtps_epi32(q[3]));
+    _mm_storeu_si128((__m128i *)dst, _mm_packus_epi16(a, b));
+}
+
+/* num / den for 16 pixels with one division: r = 1 / (d0 d1 d2 d3), and
+ * each group's reciprocal is r times the other three groups' product. */
+inline void divide_store(Lum8u *dst, const __m128 n[4], const __m128 d[4])
+{
+    const __m128 d01 = _mm_mul_ps(d[0], d[1]), d23 = _mm_mul_ps(d[2], d[3]);
+    const __m128 r = _mm_div_ps(_mm_set1_ps(1.0f), _mm_mul_ps(d01, d23));
+    __m128 q[4];
+    q[0] = _mm_mul_ps(n[0], _mm_mul_ps(r, _mm_mul_ps(d[1], d23)));
+    q[1] = _mm_mul_ps(n[1], _mm_mul_ps(r, _mm_mul_ps(d[0], d23)));
+    q[2] = _mm_mul_ps(n[2], _mm_mul_ps(r, _mm_mul_ps(d01, d[3])));
+    q[3] = _mm_mul_ps(n[3], _mm_mul_ps(r, _mm_mul_ps(d01, d[2])));
+    store_pixels(dst, q);
+}
+
+/* Calls block(x) for the blocks of 16 of a row of `width` >= 16 pixels, the
+ * last one moved back to end on the last pixel. */
+template <typename Block>
+inline void row_blocks(int32_t width, Block block)
+{
+    for (int32_t x = 0;;) {
+        block(x);
+        if (x == width - 16)
+            break;
+        x = width - 16 - x > 16 ? x + 16 : width - 16;
+    }
+}
+
+/* -------------------------------------------------------- fixed windows -- */
+
+struct Neighbours {
+    int32_t count;
+    intptr_t offset[kMaxNeighbours];
+    const Lum16u *table[kMaxNeighbours];
+};
+
+/* Every sample of the window but the centre, in row order, with its ring's
+ * table. */
+void list_neighbours(const Rows &rows, int32_t q, int32_t s, const Lum16u *tables, Neighbours *nb)
+{
+    nb->count = 0;
+    for (int32_t dy = -q; dy <= q; dy += s)
+        for (int32_t dx = -q; dx <= q; dx += s) {
+            const int32_t r = (dx < 0 ? -dx : dx) > (dy < 0 ? -dy : dy) ? (dx < 0 ? -dx : dx)
+                                                                      : (dy < 0 ? -dy : dy);
+            if (r == 0)
+                continue;
+            nb->offset[nb->count] = dy * rows.srcStep + dx;
+            nb->table[nb->count] = tables + (r / s - 1) * 256;
+            ++nb->count;
+        }
+}
+
+/* Kind 100: 32-bit sums, c << 14 and 1 << 14 to start, two neighbours a
+ * multiply-add; one shared division. */
+void gauss_block(const Lum8u *src, Lum8u *dst, const Neighbours &nb)
+{
+    const __m128i z = _mm_setzero_si128(), ones = _mm_set1_epi16(1);
+    const __m128i c = load16(src);
+    Sums num, den;
+    widen16(_mm_unpacklo_epi8(c, z), _mm_unpackhi_epi8(c, z), &num);
+    for (int k = 0; k < 4; ++k) {
+        num.v[k] = _mm_slli_epi32(num.v[k], 14);
+        den.v[k] = _mm_set1_epi32(1 << 14);
+    }
+    for (int32_t i = 0; i + 1 < nb.count; i += 2) {
+        const __m128i pa = load16(src + nb.offset[i]), pb = load16(src + nb.offset[i + 1]);
+        __m128i ta[2], tb[2];
+        lookup16(nb.table[i], absdiff(pa, c), &ta[0], &ta[1]);
+        lookup16(nb.table[i + 1], absdiff(pb, c), &tb[0], &tb[1]);
+        const __m128i va[2] = {_mm_unpacklo_epi8(pa, z), _mm_unpackhi_epi8(pa, z)};
+        const __m128i vb[2] = {_mm_unpacklo_epi8(pb, z), _mm_unpackhi_epi8(pb, z)};
+        for (int h = 0; h < 2; ++h) {
+            const __m128i p0 = _mm_unpacklo_epi16(va[h], vb[h]);
+            const __m128i p1 = _mm_unpackhi_epi16(va[h], vb[h]);
+            const __m128i t0 = _mm_unpacklo_epi16(ta[h], tb[h]);
+            const __m128i t1 = _mm_unpackhi_epi16(ta[h], tb[h]);
+            num.v[2 * h] = _mm_add_epi32(num.v[2 * h], _mm_madd_epi16(p0, t0));
+            num.v[2 * h + 1] = _mm_add_epi32(num.v[2 * h + 1], _mm_madd_epi16(p1, t1));
+            den.v[2 * h] = _mm_add_epi32(den.v[2 * h], _mm_madd_epi16(t0, ones));
+            den.v[2 * h + 1] = _mm_add_epi32(den.v[2 * h + 1], _mm_madd_epi16(t1, ones));
+        }
+    }
+    __m128 n[4], d[4];
+    for (int k = 0; k < 4; ++k) {
+        n[k] = _mm_cvtepi32_ps(num.v[k]);
+        d[k] = _mm_cvtepi32_ps(den.v[k]);
+    }
+    divide_store(dst, n, d);
+}
+
+/* Kind 101: entries up to 16, so T * p is at most 4080 and 15 such terms
+ * (the centre's c << 4 and 14 neighbours) fit an unsigned 16-bit lane; the
+ * numerators move to 32-bit sums every 14 neighbours.  The denominator,
+ * at most 16 * 81, stays in 16 bits. */
+void gauss_fast_block(const Lum8u *src, Lum8u *dst, const Neighbours &nb)
+{
+    const __m128i z = _mm_setzero_si128();
+    const __m128i c = load16(src);
+    __m128i n16[2] = {_mm_slli_epi16(_mm_unpacklo_epi8(c, z), 4),
+                      _mm_slli_epi16(_mm_unpackhi_epi8(c, z), 4)};
+    __m128i d16[2] = {_mm_set1_epi16(16), _mm_set1_epi16(16)};
+    Sums num = {{z, z, z, z}};
+    for (int32_t i = 0; i < nb.count; ++i) {
+        const __m128i p = load16(src + nb.offset[i]);
+        __m128i t[2];
+        lookup16(nb.table[i], absdiff(p, c), &t[0], &t[1]);
+        n16[0] = _mm_add_epi16(n16[0], _mm_mullo_epi16(t[0], _mm_unpacklo_epi8(p, z)));
+        n16[1] = _mm_add_epi16(n16[1], _mm_mullo_epi16(t[1], _mm_unpackhi_epi8(p, z)));
+        d16[0] = _mm_add_epi16(d16[0], t[0]);
+        d16[1] = _mm_add_epi16(d16[1], t[1]);
+        if (i % 14 == 13 || i + 1 == nb.count) {
+            Sums part;
+            widen16(n16[0], n16[1], &part);
+            for (int k = 0; k < 4; ++k)
+                num.v[k] = _mm_add_epi32(num.v[k], part.v[k]);
+            n16[0] = n16[1] = z;
+        }
+    }
+    Sums den;
+    widen16(d16[0], d16[1], &den);
+    __m128 q[4];
+    for (int k = 0; k < 4; ++k)
+        q[k] = _mm_mul_ps(_mm_cvtepi32_ps(num.v[k]), _mm_rcp_ps(_mm_cvtepi32_ps(den.v[k])));
+    store_pixels(dst, q);
+}
+
+/* ------------------------------------------------------- general window -- */
+
+/* Value cells V[p - c] for the 16 pixels of a block, four at a time. */
+inline __m128 value_cells(const Lum32f *value0, const Lum8u *p, const Lum8u *c)
+{
+    return _mm_setr_ps(value0[(int)p[0] - (int)c[0]], value0[(int)p[1] - (int)c[1]],
+                       value0[(int)p[2] - (int)c[2]], value0[(int)p[3] - (int)c[3]]);
+}
+
+void general_block(const Rows &rows, const Lum8u *src, Lum8u *dst, int32_t qx, int32_t qy,
+                   int32_t s, const Lum32f *value0, const Lum32f *samples)
+{
+    const __m128i z = _mm_setzero_si128();
+    alignas(16) Lum8u c[16];
+    _mm_store_si128((__m128i *)c, load16(src));
+    __m128 num[4], den[4];
+    for (int k = 0; k < 4; ++k)
+        num[k] = den[k] = _mm_setzero_ps();
+    int32_t n = 0;
+    for (int32_t dy = -qy; dy <= qy; dy += s) {
+        const Lum8u *row = src + dy * rows.srcStep;
+        for (int32_t dx = -qx; dx <= qx; dx += s, ++n) {
+            const Lum8u *p = row + dx;
+            const __m128 sw = _mm_set1_ps(samples[n]);
+            const __m128i v = load16(p);
+            const __m128i v16[2] = {_mm_unpacklo_epi8(v, z), _mm_unpackhi_epi8(v, z)};
+            for (int k = 0; k < 4; ++k) {
+                const __m128i v32 = (k & 1) ? _mm_unpackhi_epi16(v16[k >> 1], z)
+                                            : _mm_unpacklo_epi16(v16[k >> 1], z);
+                const __m128 w = _mm_mul_ps(sw, value_cells(value0, p + 4 * k, c + 4 * k));
+                den[k] = _mm_add_ps(den[k], w);
+                num[k] = _mm_add_ps(num[k], _mm_mul_ps(_mm_cvtepi32_ps(v32), w));
+            }
+        }
+    }
+    divide_store(dst, num, den);
+}
+
+} // namespace
+
+void fixed_kernel(const Rows &rows, int32_t q, int32_t s, bool fast, const Lum16u *tables)
+{
+    Neighbours nb;
+    list_neighbours(rows, q, s, tables, &nb);
+    for (int32_t y = 0; y < rows.height; ++y) {
+        const Lum8u *src = rows.src + y * rows.srcStep;
+        Lum8u *dst = rows.dst + y * rows.dstStep;
+        if (fast)
+            row_blocks(rows.width, [&](int32_t x) { gauss_fast_block(src + x, dst + x, nb); });
+        else
+            row_blocks(rows.width, [&](int32_t x) { gauss_block(src + x, dst + x, nb); });
+    }
+}
+
+void general_kernel(const Rows &rows, int32_t qx, int32_t qy, int32_t s, const Lum32f *value0,
+                    const Lum32f *samples)
+{
+    for (int32_t y = 0; y < rows.height; ++y) {
+        const Lum8u *src = rows.src + y * rows.srcStep;
+        Lum8u *dst = rows.dst + y * rows.dstStep;
+        row_blocks(rows.width, [&](int32_t x) {
+            general_block(rows, src + x, dst + x, qx, qy, s, value0, samples);
+        });
+    }
+}
+
+void narrow_kernel(const Rows &rows, int32_t qx, int32_t qy, int32_t s, const Lum32f *value0,
+                   const Lum32f *samples)
+{
+    for (int32_t y = 0; y < rows.height; ++y) {
+        const Lum8u *src = rows.src + y * rows.srcStep;
+        for (int32_t x = 0; x < rows.width; ++x) {
+            const int c = src[x];
+            Lum32f num = 0.0f, den = 0.0f;
+            int32_t n = 0;
+            for (int32_t dy = -qy; dy <= qy; dy += s)
+                for (int32_t dx = -qx; dx <= qx; dx += s, ++n) {
+                    const int p = src[dy * rows.srcStep + x + dx];
+                    const Lum32f w = samples[n] * value0[p - c];
+                    den = den + w;
+                    num = num + (Lum32f)p * w;
+                }
+            /* Truncation of a value that is not a number gives 0x80000000,
+             * which the clamp makes 0, as the vector forms' packing does. */
+            const int32_t v = _mm_cvttss_si32(_mm_set_ss(num / den + 0.5f));
+            rows.dst[y * rows.dstStep + x] = (Lum8u)(v < 0 ? 0 : v > 255 ? 255 : v);
+        }
+    }
+}
+
+} // namespace bilateral
+} // namespace LUMI_NS
