@@ -146,8 +146,8 @@ void enter_row(RingRow<K> &b, RingRow<K> *const above[K - 1], int nAbove, int co
         }
 }
 
-/* Row `leaving` goes out of the window: each remaining row (rest[j - 1]
- * stands j rows below it) takes back the distances it keeps to it. */
+/* The window's top row goes out: each remaining row (rest[j - 1] stands j
+ * rows below the top one) takes back the distances it keeps to it. */
 template <int K>
 void leave_row(RingRow<K> *const rest[K - 1], int cols)
 {
