@@ -1,4 +1,6 @@
 // Box and median filters on 1920x1080 against cv::blur and cv::medianBlur.
+// The colour median stands beside cv::medianBlur of the same window for scale
+// only: OpenCV has no vector median, so the two compute different things.
 //
 // Lumi generates no border, so it reads a source padded by replication
 // around the picture, while OpenCV replicates the border itself; both then
@@ -57,6 +59,27 @@ void add_case(const char *family, FilterFn fn, int channels, int k, bool median)
     lumibench::add(p);
 }
 
+void add_color_median_case(int k)
+{
+    const Images im = make_images(3, k);
+    const auto fn = LUMI_BENCH_GET(lumiFilterMedianColor_8u_C3R);
+    const LumiMaskSize mask = k == 3 ? lumMaskSize3x3 : lumMaskSize5x5;
+    lumibench::Pair p;
+    p.name = "mediancolor_" + std::to_string(k) + "x" + std::to_string(k) + "_C3/1920x1080";
+    p.pixels = (double)kW * kH;
+    p.lumi = [=] {
+        fn(im.centre, (int32_t)im.padded.step, im.lumi.data, (int32_t)im.lumi.step, {kW, kH},
+           mask);
+    };
+    p.opencv = [=] {
+        cv::Mat dst = im.ocv;
+        cv::medianBlur(im.src, dst, k);
+    };
+    p.max_diff = [] { return -1; };
+    p.note = "vector median beside a per-channel one, for scale";
+    lumibench::add(p);
+}
+
 } // namespace
 
 LUMI_BENCH_CASES(filters)
@@ -73,4 +96,6 @@ LUMI_BENCH_CASES(filters)
         for (int k : {3, 5, 7})
             add_case("median", median, ch, k, true);
     }
+    for (int k : {3, 5})
+        add_color_median_case(k);
 }

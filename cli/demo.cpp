@@ -5,7 +5,9 @@
 // (colour and smooth gradients), a zone plate (fine detail that resampling
 // must not alias), hard-edged shapes on a checkerboard (edges), and a
 // gradient under Gaussian-like and salt-and-pepper noise (what smoothing and
-// median filters are for).
+// median filters are for).  A second picture, a mosaic of saturated
+// colours under impulses of other saturated colours, shows the per-channel
+// median inventing colours where the colour median keeps the window's own.
 #include <errno.h>
 #include <math.h>
 #include <string.h>
@@ -56,6 +58,9 @@ const DemoCase kCases[] = {
     {"lumiFilterMedian_8u_C1R", "--mask 3x3", "median-grey-3x3"},
     {"lumiFilterMedian_8u_C3R", "--mask 5x5", "median-5x5"},
     {"lumiFilterMedian_8u_C3R", "--mask 7x3", "median-7x3"},
+    {"lumiFilterMedian_8u_C3R", "--mask 3x3", "median-mosaic-3x3", "input-mosaic"},
+    {"lumiFilterMedianColor_8u_C3R", "--mask 3x3", "median-color-mosaic-3x3", "input-mosaic"},
+    {"lumiFilterMedianColor_8u_C3R", "--mask 5x5", "median-color-5x5"},
     {"lumiFilter_8u_C3R", "--kernel sharpen", "filter-sharpen"},
     {"lumiFilter_8u_C1R", "--kernel edge", "filter-grey-edge"},
     {"lumiFilter_8u_C3R", "--kernel 1,1,1,1,1,1,1,1,1 --divisor 9", "filter-9x1-motion"},
@@ -314,6 +319,32 @@ Image demo_picture(int w, int h)
     return img;
 }
 
+namespace {
+
+// Squares of four saturated colours, with one pixel in five replaced by one
+// of six other saturated colours.  Where colours meet, a median per channel
+// takes each channel from a different pixel and makes colours that are in
+// no window; the colour median picks one of the window's pixels.
+Image mosaic_picture(int w, int h)
+{
+    static const uint8_t kSquares[4][3] = {{200, 30, 30}, {30, 160, 60}, {40, 70, 210}, {230, 200, 40}};
+    static const uint8_t kImpulses[6][3] = {{255, 0, 255}, {0, 255, 255}, {255, 255, 255},
+                                            {0, 0, 0},     {255, 128, 0}, {128, 0, 255}};
+    Image img;
+    std::string err;
+    make_image(&img, w, h, 3, &err);
+    Rng rng;
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) {
+            const int square = (x / 16 + 2 * (y / 16) + (x / 48)) % 4;
+            const uint32_t r = rng.next() % 30;
+            memcpy(img.at(x, y), r < 6 ? kImpulses[r] : kSquares[square], 3);
+        }
+    return img;
+}
+
+} // namespace
+
 int cmd_demo(const std::vector<std::string> &args, const std::string &lib_path)
 {
     std::string dir = "demo-out", err;
@@ -337,6 +368,12 @@ int cmd_demo(const std::vector<std::string> &args, const std::string &lib_path)
                      "drawn by the program; input-grey.png is its grey version", picture});
     if (!save_image(dir + "/input.png", picture, &err) ||
         !save_image(dir + "/input-grey.png", with_channels(picture, 1), &err))
+        return fail(err);
+    Image mosaic = mosaic_picture(kPictureW, kPictureH);
+    shown.push_back({"input-mosaic.png", "input-mosaic",
+                     "saturated squares under coloured impulses, 320x240", "",
+                     "drawn by the program, for the median filters", mosaic});
+    if (!save_image(dir + "/input-mosaic.png", mosaic, &err))
         return fail(err);
 
     std::vector<std::string> skipped;

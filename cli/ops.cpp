@@ -252,8 +252,9 @@ LumStatus run_convolution(const Op &, Job &job)
     });
 }
 
-// A fixed-kernel filter takes its mask as a selector, width in the tens
-// digit and height in the units; the footprint is centred on each pixel.
+// A fixed-window filter (Gaussian, colour median) takes its mask as a
+// selector, width in the tens digit and height in the units; the footprint
+// is centred on each pixel.
 template <typename Fn>
 LumStatus run_gauss(const Op &, Job &job)
 {
@@ -383,6 +384,8 @@ const std::vector<Op> kOps = {
      "median of a rectangle, grey"),
     LUMI_CLI_OP(lumiFilterMedian_8u_C3R, "median", 3, kInterleaved, kInterleaved, kFilter, run_filter,
      "median of a rectangle per channel, RGB"),
+    LUMI_CLI_OP(lumiFilterMedianColor_8u_C3R, "median-color", 3, kInterleaved, kInterleaved,
+     kOptMask, run_gauss, "vector median, 3x3 or 5x5: the window's own pixel nearest the rest, RGB"),
     LUMI_CLI_OP(lumiFilter_8u_C1R, "filter", 1, kInterleaved, kInterleaved,
      kConvolution | kOptDivisor, run_convolution, "integer kernel and divisor, grey"),
     LUMI_CLI_OP(lumiFilter_8u_C3R, "filter", 3, kInterleaved, kInterleaved,

@@ -339,6 +339,15 @@ LUMI_API LumStatus lumiFilterMedian_8u_C3R(const Lum8u *pSrc, int32_t srcStep, L
                                            int32_t dstStep, LumiSize dstRoiSize,
                                            LumiSize maskSize, LumiPoint anchor);
 
+/* Vector median: each output pixel is the pixel of its window, centred on
+ * it (lumMaskSize3x3 or lumMaskSize5x5), whose summed distance
+ * |r - r'| + |g - g'| + |b - b'| to the other pixels of the window is
+ * smallest; on a tie the first such pixel in row-major order.  The caller
+ * supplies one (3x3) or two (5x5) pixels around the region. */
+LUMI_API LumStatus lumiFilterMedianColor_8u_C3R(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst,
+                                                int32_t dstStep, LumiSize dstRoiSize,
+                                                LumiMaskSize mask);
+
 /* ------------------------------------------------ filters: convolution -- */
 
 /* Convolution with a mirrored kernel: cell `anchor` lies over each output

@@ -200,6 +200,8 @@ TEST_F(Cli, NonZeroStatusesAreNamedAndWriteNothing)
         {"lumiFilterBox_8u_C3R", "box --mask 3x3 --anchor 3,0", "returned -34 (lumStsAnchorErr)"},
         {"lumiFilterBox_8u_C3R", "box --mask 0x3", "returned -33 (lumStsMaskSizeErr)"},
         {"lumiFilterGauss_8u_C3R", "gauss --mask 3x1", "returned -33 (lumStsMaskSizeErr)"},
+        {"lumiFilterMedianColor_8u_C3R", "median-color --mask 7x7",
+         "returned -33 (lumStsMaskSizeErr)"},
         {"lumiFilterMax_8u_C1R", "max --mask 3x3 --anchor 0,3", "returned -34 (lumStsAnchorErr)"},
         {"lumiResize_8u_C3R", "resize --method catmullrom",
          "returned -22 (lumStsInterpolationErr)"},
@@ -345,6 +347,8 @@ TEST_F(Cli, EachAliasGivesWhatTheDirectCallGives)
         ALIAS_CASE("median", lumiFilterMedian_8u_C3R, 3, false, kFilterArgs, filter),
         ALIAS_CASE("gauss", lumiFilterGauss_8u_C1R, 1, false, "--roi 3,2,15,11 --mask 5x5", gauss),
         ALIAS_CASE("gauss", lumiFilterGauss_8u_C3R, 3, false, "--roi 3,2,15,11 --mask 5", gauss),
+        ALIAS_CASE("median-color", lumiFilterMedianColor_8u_C3R, 3, false,
+                   "--roi 3,2,15,11 --mask 5x5", gauss),
         ALIAS_CASE("min", lumiFilterMin_8u_C1R, 1, false, kFilterArgs, filter),
         ALIAS_CASE("max", lumiFilterMax_8u_C1R, 1, false, kFilterArgs, filter),
     };
@@ -610,6 +614,7 @@ TEST_F(Cli, DemoWritesValidPicturesOfTheExpectedSizes)
         {"box-grey-5x5", "lumiFilterBox_8u_C1R", 320, 240, 1},
         {"box-inplace-roi", "lumiFilterBox_8u_C3IR", 320, 240, 3},
         {"median-5x5", "lumiFilterMedian_8u_C3R", 320, 240, 3},
+        {"median-color-mosaic-3x3", "lumiFilterMedianColor_8u_C3R", 320, 240, 3},
         {"filter-sharpen", "lumiFilter_8u_C3R", 320, 240, 3},
         {"filter32f-grey-gauss5", "lumiFilter32f_8u_C1R", 320, 240, 1},
     };

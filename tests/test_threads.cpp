@@ -178,6 +178,21 @@ void bilateral_all(int i, int kind, const Bytes &in, Bytes &out)
     }
 }
 
+// A fixed centred window (3x3 and 5x5), as the colour median takes it.
+template <typename Fn>
+void fixed_window_filter(Fn fn, const Bytes &in, Bytes &out)
+{
+    const int srcStep = kFootW * 3 + 2, dstStep = kFilterW * 3 + 7;
+    out.clear();
+    for (LumiMaskSize mask : {lumMaskSize3x3, lumMaskSize5x5}) {
+        Bytes dst((size_t)dstStep * kFilterH, 0);
+        const LumStatus st = fn(in.data() + 2 * srcStep + 6, srcStep, dst.data(), dstStep,
+                                LumiSize{kFilterW, kFilterH}, mask);
+        dst.push_back((uint8_t)st);
+        out.insert(out.end(), dst.begin(), dst.end());
+    }
+}
+
 const size_t kFootBytes3 = (size_t)(kFootW * 3 + 2) * kFootH;
 const size_t kResizeBytes3 = (size_t)(41 * 3 + 3) * 29;
 const int kBig = 1024; // plane copies this wide ask for the cache size
@@ -259,13 +274,18 @@ const Job kJobs[] = {
      [](int i, const Bytes &in, Bytes &out) {
          bilateral_all(i, lumiFilterBilateralGaussFast, in, out);
      }},
+    {"FilterMedianColor_C3R", kFootBytes3,
+     [](int i, const Bytes &in, Bytes &out) {
+         fixed_window_filter(tiers_lumiFilterMedianColor_8u_C3R[i], in, out);
+     }},
 };
 const int kJobCount = (int)(sizeof kJobs / sizeof kJobs[0]);
 
 // The names a host would look up: live, absent and unknown.
 const char *const kLookups[] = {"lumiResize_8u_C3R",       "lumiFilterBox_8u_C1R",
                                 "lumiCopy_8u_P3C3R",       "lumiConvert_8u16u_C1R",
-                                "lumiFilterMedian_8u_C3R", "lumMalloc",
+                                "lumiFilterMedian_8u_C3R", "lumiFilterMedianColor_8u_C3R",
+                                "lumMalloc",
                                 "noSuchPrimitive",         ""};
 
 TEST(Threads, PrimitivesAgreeWithSerialRunWhileTiersAreForcedAndNamesLookedUp)
