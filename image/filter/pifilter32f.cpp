@@ -15,9 +15,9 @@
  * Four engines, each with its own order of additions and its own rounding
  * of the float sum f to a byte (a NaN sum gives 255 everywhere):
  *   accumulator  kernel rows in order, each row's columns in order (the
- *                mirrored kernel walked from its last cell); two output rows
- *                at once share every source row read.  min(f, 255), nearest
- *                with ties to even, saturated (lumsConvert_32f8u_Sfs, mode 1);
+ *                mirrored kernel walked from its last cell).  min(f, 255),
+ *                nearest with ties to even, saturated (lumsConvert_32f8u_Sfs,
+ *                mode 1, or the same steps in registers);
  *   block (e9)   the full blocks of 8 columns of every kernel row first, then
  *                the remaining columns of every kernel row.  min(f, 255),
  *                0.5 added (-0.5 below 0), truncated, saturated: ties go
@@ -40,6 +40,14 @@
  * So the same image may give 2 on one tier and 3 on e9 for a sum of exactly
  * 2.5, and sums may differ in the last bit where the order of additions
  * differs (kw above 8 and not a multiple of 8, with two or more kernel rows).
+ *
+ * The accumulator and block engines share one driver: the footprint is
+ * walked in strips of output columns, each footprint row of a strip
+ * converted to float once into a ring of kh rows (exact, so the sums are
+ * unchanged) that stays in cache, and every output byte summed in its
+ * engine's order, several vectors of outputs at a time.  When the ring would
+ * pass 4 MB the taps convert source bytes directly.  Both take one working
+ * block (row table, sums, ring).
  *
  * Checks in order: null pointers, sizes (a kernel whose cell count or a
  * region whose source row byte count does not fit 32 bits gives the size
@@ -313,17 +321,14 @@ struct Plan {
     int64_t floats; /* the whole block */
 };
 
-const int64_t kRingCap = (int64_t)1 << 23; /* floats */
+const int64_t kRingCap = (int64_t)1 << 20; /* floats: 4 MB */
 
 Plan plan_work(const Job &j)
 {
     Plan p;
     const int64_t halo = (int64_t)(j.kw - 1) * j.channels;
     p.ptrs = (intptr_t)(((int64_t)j.kh * (int64_t)(sizeof(void *) / sizeof(Lum32f)) + 7) & ~7);
-    /* a ring of about 24 KB, strips a multiple of 32 bytes */
-    int64_t strip = 6144 / j.kh - halo;
-    strip = strip < 64 ? 64 : strip & ~(int64_t)31;
-    strip = strip > j.bytes ? j.bytes : strip;
+    const int64_t strip = conv::ring_strip(j, 32);
     const int64_t slot = (strip + halo + 7) & ~(int64_t)7;
     if ((int64_t)j.kh * slot <= kRingCap) {
         p.strip = (int32_t)strip;

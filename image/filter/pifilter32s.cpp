@@ -33,12 +33,24 @@
  * caller's control word is given back on return.
  *
  * Paths: the fast path packs the kernel into 16-bit coefficient pairs (one
- * multiply-add gives two products per 32-bit lane) and accumulates each
- * output row in a 32-bit buffer; it needs kw >= 3, a region at least 16
- * pixels wide for one channel or 5 for three, its working buffer, and every
- * cell within -32767..32766.  Anything else runs the plain path: direct
- * scalar sums, no memory.  Both give the same pixels, and all tiers run the
- * same code.
+ * multiply-add gives two products per 32-bit lane); it needs kw >= 3, a
+ * region at least 16 pixels wide for one channel or 5 for three, its working
+ * block, and every cell within -32767..32766.  Anything else runs the plain
+ * path: direct scalar sums, no memory.  Both give the same pixels.  Inside
+ * the fast path, sixteen output bytes at a time, by one of three bodies that
+ * form the same 32-bit sums (integer sums do not depend on their order):
+ *   16-bit sums  every cell a signed byte, no pair of cells able to take a
+ *                pair of bytes past 16 bits, and the whole sum within the
+ *                signed or the unsigned 16-bit range: byte multiply-adds in
+ *                16-bit lanes, exact modulo 2^16 and widened by that range.
+ *                SSSE3 and up (the SSE3 tier has no byte multiply-add);
+ *   pair ring    otherwise: the footprint is walked in strips of output
+ *                columns, each footprint row of a strip widened once into
+ *                16-bit byte pairs in a ring of kh rows that stays in cache;
+ *   direct       when that ring would pass 4 MB: pairs formed from the
+ *                source bytes at every tap, one row of sums in the block.
+ * The working block is one allocation (packed kernel, row table, sums and
+ * ring); when it cannot be had, the plain path runs.
  *
  * Checks in order: null pointers, sizes (including a kernel whose cell count
  * or a region whose source row byte count does not fit 32 bits: size
@@ -253,7 +265,7 @@ struct Plan {
     int64_t cells;  /* the whole block */
 };
 
-const int64_t kRingCap = (int64_t)1 << 23; /* cells */
+const int64_t kRingCap = (int64_t)1 << 20; /* cells: 4 MB */
 
 Plan plan_work(const Job &j)
 {
@@ -261,9 +273,7 @@ Plan plan_work(const Job &j)
     const int64_t halo = (int64_t)(j.kw - 1) * j.channels;
     const int64_t ptrs = ((int64_t)j.kh * (int64_t)(sizeof(void *) / sizeof(Lum32s)) + 3) & ~3;
     p.pairs = (intptr_t)((int64_t)j.kw * 4 * j.kh);
-    int64_t strip = 6144 / j.kh - halo; /* a ring of about 24 KB */
-    strip = strip < 64 ? 64 : strip & ~(int64_t)15;
-    strip = strip > j.bytes ? j.bytes : strip;
+    const int64_t strip = conv::ring_strip(j, 16);
     const int64_t slot = (strip + halo + 3) & ~(int64_t)3;
     if ((int64_t)j.kh * slot <= kRingCap) {
         p.strip = (int32_t)strip;
@@ -361,9 +371,9 @@ void ring_path(const Job &j, const Plan &p, Lum32s *work, const Divisor &d)
  * tier keeps the wide body. */
 enum ByteSums { kNoByteSums, kSignedSums, kUnsignedSums };
 
+#if LUMI_HAS_SSSE3
 ByteSums byte_sums(const Lum32s *kernel, int32_t kw, int32_t kh)
 {
-#if LUMI_HAS_SSSE3
     int64_t pos = 0, neg = 0;
     for (int32_t r = 0; r < kh; ++r) {
         const Lum32s *row = kernel + (intptr_t)r * kw;
@@ -384,13 +394,9 @@ ByteSums byte_sums(const Lum32s *kernel, int32_t kw, int32_t kh)
         return kSignedSums;
     if (neg == 0 && 255 * pos <= 65535)
         return kUnsignedSums;
-#else
-    (void)kernel, (void)kw, (void)kh;
-#endif
     return kNoByteSums;
 }
 
-#if LUMI_HAS_SSSE3
 /* Sixteen 16-bit sums from byte x of a row; KW is the kernel width when it
  * is known at compile time (0: read it from the job). */
 template <int KW>
@@ -558,8 +564,8 @@ LumStatus filter(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst, int32_t dstSte
         const bool fits = work_cells(j) > 0 && p.cells <= INT32_MAX;
         Lum32s *work = fits ? LUMI_T(lumsMalloc_32s)((int32_t)p.cells) : nullptr;
         if (work && pack_kernel(pKernel, j.kw, j.kh, work)) {
-            const ByteSums bs = byte_sums(pKernel, j.kw, j.kh);
 #if LUMI_HAS_SSSE3
+            const ByteSums bs = byte_sums(pKernel, j.kw, j.kh);
             if (bs != kNoByteSums)
                 byte_path(j, work, work + p.acc, d, bs);
             else
