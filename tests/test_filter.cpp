@@ -214,6 +214,47 @@ TEST_P(Filter, IntegerWrappedSums)
         }
 }
 
+// Kernels at the edges of the 16-bit sums: every cell a signed byte, pairs
+// of cells that keep a pair of bytes within 16 bits, and a total range just
+// inside and just outside the signed and the unsigned 16-bit range, over
+// pictures that reach the extreme sums, for every divisor class (shifts up
+// to 15 stay in 16 bits, larger ones and unsigned sums with a shift of 1
+// widen first).
+TEST_P(Filter, IntegerSixteenBitSums)
+{
+    struct Case {
+        std::vector<int32_t> k; // 3x3
+        const char *what;
+    } cases[] = {
+        {{16, 16, 16, 16, 16, 16, 16, 16, 0}, "signed range, 128 * 255"},
+        {{16, 16, 16, 16, 16, 16, 16, 16, 1}, "one past the signed range"},
+        {{-16, -16, -16, -16, -16, -16, -16, -16, -1}, "negative, 129 * 255"},
+        {{-16, -16, -16, -16, -16, -16, -16, -16, 0}, "negative, 128 * 255"},
+        {{32, 32, 32, 32, 32, 32, 32, 32, 1}, "unsigned range, 257 * 255"},
+        {{32, 32, 32, 32, 32, 32, 32, 32, 2}, "one past the unsigned range"},
+        {{64, 64, 0, 64, 64, 0, 0, 0, 1}, "a pair at the 16-bit limit"},
+        {{127, 0, 0, 0, -128, 0, 0, 0, 1}, "byte limits"},
+        {{128, 0, 0, 0, 0, 0, 0, 0, 0}, "one past a byte"},
+        {{1, -2, 1, -2, 5, -2, 1, -2, 1}, "mixed signs"},
+    };
+    const int32_t divisors[] = {1, 2, 4, 3, -1, 1 << 15, 1 << 16, 32};
+    for (int ch : {1, 3})
+        for (const Case &c : cases)
+            for (int32_t divisor : divisors)
+                for (int pattern = 0; pattern < 3; ++pattern) {
+                    const int w = ch == 1 ? 37 : 21;
+                    Scene s(w, 3, ch, 3, 3, {1, 1}, (uint32_t)divisor + pattern);
+                    if (pattern == 0) // all white: the largest sums
+                        std::fill(s.fp.begin(), s.fp.end(), 255);
+                    else if (pattern == 1) // white and black columns: a wide swing either way
+                        for (size_t i = 0; i < s.fp.size(); ++i)
+                            s.fp[i] = (i / ch) % 2 ? 255 : 0;
+                    EXPECT_EQ(run_int(s, c.k, divisor), int_expect_all(s, c.k, divisor))
+                        << c.what << ", divisor " << divisor << ", pattern " << pattern << ", "
+                        << ch << " ch";
+                }
+}
+
 // ---------------------------------------------------------- float engines --
 
 enum Engine { kAccumulator, kBlock, kNarrow, kPlain };
@@ -386,6 +427,30 @@ TEST_P(Filter, FloatSaturation)
                     ASSERT_EQ(v, c.want) << "width " << w << ", " << ch << " ch";
             }
         }
+}
+
+// Regions wider than one strip of the working rings, with kernels short and
+// tall, so that strips meet inside the row and the last one ends in a tail;
+// and a kernel so large that the rings are not used at all.
+TEST_P(Filter, WideRegionsAcrossStrips)
+{
+    const Shape shapes[] = {{3, 3}, {7, 7}, {5, 40}, {33, 2}};
+    for (int ch : {1, 3})
+        for (const Shape &sh : shapes) {
+            const int w = ch == 1 ? 1000 + sh.kw : 419;
+            const Scene s(w, 3, ch, sh.kw, sh.kh, {sh.kw / 2, sh.kh / 2}, sh.kw * 5 + ch);
+            const std::vector<int32_t> ki = random_int_kernel(sh.kw * sh.kh, sh.kh, 200);
+            EXPECT_EQ(run_int(s, ki, 9), int_expect_all(s, ki, 9))
+                << sh.kw << "x" << sh.kh << ", " << ch << " ch";
+            const std::vector<float> kf = random_float_kernel(sh.kw * sh.kh, sh.kw);
+            EXPECT_EQ(run_float(s, kf), float_expect(float_engine(GetParam(), ch, w, sh.kw), s, kf))
+                << sh.kw << "x" << sh.kh << ", " << ch << " ch";
+        }
+    const Scene big(16, 1, 1, 1100, 1000, {0, 0}, 3);
+    const std::vector<int32_t> ki = random_int_kernel(1100 * 1000, 5, 3);
+    EXPECT_EQ(run_int(big, ki, 1000), int_expect_all(big, ki, 1000));
+    const std::vector<float> kf(1100 * 1000, 1.0f / 1024.0f);
+    EXPECT_EQ(run_float(big, kf), float_expect(float_engine(GetParam(), 1, 16, 1100), big, kf));
 }
 
 // ------------------------------------------------------ statuses, memory --

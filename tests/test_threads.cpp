@@ -193,6 +193,30 @@ void fixed_window_filter(Fn fn, const Bytes &in, Bytes &out)
     }
 }
 
+// Convolution over the same footprints; the kernel is mirrored, so the
+// anchor cell stands kw - 1 - ax pixels into the footprint.  Integer kernels
+// of small cells (the 16-bit bodies) and of large ones, float kernels.
+Lum32s kernel_cell(int v, bool large, Lum32s) { return large ? v * 1000 : v; }
+Lum32f kernel_cell(int v, bool, Lum32f) { return (Lum32f)v / 8.0f; }
+
+template <typename Fn, typename Cell, typename... Divisor>
+void convolve(Fn fn, int ch, bool large, const Bytes &in, Bytes &out, Divisor... divisor)
+{
+    const int srcStep = kFootW * ch + 2, dstStep = kFilterW * ch + 7;
+    out.clear();
+    for (const Mask &m : kMasks) {
+        std::vector<Cell> k((size_t)m.w * m.h);
+        for (size_t c = 0; c < k.size(); ++c)
+            k[c] = kernel_cell((int)(c * 7 + 3) % 11 - 4, large, Cell());
+        Bytes dst((size_t)dstStep * kFilterH, 0);
+        const Lum8u *src = in.data() + (size_t)(m.h - 1 - m.ay) * srcStep + (m.w - 1 - m.ax) * ch;
+        const LumStatus st = fn(src, srcStep, dst.data(), dstStep, LumiSize{kFilterW, kFilterH},
+                                k.data(), LumiSize{m.w, m.h}, LumiPoint{m.ax, m.ay}, divisor...);
+        dst.push_back((uint8_t)st);
+        out.insert(out.end(), dst.begin(), dst.end());
+    }
+}
+
 const size_t kFootBytes3 = (size_t)(kFootW * 3 + 2) * kFootH;
 const size_t kResizeBytes3 = (size_t)(41 * 3 + 3) * 29;
 const int kBig = 1024; // plane copies this wide ask for the cache size
@@ -257,6 +281,22 @@ const Job kJobs[] = {
     {"FilterBox_C3IR", kFootBytes3,
      [](int i, const Bytes &in, Bytes &out) {
          window_filter_in_place(tiers_lumiFilterBox_8u_C3IR[i], 3, in, out);
+     }},
+    {"Filter_C1R", kFootBytes3,
+     [](int i, const Bytes &in, Bytes &out) {
+         convolve<decltype(&lumiFilter_8u_C1R), Lum32s>(tiers_lumiFilter_8u_C1R[i], 1, false, in, out, 4);
+     }},
+    {"Filter_C3R_large", kFootBytes3,
+     [](int i, const Bytes &in, Bytes &out) {
+         convolve<decltype(&lumiFilter_8u_C3R), Lum32s>(tiers_lumiFilter_8u_C3R[i], 3, true, in, out, 7);
+     }},
+    {"Filter32f_C1R", kFootBytes3,
+     [](int i, const Bytes &in, Bytes &out) {
+         convolve<decltype(&lumiFilter32f_8u_C1R), Lum32f>(tiers_lumiFilter32f_8u_C1R[i], 1, false, in, out);
+     }},
+    {"Filter32f_C3R", kFootBytes3,
+     [](int i, const Bytes &in, Bytes &out) {
+         convolve<decltype(&lumiFilter32f_8u_C3R), Lum32f>(tiers_lumiFilter32f_8u_C3R[i], 3, false, in, out);
      }},
     {"FilterMedian_C1R", kFootBytes3,
      [](int i, const Bytes &in, Bytes &out) {

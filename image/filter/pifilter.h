@@ -78,6 +78,17 @@ inline Job make_job(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst, int32_t dst
     return j;
 }
 
+/* Output bytes per strip for the working rings: kh rows of about 24 KB
+ * (6144 four-byte cells) in all, a multiple of align, at least 64, at most
+ * the row. */
+inline int64_t ring_strip(const Job &j, int64_t align)
+{
+    const int64_t halo = (int64_t)(j.kw - 1) * j.channels;
+    int64_t strip = 6144 / j.kh - halo;
+    strip = strip < 64 ? 64 : strip & ~(align - 1);
+    return strip > j.bytes ? j.bytes : strip;
+}
+
 /* The sums and roundings are defined in round-to-nearest with denormals
  * kept, so each call runs under that control word and gives the caller's
  * word back, exception flags included. */

@@ -15,9 +15,9 @@
  * Four engines, each with its own order of additions and its own rounding
  * of the float sum f to a byte (a NaN sum gives 255 everywhere):
  *   accumulator  kernel rows in order, each row's columns in order (the
- *                mirrored kernel walked from its last cell); two output rows
- *                at once share every source row read.  min(f, 255), nearest
- *                with ties to even, saturated (lumsConvert_32f8u_Sfs, mode 1);
+ *                mirrored kernel walked from its last cell).  min(f, 255),
+ *                nearest with ties to even, saturated (lumsConvert_32f8u_Sfs,
+ *                mode 1, or the same steps in registers);
  *   block (e9)   the full blocks of 8 columns of every kernel row first, then
  *                the remaining columns of every kernel row.  min(f, 255),
  *                0.5 added (-0.5 below 0), truncated, saturated: ties go
@@ -41,6 +41,14 @@
  * 2.5, and sums may differ in the last bit where the order of additions
  * differs (kw above 8 and not a multiple of 8, with two or more kernel rows).
  *
+ * The accumulator and block engines share one driver: the footprint is
+ * walked in strips of output columns, each footprint row of a strip
+ * converted to float once into a ring of kh rows (exact, so the sums are
+ * unchanged) that stays in cache, and every output byte summed in its
+ * engine's order, several vectors of outputs at a time.  When the ring would
+ * pass 4 MB the taps convert source bytes directly.  Both take one working
+ * block (row table, sums, ring).
+ *
  * Checks in order: null pointers, sizes (a kernel whose cell count or a
  * region whose source row byte count does not fit 32 bits gives the size
  * status), steps.  A failed allocation is not an error: the plain engine
@@ -62,105 +70,6 @@ using conv::Job;
 inline Lum32f coef(const Lum32f *kernel, const Job &j, int32_t r, int32_t t)
 {
     return kernel[(intptr_t)(j.kh - 1 - r) * j.kw + (j.kw - 1 - t)];
-}
-
-/* Eight source bytes as two float vectors. */
-inline void load8(const Lum8u *p, __m128 *lo, __m128 *hi)
-{
-    const __m128i z = _mm_setzero_si128();
-    const __m128i w = _mm_unpacklo_epi8(_mm_loadl_epi64((const __m128i *)p), z);
-    *lo = _mm_cvtepi32_ps(_mm_unpacklo_epi16(w, z));
-    *hi = _mm_cvtepi32_ps(_mm_unpackhi_epi16(w, z));
-}
-
-/* acc = acc + c * v, rounded at each step. */
-inline __m128 mul_add(__m128 acc, __m128 c, __m128 v) { return _mm_add_ps(acc, _mm_mul_ps(c, v)); }
-
-/* ---------------------------------------------------- accumulator engine -- */
-
-/* Packed row r is kernel row kh - 1 - r reversed, each cell four times, so
- * it goes with footprint row r and column t reads cells 4t..4t+3. */
-void pack_kernel(const Lum32f *kernel, const Job &j, Lum32f *packed)
-{
-    for (int32_t r = 0; r < j.kh; ++r)
-        for (int32_t t = 0; t < j.kw; ++t)
-            for (int l = 0; l < 4; ++l)
-                packed[((intptr_t)r * j.kw + t) * 4 + l] = coef(kernel, j, r, t);
-}
-
-/* Sums of output rows y (into a) and y + 1 (into b, when b is set) from the
- * footprint rows starting at src: row r of the footprint adds to a with
- * packed row r and to b with packed row r - 1, so each source row is read
- * once for both.  Eight output bytes a pass; the tail repeats the same
- * steps one byte at a time. */
-void accumulate_rows(const Job &j, const Lum8u *src, const Lum32f *packed, Lum32f *a, Lum32f *b)
-{
-    const int32_t n = j.bytes, kw = j.kw, ch = j.channels;
-    const int32_t rows = b ? j.kh + 1 : j.kh;
-    int32_t x = 0;
-    for (; x + 8 <= n; x += 8) {
-        __m128 a0 = _mm_setzero_ps(), a1 = a0, b0 = a0, b1 = a0;
-        for (int32_t r = 0; r < rows; ++r) {
-            const Lum8u *row = src + (intptr_t)r * j.srcStep + x;
-            const Lum32f *ka = packed + (intptr_t)r * kw * 4;
-            const Lum32f *kb = r > 0 ? ka - (intptr_t)kw * 4 : ka;
-            for (int32_t t = 0; t < kw; ++t) {
-                __m128 v0, v1;
-                load8(row + (intptr_t)t * ch, &v0, &v1);
-                if (r < j.kh) {
-                    const __m128 c = _mm_load_ps(ka + 4 * t);
-                    a0 = mul_add(a0, c, v0);
-                    a1 = mul_add(a1, c, v1);
-                }
-                if (r > 0 && b) {
-                    const __m128 c = _mm_load_ps(kb + 4 * t);
-                    b0 = mul_add(b0, c, v0);
-                    b1 = mul_add(b1, c, v1);
-                }
-            }
-        }
-        _mm_storeu_ps(a + x, a0);
-        _mm_storeu_ps(a + x + 4, a1);
-        if (b) {
-            _mm_storeu_ps(b + x, b0);
-            _mm_storeu_ps(b + x + 4, b1);
-        }
-    }
-    for (; x < n; ++x) {
-        Lum32f sa = 0.0f, sb = 0.0f;
-        for (int32_t r = 0; r < rows; ++r) {
-            const Lum8u *row = src + (intptr_t)r * j.srcStep + x;
-            for (int32_t t = 0; t < kw; ++t) {
-                const Lum32f v = (Lum32f)row[(intptr_t)t * ch];
-                if (r < j.kh)
-                    sa = sa + packed[((intptr_t)r * kw + t) * 4] * v;
-                if (r > 0 && b)
-                    sb = sb + packed[((intptr_t)(r - 1) * kw + t) * 4] * v;
-            }
-        }
-        a[x] = sa;
-        if (b)
-            b[x] = sb;
-    }
-}
-
-void accumulator_engine(const Job &j, const Lum32f *kernel, Lum32f *work)
-{
-    Lum32f *packed = work;
-    Lum32f *a = packed + (intptr_t)j.kw * 4 * j.kh;
-    Lum32f *b = a + ((j.bytes + 3) & ~3);
-    pack_kernel(kernel, j, packed);
-    int32_t y = 0;
-    for (; y + 2 <= j.height; y += 2) {
-        accumulate_rows(j, j.src + (intptr_t)y * j.srcStep, packed, a, b);
-        Lum8u *dst = j.dst + (intptr_t)y * j.dstStep;
-        LUMI_T(lumsConvert_32f8u_Sfs)(a, dst, j.bytes, 1, 0);
-        LUMI_T(lumsConvert_32f8u_Sfs)(b, dst + j.dstStep, j.bytes, 1, 0);
-    }
-    if (y < j.height) {
-        accumulate_rows(j, j.src + (intptr_t)y * j.srcStep, packed, a, nullptr);
-        LUMI_T(lumsConvert_32f8u_Sfs)(a, j.dst + (intptr_t)y * j.dstStep, j.bytes, 1, 0);
-    }
 }
 
 /* --------------------------------------------------------- plain engine -- */
@@ -225,14 +134,6 @@ void narrow_engine(const Job &j, const Lum32f *kernel)
     }
 }
 
-/* Eight source bytes as one float vector. */
-inline __m256 load8_256(const Lum8u *p)
-{
-    const __m128i w = _mm_loadl_epi64((const __m128i *)p);
-    const __m128i lo = _mm_cvtepu8_epi32(w), hi = _mm_cvtepu8_epi32(_mm_srli_si128(w, 4));
-    return _mm256_cvtepi32_ps(_mm256_insertf128_si256(_mm256_castsi128_si256(lo), hi, 1));
-}
-
 /* min(f, 255), plus 0.5 carrying f's sign, truncated: ties away from zero. */
 inline __m128i round_away_4(__m128 f)
 {
@@ -255,47 +156,263 @@ void convert_away(const Lum32f *acc, int32_t n, Lum8u *dst)
     }
 }
 
-/* The columns t0..t1 - 1 of every kernel row, added into eight sums. */
-inline __m256 add_columns(__m256 s, const Job &j, const Lum8u *src, const Lum32f *kernel, int32_t t0,
-                          int32_t t1)
+#endif
+
+/* ------------------------------------------------ accumulator and block -- */
+
+/* Both engines sum the taps of each output byte one by one in a fixed order,
+ * so they share one driver.  The footprint is walked in strips of output
+ * columns; within a strip every footprint row is converted to float once,
+ * into a ring of kh slots (u8 to float is exact, so the sums are those of
+ * converting at every tap), and the kernel runs over the ring while it is
+ * in the first-level cache.  A ring too large for the working block's cap
+ * is skipped and the taps read the source bytes directly. */
+
+/* One lane width of the same steps: scalar, SSE, AVX. */
+struct Lane1 {
+    typedef Lum32f T;
+    enum { N = 1 };
+    static T zero() { return 0.0f; }
+    static T bcast(const Lum32f *p) { return *p; }
+    static T load(const Lum32f *p) { return *p; }
+    static T load(const Lum8u *p) { return (Lum32f)*p; }
+    static T mul(T a, T b) { return a * b; }
+    static T add(T a, T b) { return a + b; }
+    static void store(Lum32f *p, T v) { *p = v; }
+};
+
+struct Lane4 {
+    typedef __m128 T;
+    enum { N = 4 };
+    static T zero() { return _mm_setzero_ps(); }
+    static T bcast(const Lum32f *p) { return _mm_load1_ps(p); }
+    static T load(const Lum32f *p) { return _mm_loadu_ps(p); }
+    static T load(const Lum8u *p)
+    {
+        int32_t w;
+        memcpy(&w, p, 4);
+        const __m128i z = _mm_setzero_si128();
+        return _mm_cvtepi32_ps(_mm_unpacklo_epi16(_mm_unpacklo_epi8(_mm_cvtsi32_si128(w), z), z));
+    }
+    static T mul(T a, T b) { return _mm_mul_ps(a, b); }
+    static T add(T a, T b) { return _mm_add_ps(a, b); }
+    static void store(Lum32f *p, T v) { _mm_storeu_ps(p, v); }
+};
+
+#if LUMI_HAS_AVX
+struct Lane8 {
+    typedef __m256 T;
+    enum { N = 8 };
+    static T zero() { return _mm256_setzero_ps(); }
+    static T bcast(const Lum32f *p) { return _mm256_broadcast_ss(p); }
+    static T load(const Lum32f *p) { return _mm256_loadu_ps(p); }
+    static T load(const Lum8u *p)
+    {
+        const __m128i w = _mm_loadl_epi64((const __m128i *)p);
+        const __m128i lo = _mm_cvtepu8_epi32(w), hi = _mm_cvtepu8_epi32(_mm_srli_si128(w, 4));
+        return _mm256_cvtepi32_ps(_mm256_insertf128_si256(_mm256_castsi128_si256(lo), hi, 1));
+    }
+    static T mul(T a, T b) { return _mm256_mul_ps(a, b); }
+    static T add(T a, T b) { return _mm256_add_ps(a, b); }
+    static void store(Lum32f *p, T v) { _mm256_storeu_ps(p, v); }
+};
+#endif
+
+/* M vectors of sums from output byte x: footprint rows in order, columns
+ * t0..t1 - 1 of each, every tap a product then a sum.  rows[r] is footprint
+ * row r at the strip's first byte (floats or bytes). */
+template <class V, int M, class Src>
+inline void add_taps(typename V::T s[M], const Src *const *rows, intptr_t x, const Job &j,
+                     const Lum32f *kernel, int32_t t0, int32_t t1)
 {
+    const intptr_t ch = j.channels;
     for (int32_t r = 0; r < j.kh; ++r) {
-        const Lum8u *row = src + (intptr_t)r * j.srcStep;
-        for (int32_t t = t0; t < t1; ++t)
-            s = _mm256_add_ps(s, _mm256_mul_ps(_mm256_set1_ps(coef(kernel, j, r, t)),
-                                               load8_256(row + (intptr_t)t * j.channels)));
-    }
-    return s;
-}
-
-inline Lum32f add_columns_1(Lum32f s, const Job &j, const Lum8u *src, const Lum32f *kernel,
-                            int32_t t0, int32_t t1)
-{
-    for (int32_t r = 0; r < j.kh; ++r)
-        for (int32_t t = t0; t < t1; ++t)
-            s = s + coef(kernel, j, r, t) * (Lum32f)src[(intptr_t)r * j.srcStep + (intptr_t)t * j.channels];
-    return s;
-}
-
-/* Full 8-column blocks of all kernel rows, then the remaining columns of all
- * kernel rows, into the row accumulator; then the row is converted. */
-void block_engine(const Job &j, const Lum32f *kernel, Lum32f *acc)
-{
-    const int32_t blocks = j.kw & ~7;
-    for (int32_t y = 0; y < j.height; ++y) {
-        const Lum8u *src = j.src + (intptr_t)y * j.srcStep;
-        int32_t x = 0;
-        for (; x + 8 <= j.bytes; x += 8) {
-            __m256 s = add_columns(_mm256_setzero_ps(), j, src + x, kernel, 0, blocks);
-            _mm256_storeu_ps(acc + x, add_columns(s, j, src + x, kernel, blocks, j.kw));
+        const Src *row = rows[r] + x;
+        const Lum32f *k = kernel + (intptr_t)(j.kh - 1 - r) * j.kw + (j.kw - 1);
+        for (int32_t t = t0; t < t1; ++t) {
+            const typename V::T c = V::bcast(k - t);
+            const Src *q = row + t * ch;
+            for (int m = 0; m < M; ++m)
+                s[m] = V::add(s[m], V::mul(c, V::load(q + m * V::N)));
         }
-        for (; x < j.bytes; ++x)
-            acc[x] = add_columns_1(add_columns_1(0.0f, j, src + x, kernel, 0, blocks), j, src + x,
-                                   kernel, blocks, j.kw);
-        convert_away(acc, j.bytes, j.dst + (intptr_t)y * j.dstStep);
     }
 }
 
+/* Sums of output bytes x.. in groups of M vectors: the columns below split
+ * of every kernel row first, then the rest (split = kw keeps plain row
+ * order).  Out::put rounds a group straight into the destination; without
+ * it the sums go to acc for the row conversion.  Returns the first byte
+ * left over. */
+template <class V, int M, class Out, class Src>
+inline int32_t sum_blocks(const Src *const *rows, int32_t x, int32_t n, const Job &j,
+                          const Lum32f *kernel, int32_t split, Lum32f *acc, Lum8u *dst)
+{
+    for (; x + M * V::N <= n; x += M * V::N) {
+        typename V::T s[M];
+        for (int m = 0; m < M; ++m)
+            s[m] = V::zero();
+        add_taps<V, M>(s, rows, x, j, kernel, 0, split);
+        add_taps<V, M>(s, rows, x, j, kernel, split, j.kw);
+        if (Out::kFused)
+            Out::put(s, dst + x);
+        else
+            for (int m = 0; m < M; ++m)
+                V::store(acc + x + m * V::N, s[m]);
+    }
+    return x;
+}
+
+struct ToAcc {
+    enum { kFused = 0 };
+    template <class T> static void put(const T *, Lum8u *) {}
+};
+
+/* n output bytes of one strip row: groups of four vectors rounded in
+ * registers by Out, which must give what convert gives; the rest through
+ * acc and convert. */
+template <class V, class Out, class Src, class Convert>
+void sum_strip(const Src *const *rows, int32_t n, const Job &j, const Lum32f *kernel,
+               int32_t split, Lum32f *acc, Lum8u *dst, Convert convert)
+{
+    const int32_t x0 = sum_blocks<V, 4, Out>(rows, 0, n, j, kernel, split, acc, dst);
+    const int32_t x1 = sum_blocks<V, 1, ToAcc>(rows, x0, n, j, kernel, split, acc, dst);
+    sum_blocks<Lane1, 1, ToAcc>(rows, x1, n, j, kernel, split, acc, dst);
+    if (x0 < n)
+        convert(acc + x0, n - x0, dst + x0);
+}
+
+/* min(f, 255), nearest even, saturated: what the row conversion does. */
+struct EvenOut {
+    enum { kFused = 1 };
+    static void put(const __m128 s[4], Lum8u *d)
+    {
+        const __m128 top = _mm_set1_ps(255.0f);
+        __m128i v[4];
+        for (int m = 0; m < 4; ++m)
+            v[m] = _mm_cvtps_epi32(_mm_min_ps(s[m], top));
+        _mm_storeu_si128((__m128i *)d, _mm_packus_epi16(_mm_packs_epi32(v[0], v[1]),
+                                                        _mm_packs_epi32(v[2], v[3])));
+    }
+};
+
+/* n source bytes to floats. */
+void load_row(const Lum8u *s, intptr_t n, Lum32f *d)
+{
+    const __m128i z = _mm_setzero_si128();
+    intptr_t i = 0;
+    for (; i + 16 <= n; i += 16) {
+        const __m128i v = _mm_loadu_si128((const __m128i *)(s + i));
+        const __m128i lo = _mm_unpacklo_epi8(v, z), hi = _mm_unpackhi_epi8(v, z);
+        _mm_storeu_ps(d + i, _mm_cvtepi32_ps(_mm_unpacklo_epi16(lo, z)));
+        _mm_storeu_ps(d + i + 4, _mm_cvtepi32_ps(_mm_unpackhi_epi16(lo, z)));
+        _mm_storeu_ps(d + i + 8, _mm_cvtepi32_ps(_mm_unpacklo_epi16(hi, z)));
+        _mm_storeu_ps(d + i + 12, _mm_cvtepi32_ps(_mm_unpackhi_epi16(hi, z)));
+    }
+    for (; i < n; ++i)
+        d[i] = (Lum32f)s[i];
+}
+
+/* Working block: kh row pointers, one strip of sums, then the ring of kh
+ * slots (none when slot is 0: the taps then read bytes). */
+struct Plan {
+    int32_t strip;  /* output bytes per strip */
+    intptr_t slot;  /* floats per ring slot */
+    intptr_t ptrs;  /* floats taken by the row pointers */
+    int64_t floats; /* the whole block */
+};
+
+const int64_t kRingCap = (int64_t)1 << 20; /* floats: 4 MB */
+
+Plan plan_work(const Job &j)
+{
+    Plan p;
+    const int64_t halo = (int64_t)(j.kw - 1) * j.channels;
+    p.ptrs = (intptr_t)(((int64_t)j.kh * (int64_t)(sizeof(void *) / sizeof(Lum32f)) + 7) & ~7);
+    const int64_t strip = conv::ring_strip(j, 32);
+    const int64_t slot = (strip + halo + 7) & ~(int64_t)7;
+    if ((int64_t)j.kh * slot <= kRingCap) {
+        p.strip = (int32_t)strip;
+        p.slot = (intptr_t)slot;
+    } else {
+        p.strip = j.bytes;
+        p.slot = 0;
+    }
+    p.floats = p.ptrs + ((p.strip + 7) & ~7) + (int64_t)j.kh * p.slot;
+    return p;
+}
+
+template <class V, class Out, class Convert>
+void ring_engine(const Job &j, const Lum32f *kernel, Lum32f *work, const Plan &p, int32_t split,
+                 Convert convert)
+{
+    Lum32f *acc = work + p.ptrs;
+    Lum32f *ring = acc + ((p.strip + 7) & ~7);
+    const intptr_t halo = (intptr_t)(j.kw - 1) * j.channels;
+    for (int32_t x0 = 0; x0 < j.bytes; x0 += p.strip) {
+        const int32_t n = j.bytes - x0 < p.strip ? j.bytes - x0 : p.strip;
+        if (p.slot == 0) {
+            const Lum8u **rows = (const Lum8u **)(void *)work;
+            for (int32_t y = 0; y < j.height; ++y) {
+                for (int32_t r = 0; r < j.kh; ++r)
+                    rows[r] = j.src + ((intptr_t)y + r) * j.srcStep + x0;
+                sum_strip<V, Out>(rows, n, j, kernel, split, acc,
+                                  j.dst + (intptr_t)y * j.dstStep + x0, convert);
+            }
+            continue;
+        }
+        const Lum32f **rows = (const Lum32f **)(void *)work;
+        for (int32_t i = 0; i + 1 < j.kh; ++i)
+            load_row(j.src + (intptr_t)i * j.srcStep + x0, n + halo, ring + i * p.slot);
+        for (int32_t y = 0; y < j.height; ++y) {
+            /* footprint row i lives in slot i % kh */
+            const intptr_t last = (intptr_t)y + j.kh - 1;
+            load_row(j.src + last * j.srcStep + x0, n + halo, ring + (last % j.kh) * p.slot);
+            int32_t s = y % j.kh;
+            for (int32_t r = 0; r < j.kh; ++r, ++s) {
+                if (s == j.kh)
+                    s = 0;
+                rows[r] = ring + s * p.slot;
+            }
+            sum_strip<V, Out>(rows, n, j, kernel, split, acc, j.dst + (intptr_t)y * j.dstStep + x0,
+                              convert);
+        }
+    }
+}
+
+/* The accumulator engine: plain row order, nearest-even conversion. */
+void accumulator_engine(const Job &j, const Lum32f *kernel, Lum32f *work, const Plan &p)
+{
+    ring_engine<Lane4, EvenOut>(j, kernel, work, p, j.kw, [](const Lum32f *acc, int32_t n, Lum8u *dst) {
+        LUMI_T(lumsConvert_32f8u_Sfs)(acc, dst, n, 1, 0);
+    });
+}
+
+#if LUMI_HAS_AVX
+/* Ties away from zero, as convert_away. */
+struct AwayOut {
+    enum { kFused = 1 };
+    static __m128i half(__m256i v, int hi) { return hi ? _mm256_extractf128_si256(v, 1) : _mm256_castsi256_si128(v); }
+    static void put(const __m256 s[4], Lum8u *d)
+    {
+        const __m256 top = _mm256_set1_ps(255.0f), h = _mm256_set1_ps(0.5f), sign = _mm256_set1_ps(-0.0f);
+        __m256i v[4];
+        for (int m = 0; m < 4; ++m) {
+            const __m256 c = _mm256_min_ps(s[m], top);
+            v[m] = _mm256_cvttps_epi32(_mm256_add_ps(c, _mm256_or_ps(h, _mm256_and_ps(c, sign))));
+        }
+        for (int m = 0; m < 4; m += 2) {
+            const __m128i a = _mm_packs_epi32(half(v[m], 0), half(v[m], 1));
+            const __m128i b = _mm_packs_epi32(half(v[m + 1], 0), half(v[m + 1], 1));
+            _mm_storeu_si128((__m128i *)(d + 8 * m), _mm_packus_epi16(a, b));
+        }
+    }
+};
+
+/* The block engine: whole 8-column blocks first, ties away from zero. */
+void block_engine(const Job &j, const Lum32f *kernel, Lum32f *work, const Plan &p)
+{
+    ring_engine<Lane8, AwayOut>(j, kernel, work, p, j.kw & ~7, convert_away);
+}
 #endif
 
 /* ------------------------------------------------------------ selection -- */
@@ -318,8 +435,8 @@ Engine choose_engine(const Job &j)
 #endif
 }
 
-/* Floats of the working block: the packed kernel and two accumulators; 0
- * when the count does not fit 32 bits. */
+/* The size the engines have always been allowed to ask for; 0 when it does
+ * not fit 32 bits, and then the plain engine runs whatever the plan needs. */
 int32_t work_floats(const Job &j)
 {
     const int64_t n = ((int64_t)j.kw * 4 * j.kh + (int64_t)j.bytes * 2 + 10) & ~(int64_t)3;
@@ -336,16 +453,17 @@ void run_engine(const Job &j, const Lum32f *kernel)
     }
 #endif
     Lum32f *work = nullptr;
+    const Plan p = plan_work(j);
     if (e != kPlain) {
-        const int32_t n = work_floats(j);
-        work = n > 0 ? LUMI_T(lumsMalloc_32f)(n) : nullptr;
+        const bool fits = work_floats(j) > 0 && p.floats <= INT32_MAX;
+        work = fits ? LUMI_T(lumsMalloc_32f)((int32_t)p.floats) : nullptr;
         if (!work)
             e = kPlain;
     }
     switch (e) {
-    case kAccumulator: accumulator_engine(j, kernel, work); break;
+    case kAccumulator: accumulator_engine(j, kernel, work, p); break;
 #if LUMI_HAS_AVX
-    case kBlock: block_engine(j, kernel, work); break;
+    case kBlock: block_engine(j, kernel, work, p); break;
 #endif
     default: plain_engine(j, kernel); break;
     }
