@@ -118,12 +118,24 @@ void rgb_body(V hv, V lv, V sv, V out[3])
         out[c] = select(grey, lv, mul(rgb[c], splat<V>(Rg::top)));
 }
 
-/* Eight lanes of one body kernel, as two of four. */
+/* Eight lanes of one body kernel: one pass over eight-lane registers where
+ * the build has them, else two over four. */
 template <class Body>
 inline void body8(const __m128 lo[3], const __m128 hi[3], __m128 olo[3], __m128 ohi[3], Body body)
 {
+#if LUMI_HAS_AVX
+    __m256 in[3], out[3];
+    for (int c = 0; c < 3; ++c)
+        in[c] = _mm256_insertf128_ps(_mm256_castps128_ps256(lo[c]), hi[c], 1);
+    body(in, out);
+    for (int c = 0; c < 3; ++c) {
+        olo[c] = _mm256_castps256_ps128(out[c]);
+        ohi[c] = _mm256_extractf128_ps(out[c], 1);
+    }
+#else
     body(lo, olo);
     body(hi, ohi);
+#endif
 }
 
 /* ------------------------------------------------------- row kernels ---- */
