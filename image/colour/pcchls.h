@@ -342,27 +342,37 @@ inline void rgb_from_hls(V h, V l, V s, V out[3])
 
 /* ------------------------------------- interleaved pixels and channels -- */
 
+/* Lane shuffles within each group of four, so that the moves below serve
+ * four-lane registers and the two halves of eight-lane ones alike. */
+template <int imm> inline __m128 shuf(__m128 a, __m128 b) { return _mm_shuffle_ps(a, b, imm); }
+inline __m128 unpack_lo(__m128 a, __m128 b) { return _mm_unpacklo_ps(a, b); }
+#if LUMI_HAS_AVX
+template <int imm> inline __m256 shuf(__m256 a, __m256 b) { return _mm256_shuffle_ps(a, b, imm); }
+inline __m256 unpack_lo(__m256 a, __m256 b) { return _mm256_unpacklo_ps(a, b); }
+#endif
+
 /* Four pixels of three floats (a b c, 12 values) to one register per
- * channel, and back. */
-inline void deinterleave(__m128 a, __m128 b, __m128 c, __m128 out[3])
+ * channel, and back; on eight lanes, each half holds four pixels. */
+template <class V>
+inline void deinterleave(V a, V b, V c, V out[3])
 {
-    const __m128 ab = _mm_shuffle_ps(a, b, _MM_SHUFFLE(2, 1, 3, 0));  /* a0 a3 b1 b2 */
-    const __m128 bc = _mm_shuffle_ps(b, c, _MM_SHUFFLE(1, 0, 3, 2));  /* b2 b3 c0 c1 */
-    out[0] = _mm_shuffle_ps(ab, bc, _MM_SHUFFLE(3, 0, 1, 0));
-    out[1] = _mm_shuffle_ps(_mm_shuffle_ps(a, b, _MM_SHUFFLE(0, 0, 1, 1)),
-                            _mm_shuffle_ps(b, c, _MM_SHUFFLE(2, 2, 3, 3)), _MM_SHUFFLE(2, 0, 2, 0));
-    out[2] = _mm_shuffle_ps(_mm_shuffle_ps(a, b, _MM_SHUFFLE(1, 1, 2, 2)),
-                            _mm_shuffle_ps(c, c, _MM_SHUFFLE(3, 3, 0, 0)), _MM_SHUFFLE(2, 0, 2, 0));
+    const V ab = shuf<_MM_SHUFFLE(2, 1, 3, 0)>(a, b);  /* a0 a3 b1 b2 */
+    const V bc = shuf<_MM_SHUFFLE(1, 0, 3, 2)>(b, c);  /* b2 b3 c0 c1 */
+    out[0] = shuf<_MM_SHUFFLE(3, 0, 1, 0)>(ab, bc);
+    out[1] = shuf<_MM_SHUFFLE(2, 0, 2, 0)>(shuf<_MM_SHUFFLE(0, 0, 1, 1)>(a, b),
+                                           shuf<_MM_SHUFFLE(2, 2, 3, 3)>(b, c));
+    out[2] = shuf<_MM_SHUFFLE(2, 0, 2, 0)>(shuf<_MM_SHUFFLE(1, 1, 2, 2)>(a, b),
+                                           shuf<_MM_SHUFFLE(3, 3, 0, 0)>(c, c));
 }
 
-inline void interleave(__m128 r, __m128 g, __m128 b, __m128 out[3])
+template <class V>
+inline void interleave(V r, V g, V b, V out[3])
 {
-    out[0] = _mm_shuffle_ps(_mm_unpacklo_ps(r, g), _mm_shuffle_ps(b, r, _MM_SHUFFLE(1, 1, 0, 0)),
-                            _MM_SHUFFLE(2, 0, 1, 0));
-    out[1] = _mm_shuffle_ps(_mm_shuffle_ps(g, b, _MM_SHUFFLE(1, 1, 1, 1)),
-                            _mm_shuffle_ps(r, g, _MM_SHUFFLE(2, 2, 2, 2)), _MM_SHUFFLE(2, 0, 2, 0));
-    out[2] = _mm_shuffle_ps(_mm_shuffle_ps(b, r, _MM_SHUFFLE(3, 3, 2, 2)),
-                            _mm_shuffle_ps(g, b, _MM_SHUFFLE(3, 3, 3, 3)), _MM_SHUFFLE(2, 0, 2, 0));
+    out[0] = shuf<_MM_SHUFFLE(2, 0, 1, 0)>(unpack_lo(r, g), shuf<_MM_SHUFFLE(1, 1, 0, 0)>(b, r));
+    out[1] = shuf<_MM_SHUFFLE(2, 0, 2, 0)>(shuf<_MM_SHUFFLE(1, 1, 1, 1)>(g, b),
+                                           shuf<_MM_SHUFFLE(2, 2, 2, 2)>(r, g));
+    out[2] = shuf<_MM_SHUFFLE(2, 0, 2, 0)>(shuf<_MM_SHUFFLE(3, 3, 2, 2)>(b, r),
+                                           shuf<_MM_SHUFFLE(3, 3, 3, 3)>(g, b));
 }
 
 inline void interleave(const __m128i in[3], __m128i out[3])
@@ -434,6 +444,27 @@ inline void store4(Lum32f *p, const __m128 q[3])
     _mm_storeu_ps(p + 4, q[1]);
     _mm_storeu_ps(p + 8, q[2]);
 }
+
+#if LUMI_HAS_AVX
+/* Eight float pixels (24 values): pixels 0..3 in the low halves, 4..7 in
+ * the high ones, so that the shuffles above never cross the halves. */
+inline void load8(const Lum32f *p, __m256 out[3])
+{
+    __m256 v[3];
+    for (int k = 0; k < 3; ++k)
+        v[k] = _mm256_insertf128_ps(_mm256_castps128_ps256(_mm_loadu_ps(p + 4 * k)),
+                                    _mm_loadu_ps(p + 12 + 4 * k), 1);
+    deinterleave(v[0], v[1], v[2], out);
+}
+
+inline void store8(Lum32f *p, const __m256 q[3])
+{
+    for (int k = 0; k < 3; ++k) {
+        _mm_storeu_ps(p + 4 * k, _mm256_castps256_ps128(q[k]));
+        _mm_storeu_ps(p + 12 + 4 * k, _mm256_extractf128_ps(q[k], 1));
+    }
+}
+#endif
 
 /* One plane: four bytes to floats and four values (0..255 after the clamp)
  * back to bytes. */
