@@ -18,6 +18,9 @@
 
 #include <emmintrin.h>
 #include <pmmintrin.h>
+#if LUMI_HAS_SSSE3
+#include <tmmintrin.h>
+#endif
 #include <stddef.h>
 #include <string.h>
 #if LUMI_HAS_SSE41
@@ -388,6 +391,26 @@ inline __m128 hi_u16(__m128i v) { return _mm_cvtepi32_ps(_mm_unpackhi_epi16(v, _
 
 /* Eight 8u pixels (24 bytes, nothing read after them) as channel floats of
  * pixels 0..3 in lo, 4..7 in hi. */
+#if LUMI_HAS_SSSE3
+/* Byte c of pixel k of a 12-byte group to the low byte of lane k. */
+inline __m128i channel_bytes(__m128i v, int c)
+{
+    const __m128i pick = _mm_setr_epi8((char)c, -1, -1, -1, (char)(c + 3), -1, -1, -1,
+                                       (char)(c + 6), -1, -1, -1, (char)(c + 9), -1, -1, -1);
+    return _mm_shuffle_epi8(v, pick);
+}
+
+inline void load8(const Lum8u *p, __m128 lo[3], __m128 hi[3])
+{
+    const __m128i v0 = _mm_loadu_si128((const __m128i *)p);
+    const __m128i v1 = _mm_loadl_epi64((const __m128i *)(p + 16));
+    const __m128i v4 = _mm_alignr_epi8(v1, v0, 12); /* pixels 4..7 from byte 0 */
+    for (int c = 0; c < 3; ++c) {
+        lo[c] = _mm_cvtepi32_ps(channel_bytes(v0, c));
+        hi[c] = _mm_cvtepi32_ps(channel_bytes(v4, c));
+    }
+}
+#else
 inline void load8(const Lum8u *p, __m128 lo[3], __m128 hi[3])
 {
     const __m128i z = _mm_setzero_si128();
@@ -398,6 +421,7 @@ inline void load8(const Lum8u *p, __m128 lo[3], __m128 hi[3])
     deinterleave(lo_u16(w0), hi_u16(w0), lo_u16(w1), lo);
     deinterleave(hi_u16(w1), lo_u16(w2), hi_u16(w2), hi);
 }
+#endif
 
 /* Four 16-bit pixels (24 bytes).  A signed element plus 32768 is the same
  * bits read as unsigned with the top bit flipped. */
@@ -415,15 +439,37 @@ inline void load4(const Lum32f *p, __m128 out[3])
     deinterleave(_mm_loadu_ps(p), _mm_loadu_ps(p + 4), _mm_loadu_ps(p + 8), out);
 }
 
-/* Values of 0..top, already interleaved, to stored elements: clamped to the
- * type's range, and biased for 16s.  Stores 8 pixels of 8u or 4 of 16 bits. */
-inline void store8(Lum8u *p, const __m128i q[6])
+/* Values of 0..top to stored elements: clamped to the type's range, and
+ * biased for 16s.  store8 takes eight 8u pixels as one register per channel
+ * (pixels 0..3 in lo, 4..7 in hi); store4 four 16-bit pixels already
+ * interleaved.  Each clamp saturates to 16 bits, then to 8. */
+#if LUMI_HAS_SSSE3
+inline void store8(Lum8u *p, const __m128i lo[3], const __m128i hi[3])
 {
+    const __m128i rg = _mm_packus_epi16(_mm_packs_epi32(lo[0], hi[0]),
+                                        _mm_packs_epi32(lo[1], hi[1])); /* R0..7 G0..7 */
+    const __m128i b = _mm_packs_epi32(lo[2], hi[2]);
+    const __m128i bb = _mm_packus_epi16(b, b);                          /* B0..7 twice */
+    const __m128i rg0 = _mm_setr_epi8(0, 8, -1, 1, 9, -1, 2, 10, -1, 3, 11, -1, 4, 12, -1, 5);
+    const __m128i b0 = _mm_setr_epi8(-1, -1, 0, -1, -1, 1, -1, -1, 2, -1, -1, 3, -1, -1, 4, -1);
+    const __m128i rg1 = _mm_setr_epi8(13, -1, 6, 14, -1, 7, 15, -1, -1, -1, -1, -1, -1, -1, -1, -1);
+    const __m128i b1 = _mm_setr_epi8(-1, 5, -1, -1, 6, -1, -1, 7, -1, -1, -1, -1, -1, -1, -1, -1);
+    _mm_storeu_si128((__m128i *)p, _mm_or_si128(_mm_shuffle_epi8(rg, rg0), _mm_shuffle_epi8(bb, b0)));
+    _mm_storel_epi64((__m128i *)(p + 16),
+                     _mm_or_si128(_mm_shuffle_epi8(rg, rg1), _mm_shuffle_epi8(bb, b1)));
+}
+#else
+inline void store8(Lum8u *p, const __m128i lo[3], const __m128i hi[3])
+{
+    __m128i q[6];
+    interleave(lo, q);
+    interleave(hi, q + 3);
     const __m128i a = _mm_packs_epi32(q[0], q[1]), b = _mm_packs_epi32(q[2], q[3]);
     const __m128i c = _mm_packs_epi32(q[4], q[5]);
     _mm_storeu_si128((__m128i *)p, _mm_packus_epi16(a, b));
     _mm_storel_epi64((__m128i *)(p + 16), _mm_packus_epi16(c, c));
 }
+#endif
 
 template <class Rg>
 inline void store4(typename Rg::T *p, const __m128i q[3])

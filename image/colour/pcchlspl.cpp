@@ -198,9 +198,12 @@ void row_c3(const typename Rg::T *src, typename Rg::T *dst, int32_t width)
         for (; x < (width & ~7); x += 8) {
             load8((const Lum8u *)src + 3 * x, lo, hi);
             body8(lo, hi, olo, ohi, body);
-            convert_block<Dir, Rg>(olo, q);
-            convert_block<Dir, Rg>(ohi, q + 3);
-            store8((Lum8u *)dst + 3 * x, q);
+            __m128i ilo[3], ihi[3];
+            for (int c = 0; c < 3; ++c) {
+                ilo[c] = to_int(olo[c], BodyConvert<Dir, Rg>::cv);
+                ihi[c] = to_int(ohi[c], BodyConvert<Dir, Rg>::cv);
+            }
+            store8((Lum8u *)dst + 3 * x, ilo, ihi);
         }
     } else {
         const int32_t end = width & ~3;
