@@ -356,6 +356,42 @@ inline __m256 unpack_lo(__m256 a, __m256 b) { return _mm256_unpacklo_ps(a, b); }
 
 /* Four pixels of three floats (a b c, 12 values) to one register per
  * channel, and back; on eight lanes, each half holds four pixels. */
+#if LUMI_HAS_SSE41
+/* Element k of every channel sits in a different place of a, b and c, so
+ * two immediate blends gather each channel in a fixed order and one
+ * permute within the register puts it right; the way back is the same
+ * moves reversed.  Blends run on more ports than shuffles do. */
+template <int imm> inline __m128 blend(__m128 a, __m128 b) { return _mm_blend_ps(a, b, imm); }
+template <int imm> inline __m128 permute(__m128 a) { return _mm_shuffle_ps(a, a, imm); }
+#if LUMI_HAS_AVX
+template <int imm> inline __m256 blend(__m256 a, __m256 b)
+{
+    return _mm256_blend_ps(a, b, imm | imm << 4);
+}
+template <int imm> inline __m256 permute(__m256 a) { return _mm256_permute_ps(a, imm); }
+#endif
+
+constexpr int kOrderX = _MM_SHUFFLE(1, 2, 3, 0); /* x0 x3 x2 x1, its own inverse */
+constexpr int kOrderY = _MM_SHUFFLE(2, 3, 0, 1); /* y1 y0 y3 y2, likewise */
+constexpr int kOrderZ = _MM_SHUFFLE(3, 0, 1, 2); /* z2 z1 z0 z3, likewise */
+
+template <class V>
+inline void deinterleave(V a, V b, V c, V out[3])
+{
+    out[0] = permute<kOrderX>(blend<0x2>(blend<0x4>(a, b), c)); /* a0 c1 b2 a3 */
+    out[1] = permute<kOrderY>(blend<0x4>(blend<0x2>(b, a), c)); /* b0 a1 c2 b3 */
+    out[2] = permute<kOrderZ>(blend<0x4>(blend<0x2>(c, b), a)); /* c0 b1 a2 c3 */
+}
+
+template <class V>
+inline void interleave(V r, V g, V b, V out[3])
+{
+    const V x = permute<kOrderX>(r), y = permute<kOrderY>(g), z = permute<kOrderZ>(b);
+    out[0] = blend<0x4>(blend<0x2>(x, y), z);
+    out[1] = blend<0x4>(blend<0x2>(y, z), x);
+    out[2] = blend<0x4>(blend<0x2>(z, x), y);
+}
+#else
 template <class V>
 inline void deinterleave(V a, V b, V c, V out[3])
 {
@@ -377,6 +413,7 @@ inline void interleave(V r, V g, V b, V out[3])
     out[2] = shuf<_MM_SHUFFLE(2, 0, 2, 0)>(shuf<_MM_SHUFFLE(3, 3, 2, 2)>(b, r),
                                            shuf<_MM_SHUFFLE(3, 3, 3, 3)>(g, b));
 }
+#endif
 
 inline void interleave(const __m128i in[3], __m128i out[3])
 {
