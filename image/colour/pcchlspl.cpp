@@ -42,6 +42,11 @@
  * machines may differ in the body's last bit; on one machine the tiers that
  * share a mode agree.
  *
+ * The AVX build runs the body's arithmetic on eight lanes, two rounds at a
+ * time; each lane sees the same operations, so its results are those of the
+ * SSE4.1 build.  Blends and byte shuffles move pixels between interleaved
+ * memory and channel registers.
+ *
  * Steps are bytes.  A 16-bit or float row advances by the step divided by
  * the element size; a negative step that is no whole number of elements is
  * rounded toward zero, not down, so that no row starts before the caller's
