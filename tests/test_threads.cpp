@@ -94,6 +94,30 @@ void interleaved(Fn fn, const Bytes &in, Bytes &out, int w, int h)
     out.push_back((uint8_t)fn(in.data(), step, out.data(), step, LumiSize{w, h}));
 }
 
+// Interleaved rows of element type T (steps in bytes, two elements of
+// padding), and three planes to three planes.
+template <typename T, typename Fn>
+void interleaved_of(Fn fn, const Bytes &in, Bytes &out, int w, int h)
+{
+    const int step = (int)sizeof(T) * (3 * w + 2);
+    out.assign((size_t)step * h, 0);
+    const LumStatus st = fn((const T *)in.data(), step, (T *)out.data(), step, LumiSize{w, h});
+    out.push_back((uint8_t)st);
+}
+
+template <typename Fn>
+void planes_to_planes(Fn fn, const Bytes &in, Bytes &out, int w, int h, int pad)
+{
+    const int step = w + pad;
+    const size_t plane = (size_t)step * h;
+    const Lum8u *src[3] = {in.data(), in.data() + plane, in.data() + 2 * plane};
+    out.assign(3 * plane, 0);
+    Lum8u *dst[3] = {out.data(), out.data() + plane, out.data() + 2 * plane};
+    out.push_back((uint8_t)fn(src, step, dst, step, LumiSize{w, h}));
+}
+
+const size_t kHlsRows = (size_t)(3 * 53 + 2) * 7; // elements of interleaved_of(53, 7)
+
 // Resize of a 41x29 image's inner region by one factor pair, every method.
 template <typename Fn>
 void resize_all(Fn fn, int ch, const Bytes &in, Bytes &out, double fx, double fy)
@@ -249,6 +273,46 @@ const Job kJobs[] = {
     {"YUVToRGB_P3C3R", 3 * 56 * 7,
      [](int i, const Bytes &in, Bytes &out) {
          planes_to_interleaved(tiers_lumiYUVToRGB_8u_P3C3R[i], in, out, 53, 7, 3);
+     }},
+    {"RGBToHLS_8u_C3R", sizeof(Lum8u) * kHlsRows,
+     [](int i, const Bytes &in, Bytes &out) {
+         interleaved_of<Lum8u>(tiers_lumiRGBToHLS_8u_C3R[i], in, out, 53, 7);
+     }},
+    {"RGBToHLS_16u_C3R", sizeof(Lum16u) * kHlsRows,
+     [](int i, const Bytes &in, Bytes &out) {
+         interleaved_of<Lum16u>(tiers_lumiRGBToHLS_16u_C3R[i], in, out, 53, 7);
+     }},
+    {"RGBToHLS_16s_C3R", sizeof(Lum16s) * kHlsRows,
+     [](int i, const Bytes &in, Bytes &out) {
+         interleaved_of<Lum16s>(tiers_lumiRGBToHLS_16s_C3R[i], in, out, 53, 7);
+     }},
+    {"RGBToHLS_32f_C3R", sizeof(Lum32f) * kHlsRows,
+     [](int i, const Bytes &in, Bytes &out) {
+         interleaved_of<Lum32f>(tiers_lumiRGBToHLS_32f_C3R[i], in, out, 53, 7);
+     }},
+    {"HLSToRGB_8u_C3R", sizeof(Lum8u) * kHlsRows,
+     [](int i, const Bytes &in, Bytes &out) {
+         interleaved_of<Lum8u>(tiers_lumiHLSToRGB_8u_C3R[i], in, out, 53, 7);
+     }},
+    {"HLSToRGB_16u_C3R", sizeof(Lum16u) * kHlsRows,
+     [](int i, const Bytes &in, Bytes &out) {
+         interleaved_of<Lum16u>(tiers_lumiHLSToRGB_16u_C3R[i], in, out, 53, 7);
+     }},
+    {"HLSToRGB_16s_C3R", sizeof(Lum16s) * kHlsRows,
+     [](int i, const Bytes &in, Bytes &out) {
+         interleaved_of<Lum16s>(tiers_lumiHLSToRGB_16s_C3R[i], in, out, 53, 7);
+     }},
+    {"HLSToRGB_32f_C3R", sizeof(Lum32f) * kHlsRows,
+     [](int i, const Bytes &in, Bytes &out) {
+         interleaved_of<Lum32f>(tiers_lumiHLSToRGB_32f_C3R[i], in, out, 53, 7);
+     }},
+    {"BGRToHLS_P3R", 3 * 56 * 7,
+     [](int i, const Bytes &in, Bytes &out) {
+         planes_to_planes(tiers_lumiBGRToHLS_8u_P3R[i], in, out, 53, 7, 3);
+     }},
+    {"HLSToBGR_P3R", 3 * 56 * 7,
+     [](int i, const Bytes &in, Bytes &out) {
+         planes_to_planes(tiers_lumiHLSToBGR_8u_P3R[i], in, out, 53, 7, 3);
      }},
     {"Resize_C1R_up", kResizeBytes3,
      [](int i, const Bytes &in, Bytes &out) {

@@ -18,10 +18,16 @@
 
 #include <emmintrin.h>
 #include <pmmintrin.h>
+#if LUMI_HAS_SSSE3
+#include <tmmintrin.h>
+#endif
 #include <stddef.h>
 #include <string.h>
 #if LUMI_HAS_SSE41
 #include <smmintrin.h>
+#endif
+#if LUMI_HAS_AVX
+#include <immintrin.h>
 #endif
 
 namespace LUMI_NS {
@@ -121,6 +127,37 @@ inline __m128 select(__m128 mask, __m128 a, __m128 b)
     return _mm_or_ps(_mm_and_ps(mask, a), _mm_andnot_ps(mask, b));
 #endif
 }
+
+
+#if LUMI_HAS_AVX
+/* The same operations on eight lanes.  Every one of them rounds each lane
+ * exactly as its four-lane form does (the comparisons are the ordered ones
+ * the four-lane forms encode), so an AVX build may run the body eight
+ * pixels at a time without changing a bit. */
+template <> inline __m256 splat<__m256>(float v) { return _mm256_set1_ps(v); }
+inline __m256 add(__m256 a, __m256 b) { return _mm256_add_ps(a, b); }
+inline __m256 sub(__m256 a, __m256 b) { return _mm256_sub_ps(a, b); }
+inline __m256 mul(__m256 a, __m256 b) { return _mm256_mul_ps(a, b); }
+inline __m256 div(__m256 a, __m256 b) { return _mm256_div_ps(a, b); }
+inline __m256 vmax(__m256 a, __m256 b) { return _mm256_max_ps(a, b); }
+inline __m256 vmin(__m256 a, __m256 b) { return _mm256_min_ps(a, b); }
+inline __m256 rcp(__m256 a) { return _mm256_rcp_ps(a); }
+inline __m256 eq(__m256 a, __m256 b) { return _mm256_cmp_ps(a, b, _CMP_EQ_OQ); }
+inline __m256 lt(__m256 a, __m256 b) { return _mm256_cmp_ps(a, b, _CMP_LT_OS); }
+inline __m256 le(__m256 a, __m256 b) { return _mm256_cmp_ps(a, b, _CMP_LE_OS); }
+inline __m256 gt(__m256 a, __m256 b) { return _mm256_cmp_ps(a, b, _CMP_GT_OS); }
+inline __m256 band(__m256 a, __m256 b) { return _mm256_and_ps(a, b); }
+inline __m256 bandnot(__m256 a, __m256 b) { return _mm256_andnot_ps(a, b); }
+/* The blend is written out: the compiler turns the intrinsic into a generic
+ * select on the sign bits, which without 256-bit integer compares it then
+ * splits into one branch per lane. */
+inline __m256 select(__m256 mask, __m256 a, __m256 b)
+{
+    __m256 r;
+    __asm__("vblendvps %3, %2, %1, %0" : "=x"(r) : "x"(b), "x"(a), "x"(mask));
+    return r;
+}
+#endif
 
 
 /* The processor's reciprocal estimate of one value, and the same refined by
@@ -308,28 +345,75 @@ inline void rgb_from_hls(V h, V l, V s, V out[3])
 
 /* ------------------------------------- interleaved pixels and channels -- */
 
+/* Lane shuffles within each group of four, so that the moves below serve
+ * four-lane registers and the two halves of eight-lane ones alike. */
+template <int imm> inline __m128 shuf(__m128 a, __m128 b) { return _mm_shuffle_ps(a, b, imm); }
+inline __m128 unpack_lo(__m128 a, __m128 b) { return _mm_unpacklo_ps(a, b); }
+#if LUMI_HAS_AVX
+template <int imm> inline __m256 shuf(__m256 a, __m256 b) { return _mm256_shuffle_ps(a, b, imm); }
+inline __m256 unpack_lo(__m256 a, __m256 b) { return _mm256_unpacklo_ps(a, b); }
+#endif
+
 /* Four pixels of three floats (a b c, 12 values) to one register per
- * channel, and back. */
-inline void deinterleave(__m128 a, __m128 b, __m128 c, __m128 out[3])
+ * channel, and back; on eight lanes, each half holds four pixels. */
+#if LUMI_HAS_SSE41
+/* Element k of every channel sits in a different place of a, b and c, so
+ * two immediate blends gather each channel in a fixed order and one
+ * permute within the register puts it right; the way back is the same
+ * moves reversed.  Blends run on more ports than shuffles do. */
+template <int imm> inline __m128 blend(__m128 a, __m128 b) { return _mm_blend_ps(a, b, imm); }
+template <int imm> inline __m128 permute(__m128 a) { return _mm_shuffle_ps(a, a, imm); }
+#if LUMI_HAS_AVX
+template <int imm> inline __m256 blend(__m256 a, __m256 b)
 {
-    const __m128 ab = _mm_shuffle_ps(a, b, _MM_SHUFFLE(2, 1, 3, 0));  /* a0 a3 b1 b2 */
-    const __m128 bc = _mm_shuffle_ps(b, c, _MM_SHUFFLE(1, 0, 3, 2));  /* b2 b3 c0 c1 */
-    out[0] = _mm_shuffle_ps(ab, bc, _MM_SHUFFLE(3, 0, 1, 0));
-    out[1] = _mm_shuffle_ps(_mm_shuffle_ps(a, b, _MM_SHUFFLE(0, 0, 1, 1)),
-                            _mm_shuffle_ps(b, c, _MM_SHUFFLE(2, 2, 3, 3)), _MM_SHUFFLE(2, 0, 2, 0));
-    out[2] = _mm_shuffle_ps(_mm_shuffle_ps(a, b, _MM_SHUFFLE(1, 1, 2, 2)),
-                            _mm_shuffle_ps(c, c, _MM_SHUFFLE(3, 3, 0, 0)), _MM_SHUFFLE(2, 0, 2, 0));
+    return _mm256_blend_ps(a, b, imm | imm << 4);
+}
+template <int imm> inline __m256 permute(__m256 a) { return _mm256_permute_ps(a, imm); }
+#endif
+
+constexpr int kOrderX = _MM_SHUFFLE(1, 2, 3, 0); /* x0 x3 x2 x1, its own inverse */
+constexpr int kOrderY = _MM_SHUFFLE(2, 3, 0, 1); /* y1 y0 y3 y2, likewise */
+constexpr int kOrderZ = _MM_SHUFFLE(3, 0, 1, 2); /* z2 z1 z0 z3, likewise */
+
+template <class V>
+inline void deinterleave(V a, V b, V c, V out[3])
+{
+    out[0] = permute<kOrderX>(blend<0x2>(blend<0x4>(a, b), c)); /* a0 c1 b2 a3 */
+    out[1] = permute<kOrderY>(blend<0x4>(blend<0x2>(b, a), c)); /* b0 a1 c2 b3 */
+    out[2] = permute<kOrderZ>(blend<0x4>(blend<0x2>(c, b), a)); /* c0 b1 a2 c3 */
 }
 
-inline void interleave(__m128 r, __m128 g, __m128 b, __m128 out[3])
+template <class V>
+inline void interleave(V r, V g, V b, V out[3])
 {
-    out[0] = _mm_shuffle_ps(_mm_unpacklo_ps(r, g), _mm_shuffle_ps(b, r, _MM_SHUFFLE(1, 1, 0, 0)),
-                            _MM_SHUFFLE(2, 0, 1, 0));
-    out[1] = _mm_shuffle_ps(_mm_shuffle_ps(g, b, _MM_SHUFFLE(1, 1, 1, 1)),
-                            _mm_shuffle_ps(r, g, _MM_SHUFFLE(2, 2, 2, 2)), _MM_SHUFFLE(2, 0, 2, 0));
-    out[2] = _mm_shuffle_ps(_mm_shuffle_ps(b, r, _MM_SHUFFLE(3, 3, 2, 2)),
-                            _mm_shuffle_ps(g, b, _MM_SHUFFLE(3, 3, 3, 3)), _MM_SHUFFLE(2, 0, 2, 0));
+    const V x = permute<kOrderX>(r), y = permute<kOrderY>(g), z = permute<kOrderZ>(b);
+    out[0] = blend<0x4>(blend<0x2>(x, y), z);
+    out[1] = blend<0x4>(blend<0x2>(y, z), x);
+    out[2] = blend<0x4>(blend<0x2>(z, x), y);
 }
+#else
+template <class V>
+inline void deinterleave(V a, V b, V c, V out[3])
+{
+    const V ab = shuf<_MM_SHUFFLE(2, 1, 3, 0)>(a, b);  /* a0 a3 b1 b2 */
+    const V bc = shuf<_MM_SHUFFLE(1, 0, 3, 2)>(b, c);  /* b2 b3 c0 c1 */
+    out[0] = shuf<_MM_SHUFFLE(3, 0, 1, 0)>(ab, bc);
+    out[1] = shuf<_MM_SHUFFLE(2, 0, 2, 0)>(shuf<_MM_SHUFFLE(0, 0, 1, 1)>(a, b),
+                                           shuf<_MM_SHUFFLE(2, 2, 3, 3)>(b, c));
+    out[2] = shuf<_MM_SHUFFLE(2, 0, 2, 0)>(shuf<_MM_SHUFFLE(1, 1, 2, 2)>(a, b),
+                                           shuf<_MM_SHUFFLE(3, 3, 0, 0)>(c, c));
+}
+
+template <class V>
+inline void interleave(V r, V g, V b, V out[3])
+{
+    out[0] = shuf<_MM_SHUFFLE(2, 0, 1, 0)>(unpack_lo(r, g), shuf<_MM_SHUFFLE(1, 1, 0, 0)>(b, r));
+    out[1] = shuf<_MM_SHUFFLE(2, 0, 2, 0)>(shuf<_MM_SHUFFLE(1, 1, 1, 1)>(g, b),
+                                           shuf<_MM_SHUFFLE(2, 2, 2, 2)>(r, g));
+    out[2] = shuf<_MM_SHUFFLE(2, 0, 2, 0)>(shuf<_MM_SHUFFLE(3, 3, 2, 2)>(b, r),
+                                           shuf<_MM_SHUFFLE(3, 3, 3, 3)>(g, b));
+}
+#endif
 
 inline void interleave(const __m128i in[3], __m128i out[3])
 {
@@ -344,6 +428,26 @@ inline __m128 hi_u16(__m128i v) { return _mm_cvtepi32_ps(_mm_unpackhi_epi16(v, _
 
 /* Eight 8u pixels (24 bytes, nothing read after them) as channel floats of
  * pixels 0..3 in lo, 4..7 in hi. */
+#if LUMI_HAS_SSSE3
+/* Byte c of pixel k of a 12-byte group to the low byte of lane k. */
+inline __m128i channel_bytes(__m128i v, int c)
+{
+    const __m128i pick = _mm_setr_epi8((char)c, -1, -1, -1, (char)(c + 3), -1, -1, -1,
+                                       (char)(c + 6), -1, -1, -1, (char)(c + 9), -1, -1, -1);
+    return _mm_shuffle_epi8(v, pick);
+}
+
+inline void load8(const Lum8u *p, __m128 lo[3], __m128 hi[3])
+{
+    const __m128i v0 = _mm_loadu_si128((const __m128i *)p);
+    const __m128i v1 = _mm_loadl_epi64((const __m128i *)(p + 16));
+    const __m128i v4 = _mm_alignr_epi8(v1, v0, 12); /* pixels 4..7 from byte 0 */
+    for (int c = 0; c < 3; ++c) {
+        lo[c] = _mm_cvtepi32_ps(channel_bytes(v0, c));
+        hi[c] = _mm_cvtepi32_ps(channel_bytes(v4, c));
+    }
+}
+#else
 inline void load8(const Lum8u *p, __m128 lo[3], __m128 hi[3])
 {
     const __m128i z = _mm_setzero_si128();
@@ -354,6 +458,7 @@ inline void load8(const Lum8u *p, __m128 lo[3], __m128 hi[3])
     deinterleave(lo_u16(w0), hi_u16(w0), lo_u16(w1), lo);
     deinterleave(hi_u16(w1), lo_u16(w2), hi_u16(w2), hi);
 }
+#endif
 
 /* Four 16-bit pixels (24 bytes).  A signed element plus 32768 is the same
  * bits read as unsigned with the top bit flipped. */
@@ -371,15 +476,37 @@ inline void load4(const Lum32f *p, __m128 out[3])
     deinterleave(_mm_loadu_ps(p), _mm_loadu_ps(p + 4), _mm_loadu_ps(p + 8), out);
 }
 
-/* Values of 0..top, already interleaved, to stored elements: clamped to the
- * type's range, and biased for 16s.  Stores 8 pixels of 8u or 4 of 16 bits. */
-inline void store8(Lum8u *p, const __m128i q[6])
+/* Values of 0..top to stored elements: clamped to the type's range, and
+ * biased for 16s.  store8 takes eight 8u pixels as one register per channel
+ * (pixels 0..3 in lo, 4..7 in hi); store4 four 16-bit pixels already
+ * interleaved.  Each clamp saturates to 16 bits, then to 8. */
+#if LUMI_HAS_SSSE3
+inline void store8(Lum8u *p, const __m128i lo[3], const __m128i hi[3])
 {
+    const __m128i rg = _mm_packus_epi16(_mm_packs_epi32(lo[0], hi[0]),
+                                        _mm_packs_epi32(lo[1], hi[1])); /* R0..7 G0..7 */
+    const __m128i b = _mm_packs_epi32(lo[2], hi[2]);
+    const __m128i bb = _mm_packus_epi16(b, b);                          /* B0..7 twice */
+    const __m128i rg0 = _mm_setr_epi8(0, 8, -1, 1, 9, -1, 2, 10, -1, 3, 11, -1, 4, 12, -1, 5);
+    const __m128i b0 = _mm_setr_epi8(-1, -1, 0, -1, -1, 1, -1, -1, 2, -1, -1, 3, -1, -1, 4, -1);
+    const __m128i rg1 = _mm_setr_epi8(13, -1, 6, 14, -1, 7, 15, -1, -1, -1, -1, -1, -1, -1, -1, -1);
+    const __m128i b1 = _mm_setr_epi8(-1, 5, -1, -1, 6, -1, -1, 7, -1, -1, -1, -1, -1, -1, -1, -1);
+    _mm_storeu_si128((__m128i *)p, _mm_or_si128(_mm_shuffle_epi8(rg, rg0), _mm_shuffle_epi8(bb, b0)));
+    _mm_storel_epi64((__m128i *)(p + 16),
+                     _mm_or_si128(_mm_shuffle_epi8(rg, rg1), _mm_shuffle_epi8(bb, b1)));
+}
+#else
+inline void store8(Lum8u *p, const __m128i lo[3], const __m128i hi[3])
+{
+    __m128i q[6];
+    interleave(lo, q);
+    interleave(hi, q + 3);
     const __m128i a = _mm_packs_epi32(q[0], q[1]), b = _mm_packs_epi32(q[2], q[3]);
     const __m128i c = _mm_packs_epi32(q[4], q[5]);
     _mm_storeu_si128((__m128i *)p, _mm_packus_epi16(a, b));
     _mm_storel_epi64((__m128i *)(p + 16), _mm_packus_epi16(c, c));
 }
+#endif
 
 template <class Rg>
 inline void store4(typename Rg::T *p, const __m128i q[3])
@@ -400,6 +527,27 @@ inline void store4(Lum32f *p, const __m128 q[3])
     _mm_storeu_ps(p + 4, q[1]);
     _mm_storeu_ps(p + 8, q[2]);
 }
+
+#if LUMI_HAS_AVX
+/* Eight float pixels (24 values): pixels 0..3 in the low halves, 4..7 in
+ * the high ones, so that the shuffles above never cross the halves. */
+inline void load8(const Lum32f *p, __m256 out[3])
+{
+    __m256 v[3];
+    for (int k = 0; k < 3; ++k)
+        v[k] = _mm256_insertf128_ps(_mm256_castps128_ps256(_mm_loadu_ps(p + 4 * k)),
+                                    _mm_loadu_ps(p + 12 + 4 * k), 1);
+    deinterleave(v[0], v[1], v[2], out);
+}
+
+inline void store8(Lum32f *p, const __m256 q[3])
+{
+    for (int k = 0; k < 3; ++k) {
+        _mm_storeu_ps(p + 4 * k, _mm256_castps256_ps128(q[k]));
+        _mm_storeu_ps(p + 12 + 4 * k, _mm256_extractf128_ps(q[k], 1));
+    }
+}
+#endif
 
 /* One plane: four bytes to floats and four values (0..255 after the clamp)
  * back to bytes. */

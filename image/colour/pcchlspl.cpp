@@ -42,6 +42,11 @@
  * machines may differ in the body's last bit; on one machine the tiers that
  * share a mode agree.
  *
+ * The AVX build runs the body's arithmetic on eight lanes, two rounds at a
+ * time; each lane sees the same operations, so its results are those of the
+ * SSE4.1 build.  Blends and byte shuffles move pixels between interleaved
+ * memory and channel registers.
+ *
  * Steps are bytes.  A 16-bit or float row advances by the step divided by
  * the element size; a negative step that is no whole number of elements is
  * rounded toward zero, not down, so that no row starts before the caller's
@@ -118,12 +123,24 @@ void rgb_body(V hv, V lv, V sv, V out[3])
         out[c] = select(grey, lv, mul(rgb[c], splat<V>(Rg::top)));
 }
 
-/* Eight lanes of one body kernel, as two of four. */
+/* Eight lanes of one body kernel: one pass over eight-lane registers where
+ * the build has them, else two over four. */
 template <class Body>
 inline void body8(const __m128 lo[3], const __m128 hi[3], __m128 olo[3], __m128 ohi[3], Body body)
 {
+#if LUMI_HAS_AVX
+    __m256 in[3], out[3];
+    for (int c = 0; c < 3; ++c)
+        in[c] = _mm256_insertf128_ps(_mm256_castps128_ps256(lo[c]), hi[c], 1);
+    body(in, out);
+    for (int c = 0; c < 3; ++c) {
+        olo[c] = _mm256_castps256_ps128(out[c]);
+        ohi[c] = _mm256_extractf128_ps(out[c], 1);
+    }
+#else
     body(lo, olo);
     body(hi, ohi);
+#endif
 }
 
 /* ------------------------------------------------------- row kernels ---- */
@@ -186,9 +203,12 @@ void row_c3(const typename Rg::T *src, typename Rg::T *dst, int32_t width)
         for (; x < (width & ~7); x += 8) {
             load8((const Lum8u *)src + 3 * x, lo, hi);
             body8(lo, hi, olo, ohi, body);
-            convert_block<Dir, Rg>(olo, q);
-            convert_block<Dir, Rg>(ohi, q + 3);
-            store8((Lum8u *)dst + 3 * x, q);
+            __m128i ilo[3], ihi[3];
+            for (int c = 0; c < 3; ++c) {
+                ilo[c] = to_int(olo[c], BodyConvert<Dir, Rg>::cv);
+                ihi[c] = to_int(ohi[c], BodyConvert<Dir, Rg>::cv);
+            }
+            store8((Lum8u *)dst + 3 * x, ilo, ihi);
         }
     } else {
         const int32_t end = width & ~3;
@@ -240,21 +260,36 @@ struct Rgb32f {
     }
 };
 
+/* Eight float pixels through one body kernel: in eight-lane registers from
+ * load to store where the build has them, else as two groups of four. */
+template <class Kernel>
+inline void block8_32f(const Lum32f *src, Lum32f *dst)
+{
+#if LUMI_HAS_AVX
+    __m256 in[3], out[3], q[3];
+    load8(src, in);
+    Kernel::body(in, out);
+    interleave(out[0], out[1], out[2], q);
+    store8(dst, q);
+#else
+    for (int half = 0; half < 2; ++half) {
+        __m128 in[3], out[3], q[3];
+        load4(src + 12 * half, in);
+        Kernel::body(in, out);
+        interleave(out[0], out[1], out[2], q);
+        store4(dst + 12 * half, q);
+    }
+#endif
+}
+
 template <class Kernel>
 void blocks_32f(const Lum32f *src, Lum32f *dst, int32_t end)
 {
     const auto body = [](const auto *in, auto *out) { Kernel::body(in, out); };
-    __m128 lo[3], hi[3], olo[3], ohi[3], q[3];
+    __m128 lo[3], olo[3], q[3];
     int32_t x = 0;
-    for (; x + 8 <= end; x += 8) {
-        load4(src + 3 * x, lo);
-        load4(src + 3 * x + 12, hi);
-        body8(lo, hi, olo, ohi, body);
-        interleave(olo[0], olo[1], olo[2], q);
-        store4(dst + 3 * x, q);
-        interleave(ohi[0], ohi[1], ohi[2], q);
-        store4(dst + 3 * x + 12, q);
-    }
+    for (; x + 8 <= end; x += 8)
+        block8_32f<Kernel>(src + 3 * x, dst + 3 * x);
     if (x < end) {
         load4(src + 3 * x, lo);
         body(lo, olo);
