@@ -268,6 +268,71 @@ void row_pass(const ExtremeWork &wk, const Lum8u *src, Lum8u *out, int32_t bytes
         extreme_taps<Op>(src, taps, stride, out, bytes);
 }
 
+template <int V>
+__m128i load_v(const Lum8u *p)
+{
+    return V == 16 ? load_bytes16(p) : V == 8 ? load_bytes8(p) : _mm_cvtsi32_si128(*p);
+}
+
+template <int V>
+void store_v(Lum8u *p, __m128i v)
+{
+    if (V == 16)
+        _mm_storeu_si128((__m128i *)p, v);
+    else if (V == 8)
+        _mm_storel_epi64((__m128i *)p, v);
+    else
+        *p = (Lum8u)_mm_cvtsi128_si32(v);
+}
+
+/* Narrow windows, two outputs in one sweep: the row pass of the two new
+ * source rows stays in registers for the column pass; only the ring's older
+ * rows are read back.  rows[0 .. h] are the ring rows of footprint rows
+ * y .. y + h, the last two to be filled here. */
+template <typename Op, int W, int V>
+void fused_pair_block(const Lum8u *s0, const Lum8u *s1, intptr_t stride, Lum8u *const *rows,
+                      int32_t h, intptr_t i, Lum8u *d0, Lum8u *d1)
+{
+    const __m128i n0 = taps_vec<Op, W, load_v<V>>(s0 + i, W, stride);
+    const __m128i n1 = taps_vec<Op, W, load_v<V>>(s1 + i, W, stride);
+    store_v<V>(rows[h - 1] + i, n0);
+    store_v<V>(rows[h] + i, n1);
+    __m128i c = n0;
+    for (int32_t k = 1; k + 1 < h; ++k)
+        c = Op::vec(c, load_v<V>(rows[k] + i));
+    store_v<V>(d0 + i, Op::vec(c, load_v<V>(rows[0] + i)));
+    store_v<V>(d1 + i, Op::vec(c, n1));
+}
+
+template <typename Op, int W>
+void fused_pair(const Lum8u *s0, const Lum8u *s1, intptr_t stride, Lum8u *const *rows, int32_t h,
+                Lum8u *d0, Lum8u *d1, int32_t len)
+{
+    int32_t i = 0;
+    for (; i + 16 <= len; i += 16)
+        fused_pair_block<Op, W, 16>(s0, s1, stride, rows, h, i, d0, d1);
+    if (i + 8 <= len) {
+        fused_pair_block<Op, W, 8>(s0, s1, stride, rows, h, i, d0, d1);
+        i += 8;
+    }
+    for (; i < len; ++i)
+        fused_pair_block<Op, W, 1>(s0, s1, stride, rows, h, i, d0, d1);
+}
+
+const int kFusedMaxWidth = 6;
+
+template <typename Op>
+void fused_pair_any(int32_t taps, const Lum8u *s0, const Lum8u *s1, intptr_t stride,
+                    Lum8u *const *rows, int32_t h, Lum8u *d0, Lum8u *d1, int32_t len)
+{
+    typedef void (*Fn)(const Lum8u *, const Lum8u *, intptr_t, Lum8u *const *, int32_t, Lum8u *,
+                       Lum8u *, int32_t);
+    static const Fn fixed[kFusedMaxWidth + 1] = {
+        nullptr,           fused_pair<Op, 1>, fused_pair<Op, 2>, fused_pair<Op, 3>,
+        fused_pair<Op, 4>, fused_pair<Op, 5>, fused_pair<Op, 6>};
+    fixed[taps](s0, s1, stride, rows, h, d0, d1, len);
+}
+
 /* Heights up to kPairMaxHeight: a ring of h + 1 rows (the extra row the
  * last), two outputs at a time. */
 template <typename Op>
@@ -284,7 +349,17 @@ void drive_pairs(const ExtremeWork &wk, const Lum8u *top, intptr_t srcStep, Lum8
         row_pass<Op>(wk, top + k * srcStep, slot[k], bytes, taps, stride);
     int32_t y = 0;
     const Lum8u *rows[kPairMaxHeight + 1];
+    const bool fused = !wk.doubled && taps <= kFusedMaxWidth;
     for (; y + 2 <= roi.height; y += 2) {
+        if (fused) {
+            Lum8u *ordered[kPairMaxHeight + 1];
+            for (int32_t k = 0; k <= h; ++k)
+                ordered[k] = slot[(y + k) % n];
+            fused_pair_any<Op>(taps, top + (y + h - 1) * srcStep, top + (y + h) * srcStep,
+                               stride, ordered, h, pDst + y * dstStep, pDst + (y + 1) * dstStep,
+                               bytes);
+            continue;
+        }
         for (int32_t k = y + h - 1; k <= y + h; ++k)
             row_pass<Op>(wk, top + k * srcStep, slot[k % n], bytes, taps, stride);
         for (int32_t k = 0; k <= h; ++k)
