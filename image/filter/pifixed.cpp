@@ -71,11 +71,20 @@ __m128i round3_vec(__m128i s) /* 16-bit lanes */
     return _mm_srli_epi16(_mm_add_epi16(_mm_add_epi16(s, odd), _mm_set1_epi16(7)), 4);
 }
 
+/* A constant the compiler must not see through: multiplies by it stay one
+ * multiply instead of becoming chains of shifts and adds, which are slower
+ * here than the multiply itself. */
+__m128i opaque(__m128i v)
+{
+    __asm__("" : "+x"(v));
+    return v;
+}
+
 /* Low 32 bits of a * m per lane. */
 __m128i mul_lo32(__m128i a, uint32_t m)
 {
 #if LUMI_HAS_SSE41
-    return _mm_mullo_epi32(a, _mm_set1_epi32((int)m));
+    return _mm_mullo_epi32(a, opaque(_mm_set1_epi32((int)m)));
 #else
     /* SSE3 and SSSE3 have only the even-lane 32x32->64 product. */
     const __m128i k = _mm_set1_epi32((int)m);
@@ -129,9 +138,9 @@ __m128i load_cells(const Lum16u *p) { return _mm_loadu_si128((const __m128i *)p)
 /* w0 * x0 + w1 * x1 + w2 * x2 in 16-bit lanes (callers keep it below 2^16). */
 __m128i mix(__m128i x0, __m128i x1, __m128i x2, short w0, short w1, short w2)
 {
-    return _mm_add_epi16(_mm_add_epi16(_mm_mullo_epi16(x0, _mm_set1_epi16(w0)),
-                                       _mm_mullo_epi16(x1, _mm_set1_epi16(w1))),
-                         _mm_mullo_epi16(x2, _mm_set1_epi16(w2)));
+    return _mm_add_epi16(_mm_add_epi16(_mm_mullo_epi16(x0, opaque(_mm_set1_epi16(w0))),
+                                       _mm_mullo_epi16(x1, opaque(_mm_set1_epi16(w1)))),
+                         _mm_mullo_epi16(x2, opaque(_mm_set1_epi16(w2))));
 }
 
 /* a + b + c of unsigned 16-bit lanes, in 32 bits: lanes 0-3 and 4-7. */
