@@ -87,7 +87,7 @@ __m128i mul_lo32(__m128i a, uint32_t m)
     return _mm_mullo_epi32(a, opaque(_mm_set1_epi32((int)m)));
 #else
     /* SSE3 and SSSE3 have only the even-lane 32x32->64 product. */
-    const __m128i k = _mm_set1_epi32((int)m);
+    const __m128i k = opaque(_mm_set1_epi32((int)m));
     const __m128i even = _mm_mul_epu32(a, k);
     const __m128i odd = _mm_mul_epu32(_mm_srli_epi64(a, 32), k);
     return _mm_unpacklo_epi32(_mm_shuffle_epi32(even, _MM_SHUFFLE(0, 0, 2, 0)),
@@ -135,6 +135,7 @@ const int kStripCells = 1024; /* cells of one kind in a stack strip */
 
 __m128i load_cells(const Lum16u *p) { return _mm_loadu_si128((const __m128i *)p); }
 
+#if !LUMI_HAS_SSSE3
 /* w0 * x0 + w1 * x1 + w2 * x2 in 16-bit lanes (callers keep it below 2^16). */
 __m128i mix(__m128i x0, __m128i x1, __m128i x2, short w0, short w1, short w2)
 {
@@ -142,6 +143,7 @@ __m128i mix(__m128i x0, __m128i x1, __m128i x2, short w0, short w1, short w2)
                                        _mm_mullo_epi16(x1, opaque(_mm_set1_epi16(w1)))),
                          _mm_mullo_epi16(x2, opaque(_mm_set1_epi16(w2))));
 }
+#endif
 
 /* a + b + c of unsigned 16-bit lanes, in 32 bits: lanes 0-3 and 4-7. */
 void widen_sum3(__m128i a, __m128i b, __m128i c, __m128i *lo, __m128i *hi)
@@ -153,11 +155,49 @@ void widen_sum3(__m128i a, __m128i b, __m128i c, __m128i *lo, __m128i *hi)
                         _mm_unpackhi_epi16(c, z));
 }
 
+/* The three 5-tap kinds of one half (low or high eight bytes) of five byte
+ * vectors b[0..4], weighted symmetrically about b[2]:
+ *   k2 = 2 (b0 + b4) + 7 (b1 + b3) + 12 b2
+ *   k1 = 7 (b0 + b4) + 31 (b1 + b3) + 52 b2
+ *   k0 = 12 (b0 + b4) + 52 (b1 + b3) + 127 b2       (k0 wraps past 2^15)
+ * With SSSE3 the byte pairs are multiplied and summed in one step; no pair
+ * sum exceeds 52 * 510, so nothing saturates. */
+void kinds5(const __m128i *b, bool hi, __m128i *k2, __m128i *k1, __m128i *k0)
+{
+    const __m128i z = _mm_setzero_si128();
+#if LUMI_HAS_SSSE3
+    const __m128i i04 = hi ? _mm_unpackhi_epi8(b[0], b[4]) : _mm_unpacklo_epi8(b[0], b[4]);
+    const __m128i i13 = hi ? _mm_unpackhi_epi8(b[1], b[3]) : _mm_unpacklo_epi8(b[1], b[3]);
+    const __m128i i2 = hi ? _mm_unpackhi_epi8(b[2], z) : _mm_unpacklo_epi8(b[2], z);
+    const auto kind = [&](int w0, int w1, int w2) {
+        return _mm_add_epi16(
+            _mm_add_epi16(_mm_maddubs_epi16(i04, _mm_set1_epi16((short)(w0 | w0 << 8))),
+                          _mm_maddubs_epi16(i13, _mm_set1_epi16((short)(w1 | w1 << 8)))),
+            _mm_maddubs_epi16(i2, _mm_set1_epi16((short)w2)));
+    };
+    *k2 = kind(2, 7, 12);
+    *k1 = kind(7, 31, 52);
+    *k0 = kind(12, 52, 127);
+#else
+    __m128i w[5];
+    for (int i = 0; i < 5; ++i)
+        w[i] = hi ? _mm_unpackhi_epi8(b[i], z) : _mm_unpacklo_epi8(b[i], z);
+    const __m128i s0 = _mm_add_epi16(w[0], w[4]), s1 = _mm_add_epi16(w[1], w[3]);
+    *k2 = mix(s0, s1, w[2], 2, 7, 12);
+    *k1 = mix(s0, s1, w[2], 7, 31, 52);
+    *k0 = mix(s0, s1, w[2], 12, 52, 127);
+#endif
+}
+
 struct Strip3 {
     enum { r = 1, kinds = 1 };
-    /* Eight columns from x of rows p[0..2] (widened bytes). */
-    static void down(const __m128i *w, Lum16u *const *cells, intptr_t x)
+    /* Eight columns from x: the low or high half of the byte vectors b[0..2]. */
+    static void down(const __m128i *b, bool hi, Lum16u *const *cells, intptr_t x)
     {
+        const __m128i z = _mm_setzero_si128();
+        __m128i w[3];
+        for (int i = 0; i < 3; ++i)
+            w[i] = hi ? _mm_unpackhi_epi8(b[i], z) : _mm_unpacklo_epi8(b[i], z);
         const __m128i c = _mm_add_epi16(_mm_add_epi16(w[0], w[2]), _mm_add_epi16(w[1], w[1]));
         _mm_storeu_si128((__m128i *)(cells[0] + x), c);
     }
@@ -183,12 +223,13 @@ struct Strip3 {
 
 struct Strip5 {
     enum { r = 2, kinds = 3 };
-    static void down(const __m128i *w, Lum16u *const *cells, intptr_t x)
+    static void down(const __m128i *b, bool hi, Lum16u *const *cells, intptr_t x)
     {
-        const __m128i s0 = _mm_add_epi16(w[0], w[4]), s1 = _mm_add_epi16(w[1], w[3]);
-        _mm_storeu_si128((__m128i *)(cells[2] + x), mix(s0, s1, w[2], 2, 7, 12));
-        _mm_storeu_si128((__m128i *)(cells[1] + x), mix(s0, s1, w[2], 7, 31, 52));
-        _mm_storeu_si128((__m128i *)(cells[0] + x), mix(s0, s1, w[2], 12, 52, 127));
+        __m128i k2, k1, k0;
+        kinds5(b, hi, &k2, &k1, &k0);
+        _mm_storeu_si128((__m128i *)(cells[2] + x), k2);
+        _mm_storeu_si128((__m128i *)(cells[1] + x), k1);
+        _mm_storeu_si128((__m128i *)(cells[0] + x), k0);
     }
     static void down1(const Lum8u *const *p, Lum16u *const *cells, intptr_t x)
     {
@@ -219,23 +260,18 @@ template <typename K>
 void strip_down(const Lum8u *const *p, Lum16u *const *cells, int32_t span)
 {
     const int n = 2 * K::r + 1;
-    const __m128i z = _mm_setzero_si128();
     int32_t x = 0;
+    __m128i b[5];
     for (; x + 16 <= span; x += 16) {
-        __m128i lo[5], hi[5];
-        for (int i = 0; i < n; ++i) {
-            const __m128i v = _mm_loadu_si128((const __m128i *)(p[i] + x));
-            lo[i] = _mm_unpacklo_epi8(v, z);
-            hi[i] = _mm_unpackhi_epi8(v, z);
-        }
-        K::down(lo, cells, x);
-        K::down(hi, cells, x + 8);
+        for (int i = 0; i < n; ++i)
+            b[i] = _mm_loadu_si128((const __m128i *)(p[i] + x));
+        K::down(b, false, cells, x);
+        K::down(b, true, cells, x + 8);
     }
     if (x + 8 <= span) {
-        __m128i lo[5];
         for (int i = 0; i < n; ++i)
-            lo[i] = _mm_unpacklo_epi8(_mm_loadl_epi64((const __m128i *)(p[i] + x)), z);
-        K::down(lo, cells, x);
+            b[i] = _mm_loadl_epi64((const __m128i *)(p[i] + x));
+        K::down(b, false, cells, x);
         x += 8;
     }
     for (; x < span; ++x)
@@ -300,19 +336,28 @@ void direct_rows(const Lum8u *pSrc, intptr_t srcStep, Lum8u *pDst, intptr_t dstS
 /* 5x5 row pass: the three horizontal kinds of one source row. */
 void gauss5_row(const Lum8u *src, int32_t len, int ch, Lum16u *a, Lum16u *b, Lum16u *c)
 {
-    const __m128i z = _mm_setzero_si128();
     int32_t i = 0;
-    for (; i + 8 <= len; i += 8) {
-        const Lum8u *p = src + i;
-        const __m128i m2 = _mm_unpacklo_epi8(_mm_loadl_epi64((const __m128i *)(p - 2 * ch)), z);
-        const __m128i m1 = _mm_unpacklo_epi8(_mm_loadl_epi64((const __m128i *)(p - ch)), z);
-        const __m128i c0 = _mm_unpacklo_epi8(_mm_loadl_epi64((const __m128i *)p), z);
-        const __m128i p1 = _mm_unpacklo_epi8(_mm_loadl_epi64((const __m128i *)(p + ch)), z);
-        const __m128i p2 = _mm_unpacklo_epi8(_mm_loadl_epi64((const __m128i *)(p + 2 * ch)), z);
-        const __m128i e2 = _mm_add_epi16(m2, p2), e1 = _mm_add_epi16(m1, p1);
-        _mm_storeu_si128((__m128i *)(a + i), mix(e2, e1, c0, 2, 7, 12));
-        _mm_storeu_si128((__m128i *)(b + i), mix(e2, e1, c0, 7, 31, 52));
-        _mm_storeu_si128((__m128i *)(c + i), mix(e2, e1, c0, 12, 52, 127));
+    __m128i v[5], k2, k1, k0;
+    for (; i + 16 <= len; i += 16) {
+        for (int t = 0; t < 5; ++t)
+            v[t] = _mm_loadu_si128((const __m128i *)(src + i + (t - 2) * ch));
+        kinds5(v, false, &k2, &k1, &k0);
+        _mm_storeu_si128((__m128i *)(a + i), k2);
+        _mm_storeu_si128((__m128i *)(b + i), k1);
+        _mm_storeu_si128((__m128i *)(c + i), k0);
+        kinds5(v, true, &k2, &k1, &k0);
+        _mm_storeu_si128((__m128i *)(a + i + 8), k2);
+        _mm_storeu_si128((__m128i *)(b + i + 8), k1);
+        _mm_storeu_si128((__m128i *)(c + i + 8), k0);
+    }
+    if (i + 8 <= len) {
+        for (int t = 0; t < 5; ++t)
+            v[t] = _mm_loadl_epi64((const __m128i *)(src + i + (t - 2) * ch));
+        kinds5(v, false, &k2, &k1, &k0);
+        _mm_storeu_si128((__m128i *)(a + i), k2);
+        _mm_storeu_si128((__m128i *)(b + i), k1);
+        _mm_storeu_si128((__m128i *)(c + i), k0);
+        i += 8;
     }
     for (; i < len; ++i) {
         const Lum8u *p = src + i;
