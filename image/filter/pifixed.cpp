@@ -257,8 +257,14 @@ struct Strip5 {
 
 /* Down the columns of `span` footprint bytes from p[0..2r] into the cells. */
 template <typename K>
-void strip_down(const Lum8u *const *p, Lum16u *const *cells, int32_t span)
+void strip_down(const Lum8u *const *rows, Lum16u *const *cellRows, int32_t span)
 {
+    const Lum8u *p[5];
+    for (int i = 0; i < 2 * K::r + 1; ++i)
+        p[i] = rows[i];
+    Lum16u *cells[3];
+    for (int k = 0; k < K::kinds; ++k)
+        cells[k] = cellRows[k];
     const int n = 2 * K::r + 1;
     int32_t x = 0;
     __m128i b[5];
@@ -280,8 +286,13 @@ void strip_down(const Lum8u *const *p, Lum16u *const *cells, int32_t span)
 
 /* Across the cells into `len` output bytes. */
 template <typename K>
-void strip_across(Lum16u *const *cells, intptr_t ch, Lum8u *dst, int32_t len)
+void strip_across(Lum16u *const *cellRows, intptr_t ch, Lum8u *dst, int32_t len)
 {
+    /* Local copies: the byte stores below could otherwise alias the caller's
+     * pointers and force them to be read again at every block. */
+    Lum16u *cells[3];
+    for (int k = 0; k < K::kinds; ++k)
+        cells[k] = cellRows[k];
     int32_t x = 0;
     for (; x + 16 <= len; x += 16) {
         const __m128i out = _mm_packus_epi16(K::across(cells, x, ch), K::across(cells, x + 8, ch));

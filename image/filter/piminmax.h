@@ -305,9 +305,14 @@ void fused_pair_block(const Lum8u *s0, const Lum8u *s1, intptr_t stride, Lum8u *
 }
 
 template <typename Op, int W>
-void fused_pair(const Lum8u *s0, const Lum8u *s1, intptr_t stride, Lum8u *const *rows, int32_t h,
-                Lum8u *d0, Lum8u *d1, int32_t len)
+void fused_pair(const Lum8u *s0, const Lum8u *s1, intptr_t stride, Lum8u *const *ringRows,
+                int32_t h, Lum8u *d0, Lum8u *d1, int32_t len)
 {
+    /* A local copy: the byte stores could otherwise alias the caller's
+     * pointers and force them to be read again at every block. */
+    Lum8u *rows[kPairMaxHeight + 1];
+    for (int32_t k = 0; k <= h; ++k)
+        rows[k] = ringRows[k];
     int32_t i = 0;
     for (; i + 16 <= len; i += 16)
         fused_pair_block<Op, W, 16>(s0, s1, stride, rows, h, i, d0, d1);
