@@ -14,12 +14,22 @@
  *   column pass  the extreme of the ring's rows, which are exactly the
  *                window's rows in some order, into the destination row.
  * The ring starts with the first maskSize.height - 1 footprint rows; every
- * output row adds the next one over the oldest.  A 1x1 mask is a plain copy
- * and takes no memory; a window one pixel wide makes the row pass a copy,
- * one row tall the column pass.  Both passes are one loop over taps
- * (extreme_taps): 32 bytes at a time, then 16 and 8, then single bytes, with
- * unaligned loads that never leave the footprint or the ring row.  All tiers
- * run this SSE2 code and agree.
+ * output row adds the next one.  A 1x1 mask is a plain copy and takes no
+ * memory.  The passes take the fastest form the window allows:
+ *   row pass     up to 6 wide, a loop over the taps; 7 or more, spans that
+ *                double (pairs, 4, 8 ...) in a scratch row, so the work per
+ *                byte grows with log2 of the width;
+ *   column pass  up to 9 tall, two outputs at a time over a ring of h + 1
+ *                rows, sharing their h - 1 middle rows (for windows up to 6
+ *                wide the two new rows' row pass stays in registers); taller,
+ *                blocks of h rows: an output is the extreme of its block's
+ *                suffix and a running head of the next block, about three
+ *                row operations per output whatever the height.
+ * The extra ring row and the scratch row share the ring's one block; when
+ * the total would not fit a 31-bit count the plain passes (taps across, the
+ * ring's rows down) run instead.  Loops go 16 bytes at a time, then 8, then
+ * single bytes, with unaligned loads that never leave the footprint or the
+ * block.  All tiers run this SSE2 code and agree.
  *
  * Failures: the checks (null, size, step, mask, anchor) and then a ring that
  * cannot be counted in 31 bits: a row whose padded length does not fit is a
@@ -113,14 +123,6 @@ void extreme_taps(const Lum8u *in, int32_t taps, intptr_t stride, Lum8u *out, in
         extreme_taps_n<Op, 12>, extreme_taps_n<Op, 13>, extreme_taps_n<Op, 14>,
         extreme_taps_n<Op, 15>, extreme_taps_n<Op, 16>};
     fixed[taps <= 16 ? taps : 0](in, taps, stride, out, len);
-}
-
-/* Row pass: one source row into one ring row. */
-template <typename Op>
-void ownlumiFilterExtreme_8u_Row(const Lum8u *src, Lum8u *ringRow, int32_t bytes,
-                                 int32_t windowBytes, int32_t stride)
-{
-    extreme_taps<Op>(src, windowBytes / stride, stride, ringRow, bytes);
 }
 
 /* Column pass: the extreme of `height` ring rows into a destination row. */
