@@ -277,6 +277,37 @@ TEST(GaussEngines, DirectAndTableMatchTheReferenceOnEveryTier)
     }
 }
 
+// Rows longer than one strip of working cells are done in several strips;
+// outputs on either side of a strip's end read the same footprint columns.
+TEST(GaussEngines, RowsWiderThanOneStrip)
+{
+    for (const lumitest::TierMembers &m : lumitest::runnable_tier_members()) {
+        SCOPED_TRACE(m.name);
+        const auto &e = engines(m);
+        for (int r : {1, 2})
+            for (int ch : {1, 3})
+                for (int w : ch == 1 ? std::vector<int>{1019, 1025, 2100}
+                                     : std::vector<int>{339, 342, 700}) {
+                    SCOPED_TRACE(testing::Message() << 2 * r + 1 << " C" << ch << " " << w);
+                    Footprint f(w, 2, ch, r, (uint32_t)(w + r + ch));
+                    const std::vector<uint8_t> want = reference(f);
+                    EXPECT_EQ(run(f, 3,
+                                  [&](Lum8u *d, int step) {
+                                      return e.table(f.centre(), f.step, d, step, {w, 2},
+                                                     mask_of(r), ch);
+                                  }),
+                              want);
+                    if (ch == 1)
+                        EXPECT_EQ(run(f, 5,
+                                      [&](Lum8u *d, int step) {
+                                          return e.direct(f.centre(), f.step, d, step, {w, 2},
+                                                          mask_of(r));
+                                      }),
+                                  want);
+                }
+    }
+}
+
 // The 5x5 sums of a picture of extremes (0 and 255 in every arrangement of a
 // few bits) reach far apart values of S, up to 145,605, where a 16-bit
 // overflow or a wrong scale would show.

@@ -112,6 +112,23 @@ TEST_P(MinMax, RingWrapsOverTallRegions)
             check_case(flt, 45, 40, {3, mh}, {1, mh - 1}, 77 + mh, 256);
 }
 
+// Windows tall enough to work in blocks of rows, over regions several blocks
+// tall (every phase of a block, a last block cut short), and wide ones whose
+// row pass doubles spans, at powers of two and between them; odd region
+// heights leave a single row after the pairs.
+TEST_P(MinMax, TallAndWideWindowsOverManyBlocks)
+{
+    const LumiSize masks[] = {{3, 10}, {8, 11}, {16, 13}, {7, 9}, {1, 12}, {12, 1}, {31, 4}};
+    uint32_t seed = 500;
+    for (const Filter &flt : kFilters)
+        for (const LumiSize &m : masks)
+            for (int h : {3, 26, 41}) {
+                ++seed;
+                check_case(flt, 37 + (int)(seed % 7), h, m, {m.width / 3, m.height - 1}, seed,
+                           seed % 2 ? 256 : 5);
+            }
+}
+
 TEST_P(MinMax, StatusOrder)
 {
     std::vector<uint8_t> s(256, 1);

@@ -241,6 +241,23 @@ void convolve(Fn fn, int ch, bool large, const Bytes &in, Bytes &out, Divisor...
     }
 }
 
+// The Gaussian filter with both masks; the window is centred, so the region
+// starts two pixels in from the footprint's corner.
+template <typename Fn>
+void gauss_both(Fn fn, int ch, const Bytes &in, Bytes &out)
+{
+    const int srcStep = kFootW * ch + 2, dstStep = kFilterW * ch + 7;
+    out.clear();
+    for (LumiMaskSize mask : {lumMaskSize3x3, lumMaskSize5x5}) {
+        Bytes dst((size_t)dstStep * kFilterH, 0);
+        const Lum8u *src = in.data() + (size_t)2 * srcStep + 2 * ch;
+        const LumStatus st =
+            fn(src, srcStep, dst.data(), dstStep, LumiSize{kFilterW, kFilterH}, mask);
+        dst.push_back((uint8_t)st);
+        out.insert(out.end(), dst.begin(), dst.end());
+    }
+}
+
 const size_t kFootBytes3 = (size_t)(kFootW * 3 + 2) * kFootH;
 const size_t kResizeBytes3 = (size_t)(41 * 3 + 3) * 29;
 const int kBig = 1024; // plane copies this wide ask for the cache size
@@ -381,6 +398,22 @@ const Job kJobs[] = {
     {"FilterMedianColor_C3R", kFootBytes3,
      [](int i, const Bytes &in, Bytes &out) {
          fixed_window_filter(tiers_lumiFilterMedianColor_8u_C3R[i], in, out);
+     }},
+    {"FilterGauss_C1R", kFootBytes3,
+     [](int i, const Bytes &in, Bytes &out) {
+         gauss_both(tiers_lumiFilterGauss_8u_C1R[i], 1, in, out);
+     }},
+    {"FilterGauss_C3R", kFootBytes3,
+     [](int i, const Bytes &in, Bytes &out) {
+         gauss_both(tiers_lumiFilterGauss_8u_C3R[i], 3, in, out);
+     }},
+    {"FilterMin_C1R", kFootBytes3,
+     [](int i, const Bytes &in, Bytes &out) {
+         window_filter(tiers_lumiFilterMin_8u_C1R[i], 1, false, in, out);
+     }},
+    {"FilterMax_C1R", kFootBytes3,
+     [](int i, const Bytes &in, Bytes &out) {
+         window_filter(tiers_lumiFilterMax_8u_C1R[i], 1, false, in, out);
      }},
 };
 const int kJobCount = (int)(sizeof kJobs / sizeof kJobs[0]);

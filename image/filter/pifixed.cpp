@@ -20,16 +20,15 @@
  * the same pixels.
  *
  * Engines:
- *   direct (one channel, y8 and e9): one pass straight from the source rows.
- *     Scalar pixels until the destination is 16-aligned, then 16 outputs at
- *     a time: each row is loaded twice (from r left and r right of the block),
- *     widened to 16 bits and summed down the columns once; the neighbours
- *     come from lane shifts of those column sums.  For 5x5 each column first
- *     gets its weight for a window centred 0, 1 and 2 columns away, in 16
- *     bits; five shifted terms add up in 32 bits for the scale.
- *   table (three channels everywhere, one channel in m7 and n8):
- *     3x3  per output row, 16-bit column sums top + 2*middle + bottom of the
- *          footprint row, then left + 2*centre + right across them;
+ *   direct (one channel, y8 and e9): no working memory.  Each output row
+ *     goes in strips of up to 1024 values: down the strip's footprint columns
+ *     into 16-bit cells on the stack (3x3: top + 2*middle + bottom; 5x5: for
+ *     each column its share of a window centred 2, 1 and 0 columns away),
+ *     then across the cells; the 5x5 sum of five shifted cells and its scale
+ *     are formed in 32 bits.
+ *   table (three channels everywhere, one channel in m7 and n8): one block
+ *     of working rows, taken before anything is written.
+ *     3x3  the same strips as the direct engine, in the block;
  *     5x5  each source row is filtered once into three 16-bit rows
  *          ([2 7 12 7 2], [7 31 52 31 7], [12 52 127 52 12]) kept in rings of
  *          5, 4 and 3 rows (12 rows in one block); an output row adds the
@@ -38,8 +37,8 @@
  *          conversion rounds by the thread's rounding mode, so the call sets
  *          it to nearest when it is not and puts the caller's back on every
  *          return.
- * Tiers run the same code but for two small helpers (lane shifts and the
- * 32-bit multiply), which use the instructions each tier has.
+ * Tiers run the same code but for one small helper (the 32-bit multiply),
+ * which uses the instructions each tier has.
  *
  * A width whose working rows cannot be counted in a signed 32-bit byte count
  * is refused with lumStsSizeErr before anything is written; every address is
@@ -72,14 +71,23 @@ __m128i round3_vec(__m128i s) /* 16-bit lanes */
     return _mm_srli_epi16(_mm_add_epi16(_mm_add_epi16(s, odd), _mm_set1_epi16(7)), 4);
 }
 
+/* A constant the compiler must not see through: multiplies by it stay one
+ * multiply instead of becoming chains of shifts and adds, which are slower
+ * here than the multiply itself. */
+__m128i opaque(__m128i v)
+{
+    __asm__("" : "+x"(v));
+    return v;
+}
+
 /* Low 32 bits of a * m per lane. */
 __m128i mul_lo32(__m128i a, uint32_t m)
 {
 #if LUMI_HAS_SSE41
-    return _mm_mullo_epi32(a, _mm_set1_epi32((int)m));
+    return _mm_mullo_epi32(a, opaque(_mm_set1_epi32((int)m)));
 #else
     /* SSE3 and SSSE3 have only the even-lane 32x32->64 product. */
-    const __m128i k = _mm_set1_epi32((int)m);
+    const __m128i k = opaque(_mm_set1_epi32((int)m));
     const __m128i even = _mm_mul_epu32(a, k);
     const __m128i odd = _mm_mul_epu32(_mm_srli_epi64(a, 32), k);
     return _mm_unpacklo_epi32(_mm_shuffle_epi32(even, _MM_SHUFFLE(0, 0, 2, 0)),
@@ -90,19 +98,6 @@ __m128i mul_lo32(__m128i a, uint32_t m)
 __m128i round5_vec(__m128i s) /* 32-bit lanes */
 {
     return _mm_srli_epi32(mul_lo32(_mm_add_epi32(s, _mm_set1_epi32(286)), 29382u), 24);
-}
-
-/* Lanes k..k+7 (16-bit) of the pair lo:hi. */
-template <int k>
-__m128i lanes_from(__m128i lo, __m128i hi)
-{
-    if (k == 0)
-        return lo;
-#if LUMI_HAS_SSSE3
-    return _mm_alignr_epi8(hi, lo, (k * 2) & 15);
-#else
-    return _mm_or_si128(_mm_srli_si128(lo, (k * 2) & 15), _mm_slli_si128(hi, (16 - k * 2) & 15));
-#endif
 }
 
 /* The caller's rounding field, put to nearest for the call when it differs. */
@@ -124,43 +119,31 @@ void leave_nearest(unsigned saved)
 
 /* ------------------------------------------------------- direct engine -- */
 
-const int kWeights3[3] = {1, 2, 1};
-const int kWeights5[3][5] = {{2, 7, 12, 7, 2}, {7, 31, 52, 31, 7}, {12, 52, 127, 52, 12}};
+/* Each output row goes in strips: first down the columns of the strip's
+ * footprint into 16-bit cells, then across them.  The cells of a strip stay
+ * in the first-level cache; the direct engine keeps them on the stack.
+ *   3x3  c = top + 2 * middle + bottom                     (at most 1020)
+ *        S = c[-1] + 2 * c[0] + c[+1]
+ *   5x5  from s0 = rows -2 + +2, s1 = rows -1 + +1, s2 = the centre row,
+ *        each column's share of a window centred 2, 1 or 0 columns away:
+ *        u2 = 2 s0 + 7 s1 + 12 s2                          (at most 7650)
+ *        u1 = 7 s0 + 31 s1 + 52 s2                         (at most 32640)
+ *        u0 = 12 s0 + 52 s1 + 127 s2                       (at most 65025)
+ *        S = (u2[-2] + u2[+2]) + (u1[-1] + u1[+1]) + u0[0], the first two
+ *        pairs in 16 bits, the sum in 32. */
+const int kStripCells = 1024; /* cells of one kind in a stack strip */
 
-int weight(int r, int i, int j)
-{
-    if (r == 1)
-        return kWeights3[i + 1] * kWeights3[j + 1];
-    const int row = 2 - (i < 0 ? -i : i);
-    return kWeights5[row][j + 2];
-}
+__m128i load_cells(const Lum16u *p) { return _mm_loadu_si128((const __m128i *)p); }
 
-/* One output value from the window centred on p. */
-template <int r>
-Lum8u pixel(const Lum8u *p, intptr_t step)
-{
-    uint32_t s = 0;
-    for (int i = -r; i <= r; ++i)
-        for (int j = -r; j <= r; ++j)
-            s += (uint32_t)weight(r, i, j) * p[i * step + j];
-    return (Lum8u)(r == 1 ? round3(s) : round5(s));
-}
-
-/* Low or high eight bytes of each of n rows, widened to 16 bits. */
-void widen_rows(const __m128i *rows, int n, bool hi, __m128i *w)
-{
-    const __m128i z = _mm_setzero_si128();
-    for (int i = 0; i < n; ++i)
-        w[i] = hi ? _mm_unpackhi_epi8(rows[i], z) : _mm_unpacklo_epi8(rows[i], z);
-}
-
+#if !LUMI_HAS_SSSE3
 /* w0 * x0 + w1 * x1 + w2 * x2 in 16-bit lanes (callers keep it below 2^16). */
 __m128i mix(__m128i x0, __m128i x1, __m128i x2, short w0, short w1, short w2)
 {
-    return _mm_add_epi16(_mm_add_epi16(_mm_mullo_epi16(x0, _mm_set1_epi16(w0)),
-                                       _mm_mullo_epi16(x1, _mm_set1_epi16(w1))),
-                         _mm_mullo_epi16(x2, _mm_set1_epi16(w2)));
+    return _mm_add_epi16(_mm_add_epi16(_mm_mullo_epi16(x0, opaque(_mm_set1_epi16(w0))),
+                                       _mm_mullo_epi16(x1, opaque(_mm_set1_epi16(w1)))),
+                         _mm_mullo_epi16(x2, opaque(_mm_set1_epi16(w2))));
 }
+#endif
 
 /* a + b + c of unsigned 16-bit lanes, in 32 bits: lanes 0-3 and 4-7. */
 void widen_sum3(__m128i a, __m128i b, __m128i c, __m128i *lo, __m128i *hi)
@@ -172,191 +155,220 @@ void widen_sum3(__m128i a, __m128i b, __m128i c, __m128i *lo, __m128i *hi)
                         _mm_unpackhi_epi16(c, z));
 }
 
-template <int N>
-struct Cols {
-    __m128i v[N];
-};
-
-template <int k, int N>
-Cols<N> take(const Cols<N> &lo, const Cols<N> &hi)
+/* The three 5-tap kinds of one half (low or high eight bytes) of five byte
+ * vectors b[0..4], weighted symmetrically about b[2]:
+ *   k2 = 2 (b0 + b4) + 7 (b1 + b3) + 12 b2
+ *   k1 = 7 (b0 + b4) + 31 (b1 + b3) + 52 b2
+ *   k0 = 12 (b0 + b4) + 52 (b1 + b3) + 127 b2       (k0 wraps past 2^15)
+ * With SSSE3 the byte pairs are multiplied and summed in one step; no pair
+ * sum exceeds 52 * 510, so nothing saturates. */
+void kinds5(const __m128i *b, bool hi, __m128i *k2, __m128i *k1, __m128i *k0)
 {
-    Cols<N> out;
-    for (int i = 0; i < N; ++i)
-        out.v[i] = lanes_from<k>(lo.v[i], hi.v[i]);
-    return out;
+    const __m128i z = _mm_setzero_si128();
+#if LUMI_HAS_SSSE3
+    const __m128i i04 = hi ? _mm_unpackhi_epi8(b[0], b[4]) : _mm_unpacklo_epi8(b[0], b[4]);
+    const __m128i i13 = hi ? _mm_unpackhi_epi8(b[1], b[3]) : _mm_unpacklo_epi8(b[1], b[3]);
+    const __m128i i2 = hi ? _mm_unpackhi_epi8(b[2], z) : _mm_unpacklo_epi8(b[2], z);
+    const auto kind = [&](int w0, int w1, int w2) {
+        return _mm_add_epi16(
+            _mm_add_epi16(_mm_maddubs_epi16(i04, _mm_set1_epi16((short)(w0 | w0 << 8))),
+                          _mm_maddubs_epi16(i13, _mm_set1_epi16((short)(w1 | w1 << 8)))),
+            _mm_maddubs_epi16(i2, _mm_set1_epi16((short)w2)));
+    };
+    *k2 = kind(2, 7, 12);
+    *k1 = kind(7, 31, 52);
+    *k0 = kind(12, 52, 127);
+#else
+    __m128i w[5];
+    for (int i = 0; i < 5; ++i)
+        w[i] = hi ? _mm_unpackhi_epi8(b[i], z) : _mm_unpacklo_epi8(b[i], z);
+    const __m128i s0 = _mm_add_epi16(w[0], w[4]), s1 = _mm_add_epi16(w[1], w[3]);
+    *k2 = mix(s0, s1, w[2], 2, 7, 12);
+    *k1 = mix(s0, s1, w[2], 7, 31, 52);
+    *k0 = mix(s0, s1, w[2], 12, 52, 127);
+#endif
 }
 
-/* Lanes `from`.. of c in the low lanes. */
-template <int from, int N>
-Cols<N> high_lanes(const Cols<N> &c)
-{
-    Cols<N> out;
-    for (int i = 0; i < N; ++i)
-        out.v[i] = _mm_srli_si128(c.v[i], from * 2);
-    return out;
-}
-
-/* 3x3: one column sum, top + 2 * middle + bottom. */
-struct Direct3 {
-    enum { r = 1, N = 1 };
-    static void columns(const __m128i rows[3], bool hi, Cols<1> *c)
+struct Strip3 {
+    enum { r = 1, kinds = 1 };
+    /* Eight columns from x: the low or high half of the byte vectors b[0..2]. */
+    static void down(const __m128i *b, bool hi, Lum16u *const *cells, intptr_t x)
     {
+        const __m128i z = _mm_setzero_si128();
         __m128i w[3];
-        widen_rows(rows, 3, hi, w);
-        c->v[0] = _mm_add_epi16(_mm_add_epi16(w[0], w[2]), _mm_add_epi16(w[1], w[1]));
+        for (int i = 0; i < 3; ++i)
+            w[i] = hi ? _mm_unpackhi_epi8(b[i], z) : _mm_unpacklo_epi8(b[i], z);
+        const __m128i c = _mm_add_epi16(_mm_add_epi16(w[0], w[2]), _mm_add_epi16(w[1], w[1]));
+        _mm_storeu_si128((__m128i *)(cells[0] + x), c);
     }
-    static __m128i outputs(const Cols<1> n[3])
+    static void down1(const Lum8u *const *p, Lum16u *const *cells, intptr_t x)
     {
-        const __m128i s = _mm_add_epi16(_mm_add_epi16(n[0].v[0], n[2].v[0]),
-                                        _mm_add_epi16(n[1].v[0], n[1].v[0]));
+        cells[0][x] = (Lum16u)(p[0][x] + 2 * p[1][x] + p[2][x]);
+    }
+    /* Eight outputs from cell x (cell 0 lies r pixels left of output 0). */
+    static __m128i across(Lum16u *const *cells, intptr_t x, intptr_t ch)
+    {
+        const Lum16u *c = cells[0] + x;
+        const __m128i m = load_cells(c + ch);
+        const __m128i s = _mm_add_epi16(_mm_add_epi16(load_cells(c), load_cells(c + 2 * ch)),
+                                        _mm_add_epi16(m, m));
         return round3_vec(s);
     }
+    static Lum8u across1(Lum16u *const *cells, intptr_t x, intptr_t ch)
+    {
+        const Lum16u *c = cells[0] + x;
+        return (Lum8u)round3((uint32_t)c[0] + 2u * c[ch] + c[2 * ch]);
+    }
 };
 
-/* 5x5: each column's contribution to a window whose centre is 2, 1 or 0
- * columns away, from s0 = rows -2 + +2, s1 = rows -1 + +1 and s2 = the
- * centre row:
- *   u2 = 2 s0 + 7 s1 + 12 s2       (at most 7650)
- *   u1 = 7 s0 + 31 s1 + 52 s2      (at most 32640)
- *   u0 = 12 s0 + 52 s1 + 127 s2    (at most 65025)
- * so that S = u2[-2] + u1[-1] + u0[0] + u1[+1] + u2[+2], and each needs only
- * the neighbour shifts it is read at. */
-struct Direct5 {
-    enum { r = 2, N = 3 };
-    static void columns(const __m128i rows[5], bool hi, Cols<3> *c)
+struct Strip5 {
+    enum { r = 2, kinds = 3 };
+    static void down(const __m128i *b, bool hi, Lum16u *const *cells, intptr_t x)
     {
-        __m128i w[5];
-        widen_rows(rows, 5, hi, w);
-        const __m128i s0 = _mm_add_epi16(w[0], w[4]), s1 = _mm_add_epi16(w[1], w[3]);
-        c->v[0] = mix(s0, s1, w[2], 2, 7, 12);
-        c->v[1] = mix(s0, s1, w[2], 7, 31, 52);
-        c->v[2] = mix(s0, s1, w[2], 12, 52, 127);
+        __m128i k2, k1, k0;
+        kinds5(b, hi, &k2, &k1, &k0);
+        _mm_storeu_si128((__m128i *)(cells[2] + x), k2);
+        _mm_storeu_si128((__m128i *)(cells[1] + x), k1);
+        _mm_storeu_si128((__m128i *)(cells[0] + x), k0);
     }
-    static __m128i outputs(const Cols<3> n[5])
+    static void down1(const Lum8u *const *p, Lum16u *const *cells, intptr_t x)
     {
+        const uint32_t s0 = p[0][x] + p[4][x], s1 = p[1][x] + p[3][x], s2 = p[2][x];
+        cells[2][x] = (Lum16u)(2 * s0 + 7 * s1 + 12 * s2);
+        cells[1][x] = (Lum16u)(7 * s0 + 31 * s1 + 52 * s2);
+        cells[0][x] = (Lum16u)(12 * s0 + 52 * s1 + 127 * s2);
+    }
+    static __m128i across(Lum16u *const *cells, intptr_t x, intptr_t ch)
+    {
+        const Lum16u *u0 = cells[0] + x, *u1 = cells[1] + x, *u2 = cells[2] + x;
         /* u2 + u2 <= 15300 and u1 + u1 <= 65280 stay in 16 bits. */
         __m128i lo, hi;
-        widen_sum3(_mm_add_epi16(n[0].v[0], n[4].v[0]), _mm_add_epi16(n[1].v[1], n[3].v[1]),
-                   n[2].v[2], &lo, &hi);
+        widen_sum3(_mm_add_epi16(load_cells(u2), load_cells(u2 + 4 * ch)),
+                   _mm_add_epi16(load_cells(u1 + ch), load_cells(u1 + 3 * ch)),
+                   load_cells(u0 + 2 * ch), &lo, &hi);
         return _mm_packs_epi32(round5_vec(lo), round5_vec(hi));
+    }
+    static Lum8u across1(Lum16u *const *cells, intptr_t x, intptr_t ch)
+    {
+        const Lum16u *u0 = cells[0] + x, *u1 = cells[1] + x, *u2 = cells[2] + x;
+        return (Lum8u)round5((uint32_t)u2[0] + u2[4 * ch] + u1[ch] + u1[3 * ch] + u0[2 * ch]);
     }
 };
 
-/* Column sums of the 2r + 1 rows from `top`, 16 bytes from p. */
+/* Down the columns of `span` footprint bytes from p[0..2r] into the cells. */
 template <typename K>
-void load_columns(const Lum8u *p, intptr_t step, Cols<K::N> *lo, Cols<K::N> *hi)
+void strip_down(const Lum8u *const *rows, Lum16u *const *cellRows, int32_t span)
 {
-    __m128i rows[2 * K::r + 1];
+    const Lum8u *p[5];
     for (int i = 0; i < 2 * K::r + 1; ++i)
-        rows[i] = _mm_loadu_si128((const __m128i *)(p + i * step));
-    K::columns(rows, false, lo);
-    K::columns(rows, true, hi);
-}
-
-/* The 2r + 1 neighbour vectors of eight outputs from the pair lo:hi, whose
- * lane 0 is r pixels left of the first output. */
-template <typename K>
-__m128i eight(const Cols<K::N> &lo, const Cols<K::N> &hi)
-{
-    Cols<K::N> n[5];
-    n[0] = lo;
-    n[1] = take<1>(lo, hi);
-    n[2] = take<2>(lo, hi);
-    if (K::r == 2) {
-        n[3] = take<3>(lo, hi);
-        n[4] = take<4>(lo, hi);
+        p[i] = rows[i];
+    Lum16u *cells[3];
+    for (int k = 0; k < K::kinds; ++k)
+        cells[k] = cellRows[k];
+    const int n = 2 * K::r + 1;
+    int32_t x = 0;
+    __m128i b[5];
+    for (; x + 16 <= span; x += 16) {
+        for (int i = 0; i < n; ++i)
+            b[i] = _mm_loadu_si128((const __m128i *)(p[i] + x));
+        K::down(b, false, cells, x);
+        K::down(b, true, cells, x + 8);
     }
-    return K::outputs(n);
+    if (x + 8 <= span) {
+        for (int i = 0; i < n; ++i)
+            b[i] = _mm_loadl_epi64((const __m128i *)(p[i] + x));
+        K::down(b, false, cells, x);
+        x += 8;
+    }
+    for (; x < span; ++x)
+        K::down1(p, cells, x);
 }
 
-/* Sixteen outputs from x on; `top` is row -r at column x. */
+/* Across the cells into `len` output bytes. */
 template <typename K>
-void sixteen(const Lum8u *top, intptr_t step, Lum8u *dst)
+void strip_across(Lum16u *const *cellRows, intptr_t ch, Lum8u *dst, int32_t len)
+{
+    /* Local copies: the byte stores below could otherwise alias the caller's
+     * pointers and force them to be read again at every block. */
+    Lum16u *cells[3];
+    for (int k = 0; k < K::kinds; ++k)
+        cells[k] = cellRows[k];
+    int32_t x = 0;
+    for (; x + 16 <= len; x += 16) {
+        const __m128i out = _mm_packus_epi16(K::across(cells, x, ch), K::across(cells, x + 8, ch));
+        _mm_storeu_si128((__m128i *)(dst + x), out);
+    }
+    if (x + 8 <= len) {
+        const __m128i v = K::across(cells, x, ch);
+        _mm_storel_epi64((__m128i *)(dst + x), _mm_packus_epi16(v, v));
+        x += 8;
+    }
+    for (; x < len; ++x)
+        dst[x] = K::across1(cells, x, ch);
+}
+
+/* The whole region through strips of at most `cap` cells of each kind;
+ * kind k starts at buf + k * cap. */
+template <typename K>
+void strip_rows(const Lum8u *pSrc, intptr_t srcStep, Lum8u *pDst, intptr_t dstStep, LumiSize roi,
+                int ch, Lum16u *buf, int32_t cap)
 {
     const int r = K::r;
-    Cols<K::N> a0, a1, b0, b1;
-    load_columns<K>(top - r, step, &a0, &a1); /* columns x - r .. x - r + 15 */
-    load_columns<K>(top + r, step, &b0, &b1); /* columns x + r .. x + r + 15 */
-    /* The columns after a1 start at x - r + 16, lane 8 - 2r of b1. */
-    const Cols<K::N> next = high_lanes<8 - 2 * K::r>(b1);
-    const __m128i out = _mm_packus_epi16(eight<K>(a0, a1), eight<K>(a1, next));
-    _mm_store_si128((__m128i *)dst, out);
+    const int32_t len = roi.width * ch, reach = 2 * r * ch;
+    const int32_t strip = cap - reach;
+    Lum16u *cells[3];
+    for (int k = 0; k < K::kinds; ++k)
+        cells[k] = buf + (intptr_t)k * cap;
+    for (int32_t y = 0; y < roi.height; ++y) {
+        const Lum8u *rows[5];
+        for (int i = 0; i < 2 * r + 1; ++i)
+            rows[i] = pSrc + (intptr_t)(y - r + i) * srcStep - r * ch;
+        Lum8u *dst = pDst + (intptr_t)y * dstStep;
+        for (int32_t x0 = 0; x0 < len; x0 += strip) {
+            const int32_t n = len - x0 < strip ? len - x0 : strip;
+            const Lum8u *p[5];
+            for (int i = 0; i < 2 * r + 1; ++i)
+                p[i] = rows[i] + x0;
+            strip_down<K>(p, cells, n + reach);
+            strip_across<K>(cells, ch, dst + x0, n);
+        }
+    }
 }
 
 template <typename K>
 void direct_rows(const Lum8u *pSrc, intptr_t srcStep, Lum8u *pDst, intptr_t dstStep, LumiSize roi)
 {
-    const int r = K::r;
-    for (int32_t y = 0; y < roi.height; ++y) {
-        const Lum8u *src = pSrc + y * srcStep;
-        Lum8u *dst = pDst + y * dstStep;
-        int32_t x = 0;
-        for (; x < roi.width && ((uintptr_t)(dst + x) & 15); ++x)
-            dst[x] = pixel<r>(src + x, srcStep);
-        for (; x + 16 <= roi.width; x += 16)
-            sixteen<K>(src + x - r * srcStep, srcStep, dst + x);
-        for (; x < roi.width; ++x)
-            dst[x] = pixel<r>(src + x, srcStep);
-    }
+    Lum16u buf[K::kinds * kStripCells];
+    strip_rows<K>(pSrc, srcStep, pDst, dstStep, roi, 1, buf, kStripCells);
 }
 
 /* -------------------------------------------------------- table engine -- */
 
-/* 3x3: per output row, column sums of the footprint row then the row sum. */
-void ownlumiFilterGauss3x3(const Lum8u *pSrc, intptr_t srcStep, Lum8u *pDst, intptr_t dstStep,
-                           LumiSize roi, int ch, Lum16u *cols)
-{
-    const int32_t n = (roi.width + 2) * ch, len = roi.width * ch;
-    const __m128i z = _mm_setzero_si128();
-    for (int32_t y = 0; y < roi.height; ++y) {
-        const Lum8u *t = pSrc + (y - 1) * srcStep - ch;
-        const Lum8u *m = t + srcStep, *b = m + srcStep;
-        int32_t i = 0;
-        for (; i + 16 <= n; i += 16) {
-            const __m128i vt = _mm_loadu_si128((const __m128i *)(t + i));
-            const __m128i vm = _mm_loadu_si128((const __m128i *)(m + i));
-            const __m128i vb = _mm_loadu_si128((const __m128i *)(b + i));
-            __m128i lo = _mm_add_epi16(_mm_unpacklo_epi8(vt, z), _mm_unpacklo_epi8(vb, z));
-            __m128i hi = _mm_add_epi16(_mm_unpackhi_epi8(vt, z), _mm_unpackhi_epi8(vb, z));
-            lo = _mm_add_epi16(lo, _mm_slli_epi16(_mm_unpacklo_epi8(vm, z), 1));
-            hi = _mm_add_epi16(hi, _mm_slli_epi16(_mm_unpackhi_epi8(vm, z), 1));
-            _mm_storeu_si128((__m128i *)(cols + i), lo);
-            _mm_storeu_si128((__m128i *)(cols + i + 8), hi);
-        }
-        for (; i < n; ++i)
-            cols[i] = (Lum16u)(t[i] + 2 * m[i] + b[i]);
-        Lum8u *dst = pDst + y * dstStep;
-        i = 0;
-        for (; i + 8 <= len; i += 8) {
-            const __m128i l = _mm_loadu_si128((const __m128i *)(cols + i));
-            const __m128i c = _mm_loadu_si128((const __m128i *)(cols + i + ch));
-            const __m128i r = _mm_loadu_si128((const __m128i *)(cols + i + 2 * ch));
-            const __m128i s = _mm_add_epi16(_mm_add_epi16(l, r), _mm_add_epi16(c, c));
-            const __m128i v = round3_vec(s);
-            _mm_storel_epi64((__m128i *)(dst + i), _mm_packus_epi16(v, v));
-        }
-        for (; i < len; ++i)
-            dst[i] = (Lum8u)round3((uint32_t)cols[i] + 2u * cols[i + ch] + cols[i + 2 * ch]);
-    }
-    _mm_sfence();
-}
-
 /* 5x5 row pass: the three horizontal kinds of one source row. */
 void gauss5_row(const Lum8u *src, int32_t len, int ch, Lum16u *a, Lum16u *b, Lum16u *c)
 {
-    const __m128i z = _mm_setzero_si128();
     int32_t i = 0;
-    for (; i + 8 <= len; i += 8) {
-        const Lum8u *p = src + i;
-        const __m128i m2 = _mm_unpacklo_epi8(_mm_loadl_epi64((const __m128i *)(p - 2 * ch)), z);
-        const __m128i m1 = _mm_unpacklo_epi8(_mm_loadl_epi64((const __m128i *)(p - ch)), z);
-        const __m128i c0 = _mm_unpacklo_epi8(_mm_loadl_epi64((const __m128i *)p), z);
-        const __m128i p1 = _mm_unpacklo_epi8(_mm_loadl_epi64((const __m128i *)(p + ch)), z);
-        const __m128i p2 = _mm_unpacklo_epi8(_mm_loadl_epi64((const __m128i *)(p + 2 * ch)), z);
-        const __m128i e2 = _mm_add_epi16(m2, p2), e1 = _mm_add_epi16(m1, p1);
-        _mm_storeu_si128((__m128i *)(a + i), mix(e2, e1, c0, 2, 7, 12));
-        _mm_storeu_si128((__m128i *)(b + i), mix(e2, e1, c0, 7, 31, 52));
-        _mm_storeu_si128((__m128i *)(c + i), mix(e2, e1, c0, 12, 52, 127));
+    __m128i v[5], k2, k1, k0;
+    for (; i + 16 <= len; i += 16) {
+        for (int t = 0; t < 5; ++t)
+            v[t] = _mm_loadu_si128((const __m128i *)(src + i + (t - 2) * ch));
+        kinds5(v, false, &k2, &k1, &k0);
+        _mm_storeu_si128((__m128i *)(a + i), k2);
+        _mm_storeu_si128((__m128i *)(b + i), k1);
+        _mm_storeu_si128((__m128i *)(c + i), k0);
+        kinds5(v, true, &k2, &k1, &k0);
+        _mm_storeu_si128((__m128i *)(a + i + 8), k2);
+        _mm_storeu_si128((__m128i *)(b + i + 8), k1);
+        _mm_storeu_si128((__m128i *)(c + i + 8), k0);
+    }
+    if (i + 8 <= len) {
+        for (int t = 0; t < 5; ++t)
+            v[t] = _mm_loadl_epi64((const __m128i *)(src + i + (t - 2) * ch));
+        kinds5(v, false, &k2, &k1, &k0);
+        _mm_storeu_si128((__m128i *)(a + i), k2);
+        _mm_storeu_si128((__m128i *)(b + i), k1);
+        _mm_storeu_si128((__m128i *)(c + i), k0);
+        i += 8;
     }
     for (; i < len; ++i) {
         const Lum8u *p = src + i;
@@ -441,7 +453,9 @@ LumStatus table_engine(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst, int32_t 
     if (!buf)
         return lumStsMemAllocErr;
     if (mask == lumMaskSize3x3) {
-        ownlumiFilterGauss3x3(pSrc, srcStep, pDst, dstStep, roi, ch, buf);
+        const int64_t cells = bytes / 2;
+        strip_rows<Strip3>(pSrc, srcStep, pDst, dstStep, roi, ch, buf,
+                           (int32_t)(cells < kStripCells ? cells : kStripCells));
     } else {
         const unsigned saved = enter_nearest();
         ownlumiFilterLaplGaus5x5(pSrc, srcStep, pDst, dstStep, roi, ch, buf,
@@ -456,9 +470,9 @@ void direct_engine(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst, int32_t dstS
                    LumiMaskSize mask)
 {
     if (mask == lumMaskSize3x3)
-        direct_rows<Direct3>(pSrc, srcStep, pDst, dstStep, roi);
+        direct_rows<Strip3>(pSrc, srcStep, pDst, dstStep, roi);
     else
-        direct_rows<Direct5>(pSrc, srcStep, pDst, dstStep, roi);
+        direct_rows<Strip5>(pSrc, srcStep, pDst, dstStep, roi);
 }
 
 /* One channel takes the direct engine from SSE4.1 on, the table below. */
