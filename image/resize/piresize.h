@@ -99,6 +99,14 @@ struct ResizeLanczosArgs {
  * whose elements are unsigned 32-bit in mode 0 and float otherwise.
  * rowsAvail: the image's rows from the region's first; rows past them are
  * never read. */
+/* What one block across takes in modes 2 and 3, after the first: the
+ * element q with weight top (q -1: none), count whole elements from first,
+ * and the element carryAt with weight carry (-1: none). */
+struct SuperBlock {
+    double top, carry;
+    int32_t q, first, count, carryAt;
+};
+
 struct ResizeSuperArgs {
     ResizeFrame frame; /* no offset tables */
     int32_t srcWidthUsed, rowsAvail;
@@ -106,6 +114,8 @@ struct ResizeSuperArgs {
     double xRatio, yRatio, fx, fy, norm;
     bool vectorOut; /* mode 0 sums stay below 2^31 */
     void *acc;
+    const SuperBlock *blocks; /* modes 2 and 3 */
+    int32_t blockCount;
 };
 
 /* Takes the accumulator and runs the kernel of the frame's channel count

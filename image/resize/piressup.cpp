@@ -159,51 +159,106 @@ Lum32f block_sum(const Lum32f *p, int32_t count)
 
 /* Modes 0 and 1: blocks of rx elements. */
 template <int C, typename Acc>
-void blocks_whole(Acc *acc, int32_t used, int32_t rx)
+void blocks_whole(Acc *acc, int32_t nb, int32_t rx)
 {
-    const int32_t nb = whole_blocks<C>(used, rx);
     for (int32_t k = 0; k < nb; ++k)
         for (int32_t c = 0; c < C; ++c)
             acc[k * C + c] = block_sum<C>(acc + (ptrdiff_t)k * rx * C + c, rx);
 }
 
-/* Modes 2 and 3: blocks of xRatio elements with a carry across. */
+/* Integer blocks of a fixed small width, unrolled. */
+template <int C, int RX>
+void blocks_fixed(Lum32u *acc, int32_t nb)
+{
+    int32_t k = 0;
+    if (C == 1 && RX == 2) {
+        /* Four pairs at a time: the even and odd elements of eight, added.
+         * The four sums land below the eight elements they come from, and
+         * later groups read only past them. */
+        for (; k + 4 <= nb; k += 4) {
+            const __m128 v0 = _mm_loadu_ps((const float *)(acc + 2 * k));
+            const __m128 v1 = _mm_loadu_ps((const float *)(acc + 2 * k + 4));
+            const __m128i even = _mm_castps_si128(_mm_shuffle_ps(v0, v1, _MM_SHUFFLE(2, 0, 2, 0)));
+            const __m128i odd = _mm_castps_si128(_mm_shuffle_ps(v0, v1, _MM_SHUFFLE(3, 1, 3, 1)));
+            _mm_storeu_si128((__m128i *)(acc + k), _mm_add_epi32(even, odd));
+        }
+    }
+    for (; k < nb; ++k)
+        for (int32_t c = 0; c < C; ++c) {
+            const Lum32u *p = acc + (ptrdiff_t)k * RX * C + c;
+            Lum32u s = p[0];
+            for (int32_t j = 1; j < RX; ++j)
+                s += p[j * C];
+            acc[k * C + c] = s;
+        }
+}
+
 template <int C>
-void blocks_fractional(Lum32f *acc, int32_t used, int32_t rx, double xRatio, double fx)
+void blocks_int(Lum32u *acc, int32_t used, int32_t rx)
+{
+    const int32_t nb = whole_blocks<C>(used, rx);
+    switch (rx) {
+    case 1: return; /* each element is its own block */
+    case 2: return blocks_fixed<C, 2>(acc, nb);
+    case 3: return blocks_fixed<C, 3>(acc, nb);
+    case 4: return blocks_fixed<C, 4>(acc, nb);
+    default: return blocks_whole<C>(acc, nb, rx);
+    }
+}
+
+/* Modes 2 and 3: blocks of xRatio elements with a carry across.  The carry
+ * runs the same way on every row, so plan_blocks works out once per call
+ * what each block after the first takes; a row then only sums. */
+int32_t plan_blocks(SuperBlock *plan, int32_t used, int32_t rx, double xRatio, double fx)
+{
+    int32_t q = rx, count = 0;
+    double carryX = fx;
+    const int32_t stop = used - q;
+    while (q < stop) {
+        SuperBlock &b = plan[count++];
+        const double top = 1.0 - carryX;
+        const double t = xRatio - top;
+        const int32_t n = (int32_t)floor(t + kCarryEps);
+        carryX = t - n;
+        int32_t m = 0;
+        b.q = q;
+        b.top = top;
+        if (top > kCarryEps)
+            m = 1;
+        else
+            b.q = -1; /* no top part */
+        b.first = q + m;
+        b.count = m <= n ? n - m + 1 : 0;
+        if (m <= n)
+            m = n + 1;
+        b.carry = carryX;
+        b.carryAt = carryX > kCarryEps && q + m < used ? q + m : -1;
+        q += m;
+    }
+    return count;
+}
+
+template <int C>
+void blocks_fractional(const ResizeSuperArgs *a, Lum32f *acc)
 {
     /* The three-channel form computes no block when the accumulator does not
      * hold the first one entirely. */
-    if (C == 3 && used < rx + 1)
+    if (C == 3 && a->srcWidthUsed < a->rx + 1)
         return;
+    const int32_t rx = a->rx;
     for (int32_t c = 0; c < C; ++c) {
-        Lum32f *a = acc + c;
-        Lum32f s = sum_terms<C>(0.0f, a, rx);
-        int32_t q = rx;
-        s = s + (Lum32f)((double)a[(ptrdiff_t)q * C] * fx);
-        a[0] = s;
-        double carryX = fx;
-        const int32_t stop = used - q;
-        for (int32_t k = 1; q < stop; ++k) {
-            const double top = 1.0 - carryX;
-            const double t = xRatio - top;
-            const int32_t n = (int32_t)floor(t + kCarryEps);
-            carryX = t - n;
-            int32_t m;
-            if (top > kCarryEps) {
-                s = (Lum32f)(top * (double)a[(ptrdiff_t)q * C]);
-                m = 1;
-            } else {
-                s = 0.0f;
-                m = 0;
-            }
-            if (m <= n) {
-                s = sum_terms<C>(s, a + (ptrdiff_t)(q + m) * C, n - m + 1);
-                m = n + 1;
-            }
-            if (carryX > kCarryEps && q + m < used)
-                s = s + (Lum32f)((double)a[(ptrdiff_t)(q + m) * C] * carryX);
-            q += m;
-            a[(ptrdiff_t)k * C] = s;
+        Lum32f *e = acc + c;
+        Lum32f s = sum_terms<C>(0.0f, e, rx);
+        s = s + (Lum32f)((double)e[(ptrdiff_t)rx * C] * a->fx);
+        e[0] = s;
+        for (int32_t k = 1; k <= a->blockCount; ++k) {
+            const SuperBlock &b = a->blocks[k - 1];
+            s = b.q >= 0 ? (Lum32f)(b.top * (double)e[(ptrdiff_t)b.q * C]) : 0.0f;
+            if (b.count > 0)
+                s = sum_terms<C>(s, e + (ptrdiff_t)b.first * C, b.count);
+            if (b.carryAt >= 0)
+                s = s + (Lum32f)((double)e[(ptrdiff_t)b.carryAt * C] * b.carry);
+            e[(ptrdiff_t)k * C] = s;
         }
     }
 }
@@ -300,7 +355,7 @@ void decimate(const ResizeSuperArgs *a)
             else
                 LUMI_T(ownpi_RowSuper8px)(s, f.srcStep, a->srcWidthUsed, rows, acc, C);
             r += a->ry;
-            blocks_whole<C>(acc, a->srcWidthUsed, a->rx);
+            blocks_int<C>(acc, a->srcWidthUsed, a->rx);
             output_row(acc, dst, outCount, a->norm, a->vectorOut);
         }
         return;
@@ -333,9 +388,9 @@ void decimate(const ResizeSuperArgs *a)
                 add_weighted(a, acc, n, r, carryY);
         }
         if (a->mode == 1)
-            blocks_whole<C>(acc, a->srcWidthUsed, a->rx);
+            blocks_whole<C>(acc, whole_blocks<C>(a->srcWidthUsed, a->rx), a->rx);
         else
-            blocks_fractional<C>(acc, a->srcWidthUsed, a->rx, a->xRatio, a->fx);
+            blocks_fractional<C>(a, acc);
         output_row(acc, dst, outCount, a->norm, true);
     }
 }
@@ -414,14 +469,24 @@ LumStatus run_super(const ResizeFrame &frame, int32_t roiWidth, int32_t rowsAvai
     /* Sums of whole pixels below 2^31 convert exactly through signed lanes. */
     a.vectorOut = 255.0 * rxd * ryd < 2147483648.0;
 
+    /* One block: the accumulator, then (modes 2 and 3) the plan of the
+     * blocks across, at most one per accumulated pixel. */
     const int32_t C = frame.channelCount;
     const int64_t length = ((int64_t)a.srcWidthUsed + a.rx + 1) * C;
+    const int64_t accBytes = (length * 4 + 7) & ~(int64_t)7;
+    const int64_t planBytes = a.fx != 0.0 ? (int64_t)a.srcWidthUsed * sizeof(SuperBlock) : 0;
     WorkMem<1> m = {};
-    a.acc = workmem_take<Lum32u>(m, length);
+    Lum8u *block = workmem_take<Lum8u>(m, accBytes + planBytes);
     if (m.status == lumStsNoErr) {
+        a.acc = block;
         /* Past srcWidthUsed the accumulator stays zero for the whole call. */
         const int64_t used = (int64_t)a.srcWidthUsed * C;
-        LUMI_T(lumsZero_8u)((Lum8u *)a.acc + used * 4, (int32_t)((length - used) * 4));
+        LUMI_T(lumsZero_8u)(block + used * 4, (int32_t)((length - used) * 4));
+        if (planBytes) {
+            SuperBlock *plan = (SuperBlock *)(block + accBytes);
+            a.blockCount = plan_blocks(plan, a.srcWidthUsed, a.rx, a.xRatio, a.fx);
+            a.blocks = plan;
+        }
         if (C == 1)
             LUMI_T(ownDecimate8plS)(&a);
         else
