@@ -21,7 +21,12 @@
  * (carryY across the call, carryX across one row): the next block takes its
  * remainder top = 1 - carry, then n = floor(ratio - top + 1e-7) whole
  * pixels, then the new carry from the next one.  Across, a block whose top
- * is negligible takes n + 1 whole elements.
+ * is negligible takes n + 1 whole elements.  The carry across runs alike on
+ * every row, so what each block takes is planned once per call.
+ *
+ * Speed: whole-ratio blocks of 2 to 4 elements are unrolled (pairs of one
+ * channel four at a time), and the output step converts eight sums at once
+ * through double lanes, the same expression as the scalar tail.
  *
  * Order of float additions in a block's whole terms: below eight terms one
  * at a time.  From eight on, the one-channel form runs eight lanes (lane l
@@ -42,8 +47,8 @@
  *   - rows below the region are read where the area reaches them, but a row
  *     past the image's last row counts as a row of zeros instead of being
  *     read.
- * The accumulator is the only working memory and is taken before the
- * destination is touched.  A ratio whose floor does not fit 32 bits (an
+ * The accumulator (with the plan of the blocks across behind it) is the
+ * only working memory, one block taken before the destination is touched.  A ratio whose floor does not fit 32 bits (an
  * image of more than 2^30 pixels a side) gives lumStsSizeErr.
  */
 #include <math.h>
