@@ -48,6 +48,7 @@ const DemoCase kCases[] = {
     {"lumiResize_8u_C3R", "--roi 136,96,48,48 --scale 5 --method linear", "resize-zoom-linear"},
     {"lumiResize_8u_C3R", "--roi 136,96,48,48 --scale 5 --method cubic", "resize-zoom-cubic"},
     {"lumiResize_8u_C3R", "--roi 136,96,48,48 --scale 5 --method lanczos", "resize-zoom-lanczos"},
+    {"lumiResize_8u_C3R", "--scale 0.37 --method super", "resize-small-super"},
     {"lumiResize_8u_C1R", "--scale 0.37 --method nn", "resize-grey-nn"},
     {"lumiResize_8u_C1R", "--scale 0.37 --method lanczos", "resize-grey-lanczos"},
     {"lumiFilterBox_8u_C1R", "--mask 5x5", "box-grey-5x5"},

@@ -206,6 +206,8 @@ TEST_F(Cli, NonZeroStatusesAreNamedAndWriteNothing)
         {"lumiResize_8u_C3R", "resize --method catmullrom",
          "returned -22 (lumStsInterpolationErr)"},
         {"lumiResize_8u_C3R", "resize --scale 0", "returned -23 (lumStsResizeFactorErr)"},
+        {"lumiResize_8u_C3R", "resize --scale 2 --method super",
+         "returned -22 (lumStsInterpolationErr)"},
         {"lumiResize_8u_C3R", "resize --scale 0.01", "returned -201 (lumStsResizeEmptyErr)"},
     };
     int ran = 0;
@@ -324,6 +326,17 @@ Image resize(void *fn, const Image &in)
     return out;
 }
 
+// --roi 2,3,15,11 --size 7x5 --method super: factors 7/15 and 5/11.
+template <typename Fn>
+Image resize_super(void *fn, const Image &in)
+{
+    Image out = blank(7, 5, in.channels);
+    EXPECT_EQ(((Fn)fn)(in.pixels.data(), {W, H}, in.step(), {2, 3, 15, 11}, out.pixels.data(),
+                       out.step(), {7, 5}, 7.0 / 15, 5.0 / 11, LUMI_INTER_SUPER),
+              0);
+    return out;
+}
+
 TEST_F(Cli, EachAliasGivesWhatTheDirectCallGives)
 {
     // The expected result comes from a direct call typed from the public header.
@@ -339,6 +352,10 @@ TEST_F(Cli, EachAliasGivesWhatTheDirectCallGives)
         ALIAS_CASE("resize", lumiResize_8u_C1R, 1, false,
                    "--roi 2,3,15,11 --size 31x7 --method linear", resize),
         ALIAS_CASE("resize", lumiResize_8u_C3R, 3, false, "--roi 2,3,15,11 --size 31x7 --method 2", resize),
+        ALIAS_CASE("resize", lumiResize_8u_C1R, 1, false,
+                   "--roi 2,3,15,11 --size 7x5 --method super", resize_super),
+        ALIAS_CASE("resize", lumiResize_8u_C3R, 3, false,
+                   "--roi 2,3,15,11 --size 7x5 --method 8", resize_super),
         ALIAS_CASE("box", lumiFilterBox_8u_C1R, 1, false, kFilterArgs, filter),
         ALIAS_CASE("box", lumiFilterBox_8u_C3R, 3, false, kFilterArgs, filter),
         ALIAS_CASE("box-inplace", lumiFilterBox_8u_C1IR, 1, false, kFilterArgs, filter_in_place),
@@ -611,6 +628,7 @@ TEST_F(Cli, DemoWritesValidPicturesOfTheExpectedSizes)
         {"resize-half-linear", "lumiResize_8u_C3R", 160, 120, 3},
         {"resize-zoom-nn", "lumiResize_8u_C3R", 240, 240, 3},
         {"resize-grey-nn", "lumiResize_8u_C1R", 118, 88, 1},
+        {"resize-small-super", "lumiResize_8u_C3R", 118, 88, 3},
         {"box-grey-5x5", "lumiFilterBox_8u_C1R", 320, 240, 1},
         {"box-inplace-roi", "lumiFilterBox_8u_C3IR", 320, 240, 3},
         {"median-5x5", "lumiFilterMedian_8u_C3R", 320, 240, 3},

@@ -290,9 +290,6 @@ const CheckCase kChecks[] = {
     // An empty output is found before the method's tables are made.
     {"cubic, empty output first", false, false, {10, 10}, {0, 0, 10, 10}, {5, 5}, 0.04, 1.0,
      LUMI_INTER_CUBIC, lumStsResizeEmptyErr},
-    // Supersampling's kernels have not landed: refused after every other test.
-    {"super not built", false, false, {10, 10}, {0, 0, 10, 10}, {5, 5}, 0.5, 1.0,
-     LUMI_INTER_SUPER, lumStsInterpolationErr},
 };
 
 TEST_P(ResizeChecks, StatusesInOrderAndNothingWritten)

@@ -347,6 +347,14 @@ const Job kJobs[] = {
      [](int i, const Bytes &in, Bytes &out) {
          resize_all(tiers_lumiResize_8u_C3R[i], 3, in, out, 0.6, 0.45);
      }},
+    {"Resize_C1R_whole_ratios", kResizeBytes3,
+     [](int i, const Bytes &in, Bytes &out) {
+         resize_all(tiers_lumiResize_8u_C1R[i], 1, in, out, 0.5, 1.0 / 3);
+     }},
+    {"Resize_C3R_whole_ratios", kResizeBytes3,
+     [](int i, const Bytes &in, Bytes &out) {
+         resize_all(tiers_lumiResize_8u_C3R[i], 3, in, out, 0.25, 0.5);
+     }},
     {"FilterBox_C1R", kFootBytes3,
      [](int i, const Bytes &in, Bytes &out) {
          window_filter(tiers_lumiFilterBox_8u_C1R[i], 1, false, in, out);

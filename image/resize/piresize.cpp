@@ -39,7 +39,7 @@
  * A slot of a kernel table that holds no kernel makes the driver answer
  * lumStsInterpolationErr once every other check has passed, before it
  * allocates anything.  Supersampling continues in ownpiDecimateSuper after
- * the output size.
+ * the output size (piressup.cpp).
  */
 #include <stdint.h>
 
@@ -389,8 +389,20 @@ LUMI_MEMBER LumStatus LUMI_T(ownpiDecimateSuper)(const Lum8u *pSrc, LumiSize src
     st = cut_and_size(srcSize.width, srcSize.height, srcRoi, dstRoiSize, xFactor, yFactor, &g);
     if (st != lumStsNoErr)
         return st;
-    /* The supersampling kernels continue from here. */
-    return lumStsInterpolationErr;
+    if (dataTypeCode != 0 || planarFlag != 0)
+        return lumStsBadArgErr;
+    if (!row_fits(srcSize.width, pixelStride))
+        return lumStsSizeErr;
+    ResizeFrame f = {};
+    f.src = pSrc + (ptrdiff_t)g.roi.y * srcStep + (ptrdiff_t)g.roi.x * pixelStride;
+    f.dst = pDst;
+    f.srcStep = srcStep;
+    f.dstStep = dstStep;
+    f.width = g.width;
+    f.height = g.height;
+    f.pixelStride = pixelStride;
+    f.channelCount = channelCount;
+    return run_super(f, g.roi.width, srcSize.height - g.roi.y, xFactor, yFactor);
 }
 
 namespace LUMI_NS {

@@ -95,6 +95,34 @@ struct ResizeLanczosArgs {
     int32_t vertFlag;
 };
 
+/* Supersampling: the derived values of the call and the accumulator row,
+ * whose elements are unsigned 32-bit in mode 0 and float otherwise.
+ * rowsAvail: the image's rows from the region's first; rows past them are
+ * never read. */
+/* What one block across takes in modes 2 and 3, after the first: the
+ * element q with weight top (q -1: none), count whole elements from first,
+ * and the element carryAt with weight carry (-1: none). */
+struct SuperBlock {
+    double top, carry;
+    int32_t q, first, count, carryAt;
+};
+
+struct ResizeSuperArgs {
+    ResizeFrame frame; /* no offset tables */
+    int32_t srcWidthUsed, rowsAvail;
+    int32_t rx, ry, mode;
+    double xRatio, yRatio, fx, fy, norm;
+    bool vectorOut; /* mode 0 sums stay below 2^31 */
+    void *acc;
+    const SuperBlock *blocks; /* modes 2 and 3 */
+    int32_t blockCount;
+};
+
+/* Takes the accumulator and runs the kernel of the frame's channel count
+ * (piressup.cpp); roiWidth is the cut region's width. */
+LumStatus run_super(const ResizeFrame &frame, int32_t roiWidth, int32_t rowsAvail,
+                    double xFactor, double yFactor);
+
 typedef void (*ResizeNNFn)(const ResizeNNArgs *args);
 typedef void (*ResizeLinearFn)(const ResizeLinearArgs *args);
 typedef void (*ResizeCubicFn)(const ResizeCubicArgs *args);
@@ -163,6 +191,16 @@ LUMI_MEMBER void LUMI_T(ownpi_Lanczos3)(const Lum32f *frac, int32_t count, Lum32
                                         const Lum32f *table);
 LUMI_MEMBER void LUMI_T(ownResize8plLz3)(const LUMI_NS::ResizeLanczosArgs *args);
 LUMI_MEMBER void LUMI_T(ownResize8pxLz3)(const LUMI_NS::ResizeLanczosArgs *args);
+
+/* Supersampling (piressup.cpp): the kernels and the whole-pixel row sums
+ * of mode 0 (each accumulator element becomes the sum of its column over
+ * rows rows). */
+LUMI_MEMBER void LUMI_T(ownDecimate8plS)(const LUMI_NS::ResizeSuperArgs *args);
+LUMI_MEMBER void LUMI_T(ownDecimate8pxS)(const LUMI_NS::ResizeSuperArgs *args);
+LUMI_MEMBER void LUMI_T(ownpi_RowSuper8pl)(const Lum8u *src, int32_t srcStep, int32_t width,
+                                           int32_t rows, Lum32u *acc);
+LUMI_MEMBER void LUMI_T(ownpi_RowSuper8px)(const Lum8u *src, int32_t srcStep, int32_t width,
+                                           int32_t rows, Lum32u *acc, int32_t pixelStride);
 
 /* The tables of kernels, by slot (piresize.cpp). */
 LUMI_MEMBER const LUMI_NS::ResizeNNFn LUMI_T(ownResizeInterNN)[15];

@@ -151,48 +151,54 @@ inline void check_resize_case(const ResizeCase &c, int ch, int method, bool bott
 }
 
 // A source step of zero (row 0 for every row) and a destination written
-// bottom-up through a negative step, both against the reference.
-inline void check_zero_and_negative_steps(int ch, int method, const ResizeReference &reference)
+// bottom-up through a negative step, both against the reference; both
+// factors are f.
+inline void check_zero_and_negative_steps(int ch, int method, const ResizeReference &reference,
+                                          double f = 1.5)
 {
-    SCOPED_TRACE(testing::Message() << "ch " << ch << " method " << method);
+    SCOPED_TRACE(testing::Message() << "ch " << ch << " method " << method << " f " << f);
     Source src(30, 1, ch, 3);
     const View v{src.buf.data(), 0, 30, 9, ch};
-    GuardedImage dst(45, 13, ch);
+    const int W = ref_length(30 * f, 1000), H = ref_length(9 * f, 1000);
+    GuardedImage dst(W, H, ch);
     const LumiRect roi{0, 0, 30, 9};
-    ASSERT_EQ(resize_fn(ch)(v.p, LumiSize{30, 9}, 0, roi, dst.data(), dst.step, LumiSize{45, 13},
-                            1.5, 1.5, method),
+    ASSERT_EQ(resize_fn(ch)(v.p, LumiSize{30, 9}, 0, roi, dst.data(), dst.step, LumiSize{W, H},
+                            f, f, method),
               lumStsNoErr);
-    EXPECT_EQ(dst.region(), reference(v, roi, 45, 13, 1.5, 1.5));
+    EXPECT_EQ(dst.region(), reference(v, roi, W, H, f, f));
     EXPECT_TRUE(dst.guard_intact());
 
     Source img(20, 20, ch, 8);
-    GuardedImage flip(30, 30, ch);
+    const int n = ref_length(20 * f, 1000);
+    GuardedImage flip(n, n, ch);
     const LumiRect all{0, 0, 20, 20};
-    ASSERT_EQ(resize_fn(ch)(img.buf.data(), LumiSize{20, 20}, img.step, all, flip.row(29),
-                            -flip.step, LumiSize{30, 30}, 1.5, 1.5, method),
+    ASSERT_EQ(resize_fn(ch)(img.buf.data(), LumiSize{20, 20}, img.step, all, flip.row(n - 1),
+                            -flip.step, LumiSize{n, n}, f, f, method),
               lumStsNoErr);
-    const std::vector<uint8_t> want = reference(img.view(false), all, 30, 30, 1.5, 1.5);
-    for (int y = 0; y < 30; ++y)
-        ASSERT_EQ(memcmp(flip.row(29 - y), &want[(size_t)y * 30 * ch], 30 * ch), 0) << y;
+    const std::vector<uint8_t> want = reference(img.view(false), all, n, n, f, f);
+    for (int y = 0; y < n; ++y)
+        ASSERT_EQ(memcmp(flip.row(n - 1 - y), &want[(size_t)y * n * ch], n * ch), 0) << y;
     EXPECT_TRUE(flip.guard_intact());
 }
 
-// Runs a 30 x 20 to 45 x 30 resize with each allocation failing in turn:
-// every failure must give lumStsMemAllocErr, free what was taken and leave
-// the destination as it was.  Returns the number of allocations of a run.
-inline int check_alloc_failures(int ch, int method)
+// Runs a resize of a 30 x 20 image by f (45 x 30 by default) with each
+// allocation failing in turn: every failure must give lumStsMemAllocErr, free
+// what was taken and leave the destination as it was.  Returns the number of
+// allocations of a run.
+inline int check_alloc_failures(int ch, int method, double f = 1.5)
 {
     Source src(30, 20, ch, 9);
-    GuardedImage dst(45, 30, ch);
+    const int W = ref_length(30 * f, 1000), H = ref_length(20 * f, 1000);
+    GuardedImage dst(W, H, ch);
     dst.fill_random(10);
     const std::vector<uint8_t> before = dst.region();
     const int count = for_each_alloc_failure(
         [&] {
-            for (int y = 0; y < 30; ++y)
-                memcpy(dst.row(y), &before[(size_t)y * 45 * ch], 45 * ch);
+            for (int y = 0; y < H; ++y)
+                memcpy(dst.row(y), &before[(size_t)y * W * ch], W * ch);
             return resize_fn(ch)(src.buf.data(), LumiSize{30, 20}, src.step,
-                                 LumiRect{0, 0, 30, 20}, dst.data(), dst.step, LumiSize{45, 30},
-                                 1.5, 1.5, method);
+                                 LumiRect{0, 0, 30, 20}, dst.data(), dst.step, LumiSize{W, H}, f,
+                                 f, method);
         },
         [&](LumStatus st, int failedAt, int outstanding) {
             EXPECT_EQ(st, lumStsMemAllocErr) << "allocation " << failedAt;
