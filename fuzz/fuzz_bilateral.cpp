@@ -98,7 +98,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         st = lumiFilterBilateralInit_8u_C1R(kind, ik, vs2, ps2, step, block);
         if (counting.allocations() != 0)
             fail("bilateral", "Init took memory");
-        const bool argsOk = vs2 > 0.0f && ps2 > 0.0f && step > 0;
+        // Only a sigma at most 0 is refused; one that is not a number is not.
+        const bool argsOk = !(vs2 <= 0.0f) && !(ps2 <= 0.0f) && step > 0;
         if (!argsOk && st != lumStsBadArgErr)
             fail("bilateral", "Init accepted a bad argument");
     }
@@ -110,7 +111,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     if (st == lumStsNoErr && damage >= 2) {
         const int off = block[0];
         if (damage == 2)
-            block[0] = (uint8_t)(9 + in.byte());
+            block[0] = (uint8_t)(9 + in.byte() % 247); // 9..255: no distance Init writes
         else if (damage == 3)
             memset(block + off + 8, 0xFF, 8); // radii
         else
