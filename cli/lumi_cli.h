@@ -128,7 +128,11 @@ enum {
     kOptMethod = 1 << 3, // --method nn|linear|cubic|lanczos|super|CODE
     kOptKernel = 1 << 4, // --kernel "a,b,c;d,e,f;..." or a preset name
     kOptDivisor = 1 << 5, // --divisor N
+    kOptMap = 1 << 6,     // --rotate DEG | --barrel K | --wave PIXELS, --edge soft|hard
 };
+
+// The built-in coordinate maps of remap.
+enum MapKind { kMapRotate, kMapBarrel, kMapWave };
 
 struct Params {
     LumiSize mask = {3, 3};
@@ -142,6 +146,9 @@ struct Params {
     bool divisor_given = false;
     LumiRect roi = {0, 0, 0, 0};
     bool roi_given = false;
+    MapKind map = kMapRotate; // remap's built-in map and its one parameter
+    double map_amount = 12.0;
+    bool soft_edge = false;
 };
 
 struct Op;
