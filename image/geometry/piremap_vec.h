@@ -7,10 +7,10 @@
  *     coordinate, so every later index stays inside the image, and its result
  *     is never stored;
  *   - the family works out per-pixel window origins and weights in lanes;
- *   - samples are gathered into a small block in "unit" order, a unit being
- *     one element of one pixel (four pixels of C1, or four of the twelve
- *     elements of four C3 pixels, pixel-major), so one set of lane
- *     instructions computes every element with its pixel's weights;
+ *   - samples are gathered in "unit" order, a unit being one element of one
+ *     pixel (four pixels of C1, or four of the twelve elements of four C3
+ *     pixels, pixel-major), so one set of lane instructions computes every
+ *     element with its pixel's weights;
  *   - the bytes come out in destination order and only the lanes that passed
  *     the test are written.
  * The lane arithmetic repeats the scalar formulas operation for operation
@@ -94,45 +94,64 @@ template <> struct RemapUnits<3> {
     static __m128 spread(__m128 v, int g) { return _mm_castsi128_ps(spread(_mm_castps_si128(v), g)); }
 };
 
-/* Gathers the K by K windows of the four units of group g into
- * blk[(r * K + k) * 4 + lane]: row r, tap k, lane.  org[p] is pixel p's
- * window origin; taps are S elements apart. */
-template <int S, int K>
-inline void remap_gather(const Lum8u *const org[4], ptrdiff_t step, int g, Lum8u *blk)
+/* The element pointers of the four units of group g: pixel origin plus the
+ * unit's element. */
+template <int S> inline void remap_units(const Lum8u *const org[4], int g, const Lum8u *u[4])
 {
-    for (int lane = 0; lane < 4; ++lane) {
-        const Lum8u *p = org[RemapUnits<S>::pixel(g, lane)] + RemapUnits<S>::elem(g, lane);
-        for (int r = 0; r < K; ++r, p += step)
-            for (int k = 0; k < K; ++k)
-                blk[(r * K + k) * 4 + lane] = p[k * S];
-    }
+    for (int lane = 0; lane < 4; ++lane)
+        u[lane] = org[RemapUnits<S>::pixel(g, lane)] + RemapUnits<S>::elem(g, lane);
 }
 
-/* The same windows with each unit's taps side by side:
- * blk[(r * 4 + lane) * K + k], for the 16-bit multiply-add forms. */
-template <int S, int K>
-inline void remap_gather_pairs(const Lum8u *const org[4], ptrdiff_t step, int g, Lum8u *blk)
+/* Four or two taps S elements apart, little-endian in one integer.  Loads of
+ * exactly the window's bytes, composed in registers (a block written byte by
+ * byte and read back in words would stall on every read). */
+template <int S> inline uint32_t remap_quad(const Lum8u *p)
 {
-    for (int lane = 0; lane < 4; ++lane) {
-        const Lum8u *p = org[RemapUnits<S>::pixel(g, lane)] + RemapUnits<S>::elem(g, lane);
-        for (int r = 0; r < K; ++r, p += step) {
-            Lum8u *o = blk + (r * 4 + lane) * K;
-            if (S == 1)
-                memcpy(o, p, K);
-            else
-                for (int k = 0; k < K; ++k)
-                    o[k] = p[k * S];
-        }
-    }
+    uint32_t v;
+    if (S == 1)
+        memcpy(&v, p, 4);
+    else
+        v = (uint32_t)p[0] | (uint32_t)p[S] << 8 | (uint32_t)p[2 * S] << 16 | (uint32_t)p[3 * S] << 24;
+    return v;
+}
+template <int S> inline uint32_t remap_pair(const Lum8u *p)
+{
+    uint16_t v;
+    if (S == 1)
+        memcpy(&v, p, 2);
+    else
+        v = (uint16_t)(p[0] | p[S] << 8);
+    return v;
 }
 
-/* Four bytes of a block, widened to float lanes. */
-inline __m128 remap_bytes_ps(const Lum8u *b)
+/* Four taps of the four units' rows at offset off: the 16 bytes
+ * unit-major, as the 16-bit multiply-add forms want them. */
+template <int S> inline __m128i remap_quads(const Lum8u *const u[4], ptrdiff_t off)
 {
-    int32_t v;
-    memcpy(&v, b, 4);
+    return _mm_setr_epi32((int32_t)remap_quad<S>(u[0] + off), (int32_t)remap_quad<S>(u[1] + off),
+                          (int32_t)remap_quad<S>(u[2] + off), (int32_t)remap_quad<S>(u[3] + off));
+}
+
+/* K taps (4 or 6) of the four units' rows at offset off, one float vector
+ * per tap with the units in lanes. */
+template <int S, int K> inline void remap_taps_ps(const Lum8u *const u[4], ptrdiff_t off, __m128 t[K])
+{
     const __m128i z = _mm_setzero_si128();
-    return _mm_cvtepi32_ps(_mm_unpacklo_epi16(_mm_unpacklo_epi8(_mm_cvtsi32_si128(v), z), z));
+    const __m128i q = remap_quads<S>(u, off);
+    const __m128i a = _mm_unpacklo_epi8(q, z), b = _mm_unpackhi_epi8(q, z);
+    const __m128i c = _mm_unpacklo_epi16(a, b), d = _mm_unpackhi_epi16(a, b);
+    const __m128i e = _mm_unpacklo_epi16(c, d), f = _mm_unpackhi_epi16(c, d); /* taps 0 1, taps 2 3 */
+    t[0] = _mm_cvtepi32_ps(_mm_unpacklo_epi16(e, z));
+    t[1] = _mm_cvtepi32_ps(_mm_unpackhi_epi16(e, z));
+    t[2] = _mm_cvtepi32_ps(_mm_unpacklo_epi16(f, z));
+    t[3] = _mm_cvtepi32_ps(_mm_unpackhi_epi16(f, z));
+    if constexpr (K == 6) {
+        const ptrdiff_t o = off + 4 * S;
+        const __m128i p = _mm_setr_epi32((int32_t)remap_pair<S>(u[0] + o), (int32_t)remap_pair<S>(u[1] + o),
+                                         (int32_t)remap_pair<S>(u[2] + o), (int32_t)remap_pair<S>(u[3] + o));
+        t[4] = _mm_cvtepi32_ps(_mm_and_si128(p, _mm_set1_epi32(0xFF)));
+        t[5] = _mm_cvtepi32_ps(_mm_srli_epi32(p, 8));
+    }
 }
 
 /* Writes the S bytes of each pixel whose lane is in the mask; out holds the

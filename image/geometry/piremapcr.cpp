@@ -251,13 +251,18 @@ void interior_row8u(const Src &s, const RemapArgs &a, const float *xm, const flo
                          _mm_and_si128(in, _mm_sub_epi32(iy, off)), org);
         __m128i v[S];
         for (int g = 0; g < S; ++g) {
-            alignas(16) Lum8u blk[K * K * 4];
-            remap_gather<S, K>(org, s.step, g, blk);
+            const Lum8u *u[4];
+            remap_units<S>(org, g, u);
+            __m128 wxg[K];
+            for (int k = 0; k < K; ++k)
+                wxg[k] = RemapUnits<S>::spread(wx[k], g);
             __m128 sum = _mm_setzero_ps();
             for (int r = 0; r < K; ++r) {
-                __m128 h = _mm_mul_ps(remap_bytes_ps(blk + r * K * 4), RemapUnits<S>::spread(wx[0], g));
+                __m128 t[K];
+                remap_taps_ps<S, K>(u, r * s.step, t);
+                __m128 h = _mm_mul_ps(t[0], wxg[0]);
                 for (int k = 1; k < K; ++k)
-                    h = _mm_add_ps(h, _mm_mul_ps(remap_bytes_ps(blk + (r * K + k) * 4), RemapUnits<S>::spread(wx[k], g)));
+                    h = _mm_add_ps(h, _mm_mul_ps(t[k], wxg[k]));
                 const __m128 hw = _mm_mul_ps(h, RemapUnits<S>::spread(wy[r], g));
                 sum = r == 0 ? hw : _mm_add_ps(sum, hw);
             }

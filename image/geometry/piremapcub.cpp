@@ -164,11 +164,11 @@ template <class T, int L, bool Soft> struct RemapCub {
                 const __m128 b23 = _mm_castsi128_ps(cubic_quads2(ub[2], ub[3]));
                 const __m128i wb01 = _mm_castps_si128(_mm_shuffle_ps(b01, b23, _MM_SHUFFLE(2, 0, 2, 0)));
                 const __m128i wb23 = _mm_castps_si128(_mm_shuffle_ps(b01, b23, _MM_SHUFFLE(3, 1, 3, 1)));
-                alignas(16) Lum8u blk[64];
-                remap_gather_pairs<S, 4>(org, s.step, g, blk);
+                const Lum8u *u[4];
+                remap_units<S>(org, g, u);
                 __m128i h[4];
                 for (int r = 0; r < 4; ++r) {
-                    const __m128i q = _mm_load_si128((const __m128i *)(blk + 16 * r));
+                    const __m128i q = remap_quads<S>(u, r * s.step);
                     const __m128 lo = _mm_castsi128_ps(_mm_madd_epi16(_mm_unpacklo_epi8(q, zero), wa01));
                     const __m128 hi = _mm_castsi128_ps(_mm_madd_epi16(_mm_unpackhi_epi8(q, zero), wa23));
                     h[r] = _mm_srai_epi32(_mm_add_epi32(_mm_castps_si128(_mm_shuffle_ps(lo, hi, _MM_SHUFFLE(2, 0, 2, 0))),

@@ -115,9 +115,13 @@ template <class T, int L, bool Soft> struct RemapLin {
             remap_origins<S>(s.base[0], s.step, ix, iy, org);
             __m128i v[S];
             for (int g = 0; g < S; ++g) {
-                Lum8u blk[16];
-                remap_gather_pairs<S, 2>(org, s.step, g, blk);
-                const __m128i q = _mm_loadu_si128((const __m128i *)blk);
+                const Lum8u *u[4];
+                remap_units<S>(org, g, u);
+                /* Each unit's two samples of row 0, then of row 1. */
+                const __m128i q = _mm_setr_epi32((int32_t)(remap_pair<S>(u[0]) | remap_pair<S>(u[1]) << 16),
+                                                 (int32_t)(remap_pair<S>(u[2]) | remap_pair<S>(u[3]) << 16),
+                                                 (int32_t)(remap_pair<S>(u[0] + s.step) | remap_pair<S>(u[1] + s.step) << 16),
+                                                 (int32_t)(remap_pair<S>(u[2] + s.step) | remap_pair<S>(u[3] + s.step) << 16));
                 const __m128i wag = RemapUnits<S>::spread(wa, g), wbg = RemapUnits<S>::spread(wb, g);
                 const __m128i r0 = _mm_srai_epi32(_mm_madd_epi16(_mm_unpacklo_epi8(q, zero), wag), 8);
                 const __m128i r1 = _mm_srai_epi32(_mm_madd_epi16(_mm_unpackhi_epi8(q, zero), wag), 8);
