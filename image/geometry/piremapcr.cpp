@@ -249,17 +249,16 @@ void interior_row8u(const Src &s, const RemapArgs &a, const float *xm, const flo
         const Lum8u *org[4];
         remap_origins<S>(s.base[0], s.step, _mm_and_si128(in, _mm_sub_epi32(ix, off)),
                          _mm_and_si128(in, _mm_sub_epi32(iy, off)), org);
-        __m128i v[S];
-        for (int g = 0; g < S; ++g) {
-            const Lum8u *u[4];
-            remap_units<S>(org, g, u);
+        constexpr int G = RemapUnits<S>::kGroups;
+        __m128i v[G];
+        for (int g = 0; g < G; ++g) {
             __m128 wxg[K];
             for (int k = 0; k < K; ++k)
                 wxg[k] = RemapUnits<S>::spread(wx[k], g);
             __m128 sum = _mm_setzero_ps();
             for (int r = 0; r < K; ++r) {
                 __m128 t[K];
-                remap_taps_ps<S, K>(u, r * s.step, t);
+                remap_taps_ps<S, K>(org, g, r * s.step, t);
                 __m128 h = _mm_mul_ps(t[0], wxg[0]);
                 for (int k = 1; k < K; ++k)
                     h = _mm_add_ps(h, _mm_mul_ps(t[k], wxg[k]));

@@ -154,21 +154,20 @@ template <class T, int L, bool Soft> struct RemapCub {
             remap_lanes_out(_mm_cvtps_epi32(_mm_mul_ps(_mm_sub_ps(y, _mm_cvtepi32_ps(by)), scale)), ib);
             const Lum8u *org[4];
             remap_origins<S>(s.base[0], s.step, bx, by, org);
-            __m128i v[S];
-            for (int g = 0; g < S; ++g) {
+            constexpr int G = RemapUnits<S>::kGroups;
+            __m128i v[G];
+            for (int g = 0; g < G; ++g) {
                 int32_t ua[4], ub[4];
                 for (int lane = 0; lane < 4; ++lane)
-                    ua[lane] = ia[RemapUnits<S>::pixel(g, lane)], ub[lane] = ib[RemapUnits<S>::pixel(g, lane)];
+                    ua[lane] = ia[S == 1 ? lane : g], ub[lane] = ib[S == 1 ? lane : g];
                 const __m128i wa01 = cubic_quads2(ua[0], ua[1]), wa23 = cubic_quads2(ua[2], ua[3]);
                 const __m128 b01 = _mm_castsi128_ps(cubic_quads2(ub[0], ub[1]));
                 const __m128 b23 = _mm_castsi128_ps(cubic_quads2(ub[2], ub[3]));
                 const __m128i wb01 = _mm_castps_si128(_mm_shuffle_ps(b01, b23, _MM_SHUFFLE(2, 0, 2, 0)));
                 const __m128i wb23 = _mm_castps_si128(_mm_shuffle_ps(b01, b23, _MM_SHUFFLE(3, 1, 3, 1)));
-                const Lum8u *u[4];
-                remap_units<S>(org, g, u);
                 __m128i h[4];
                 for (int r = 0; r < 4; ++r) {
-                    const __m128i q = remap_quads<S>(u, r * s.step);
+                    const __m128i q = remap_quads<S>(org, g, r * s.step);
                     const __m128 lo = _mm_castsi128_ps(_mm_madd_epi16(_mm_unpacklo_epi8(q, zero), wa01));
                     const __m128 hi = _mm_castsi128_ps(_mm_madd_epi16(_mm_unpackhi_epi8(q, zero), wa23));
                     h[r] = _mm_srai_epi32(_mm_add_epi32(_mm_castps_si128(_mm_shuffle_ps(lo, hi, _MM_SHUFFLE(2, 0, 2, 0))),

@@ -113,15 +113,10 @@ template <class T, int L, bool Soft> struct RemapLin {
             const __m128i wb = _mm_or_si128(_mm_sub_epi32(one, fb), _mm_slli_epi32(fb, 16));
             const Lum8u *org[4];
             remap_origins<S>(s.base[0], s.step, ix, iy, org);
-            __m128i v[S];
-            for (int g = 0; g < S; ++g) {
-                const Lum8u *u[4];
-                remap_units<S>(org, g, u);
-                /* Each unit's two samples of row 0, then of row 1. */
-                const __m128i q = _mm_setr_epi32((int32_t)(remap_pair<S>(u[0]) | remap_pair<S>(u[1]) << 16),
-                                                 (int32_t)(remap_pair<S>(u[2]) | remap_pair<S>(u[3]) << 16),
-                                                 (int32_t)(remap_pair<S>(u[0] + s.step) | remap_pair<S>(u[1] + s.step) << 16),
-                                                 (int32_t)(remap_pair<S>(u[2] + s.step) | remap_pair<S>(u[3] + s.step) << 16));
+            constexpr int G = RemapUnits<S>::kGroups;
+            __m128i v[G];
+            for (int g = 0; g < G; ++g) {
+                const __m128i q = remap_pairs2<S>(org, g, s.step);
                 const __m128i wag = RemapUnits<S>::spread(wa, g), wbg = RemapUnits<S>::spread(wb, g);
                 const __m128i r0 = _mm_srai_epi32(_mm_madd_epi16(_mm_unpacklo_epi8(q, zero), wag), 8);
                 const __m128i r1 = _mm_srai_epi32(_mm_madd_epi16(_mm_unpackhi_epi8(q, zero), wag), 8);
