@@ -129,7 +129,11 @@ enum {
     kOptKernel = 1 << 4, // --kernel "a,b,c;d,e,f;..." or a preset name
     kOptDivisor = 1 << 5, // --divisor N
     kOptBilateral = 1 << 6, // --sigma-value V, --sigma-position P, --step S
+    kOptMap = 1 << 7,     // --rotate DEG | --barrel K | --wave PIXELS, --edge soft|hard
 };
+
+// The built-in coordinate maps of remap.
+enum MapKind { kMapRotate, kMapBarrel, kMapWave };
 
 struct Params {
     LumiSize mask = {3, 3};
@@ -146,6 +150,9 @@ struct Params {
     int step = 1;                // and stepInKernel
     LumiRect roi = {0, 0, 0, 0};
     bool roi_given = false;
+    MapKind map = kMapRotate; // remap's built-in map and its one parameter
+    double map_amount = 12.0;
+    bool soft_edge = false;
 };
 
 struct Op;

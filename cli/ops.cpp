@@ -332,6 +332,60 @@ LumStatus run_resize(const Op &, Job &job)
     });
 }
 
+// Remap's built-in maps, about the picture's centre: a rotation by an angle
+// in degrees, a lens barrel whose sampling radius grows by 1 + k r^2 (r = 1
+// at the corners), and a wave that shifts columns and rows by a sine of the
+// other coordinate with an amplitude in pixels and a period of 40 pixels.
+void fill_map(const Params &p, int w, int h, std::vector<Lum32f> *xm, std::vector<Lum32f> *ym)
+{
+    xm->resize((size_t)w * h);
+    ym->resize((size_t)w * h);
+    const double cx = (w - 1) / 2.0, cy = (h - 1) / 2.0, a = p.map_amount;
+    // Quarter turns are exact: cos and sin of them are snapped to -1, 0, 1.
+    const bool quarter = fmod(a, 90.0) == 0.0;
+    const double rad = a * M_PI / 180.0;
+    const double c = quarter ? round(cos(rad)) : cos(rad), s = quarter ? round(sin(rad)) : sin(rad);
+    const double r2 = cx * cx + cy * cy > 0 ? cx * cx + cy * cy : 1.0;
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) {
+            const double dx = x - cx, dy = y - cy;
+            double sx = x, sy = y;
+            if (p.map == kMapRotate) {
+                sx = cx + c * dx + s * dy;
+                sy = cy - s * dx + c * dy;
+            } else if (p.map == kMapBarrel) {
+                const double f = 1.0 + a * (dx * dx + dy * dy) / r2;
+                sx = cx + dx * f;
+                sy = cy + dy * f;
+            } else {
+                sx = x + a * sin(2.0 * M_PI * y / 40.0);
+                sy = y + a * sin(2.0 * M_PI * x / 40.0);
+            }
+            (*xm)[(size_t)y * w + x] = (Lum32f)sx;
+            (*ym)[(size_t)y * w + x] = (Lum32f)sy;
+        }
+}
+
+// The whole picture is the destination, over a copy of the input, so that
+// pixels whose coordinate leaves the region keep the input's value (or fade
+// to it with the soft edge); the region limits what is sampled.
+template <typename Fn>
+LumStatus run_remap(const Op &, Job &job)
+{
+    const Image &in = *job.in;
+    const Params &p = job.p;
+    std::vector<Lum32f> xm, ym;
+    fill_map(p, in.width, in.height, &xm, &ym);
+    job.out = in;
+    const int32_t interpolation = p.method | (p.soft_edge ? LUMI_SMOOTH_EDGE : 0);
+    const int32_t mapStep = in.width * (int32_t)sizeof(Lum32f);
+    return timed(job, [&] {
+        return ((Fn)job.fn)(in.pixels.data(), {in.width, in.height}, in.step(), p.roi, xm.data(),
+                            mapStep, ym.data(), mapStep, job.out.pixels.data(), job.out.step(),
+                            {in.width, in.height}, interpolation);
+    });
+}
+
 const unsigned kFilter = kOptMask | kOptAnchor;
 const unsigned kResize = kOptScale | kOptMethod;
 const unsigned kConvolution = kOptKernel | kOptAnchor;
@@ -372,6 +426,10 @@ const std::vector<Op> kOps = {
      "scale a grey picture"),
     LUMI_CLI_OP(lumiResize_8u_C3R, "resize", 3, kInterleaved, kInterleaved, kResize, run_resize,
      "scale an RGB picture"),
+    LUMI_CLI_OP(lumiRemap_8u_C1R, "remap", 1, kInterleaved, kInterleaved, kOptMap | kOptMethod,
+     run_remap, "warp a grey picture through a built-in map"),
+    LUMI_CLI_OP(lumiRemap_8u_C3R, "remap", 3, kInterleaved, kInterleaved, kOptMap | kOptMethod,
+     run_remap, "warp an RGB picture through a built-in map"),
     LUMI_CLI_OP(lumiFilterBox_8u_C1R, "box", 1, kInterleaved, kInterleaved, kFilter, run_filter,
      "mean of a rectangle, grey"),
     LUMI_CLI_OP(lumiFilterBox_8u_C3R, "box", 3, kInterleaved, kInterleaved, kFilter, run_filter,
@@ -489,6 +547,10 @@ const OptionInfo kOptions[] = {
     {"--sigma-position", kOptBilateral,
      "--sigma-position P\n                   squared sigma of the position weight (default 9)"},
     {"--step", kOptBilateral, "--step S         every S-th pixel of the window (default 1)"},
+    {"--rotate", kOptMap, "--rotate DEG     map: rotation about the centre (the default, 12 degrees)"},
+    {"--barrel", kOptMap, "--barrel K       map: lens barrel, radius grows by 1 + K r^2 (r = 1 at corners)"},
+    {"--wave", kOptMap, "--wave PIXELS    map: sine wave of that amplitude, period 40 pixels"},
+    {"--edge", kOptMap, "--edge soft|hard soft: fade over one pixel at the region's edge (default hard)"},
 };
 
 // "a,b;c,d" into cells and a size; every row as long as the first.
@@ -637,6 +699,12 @@ bool parse_option(const Op &op, const std::string &key, const std::string &value
         (key == "--sigma-value" ? p->sigma_value : p->sigma_position) = (float)v;
     } else if (key == "--step") {
         ok = parse_int(value, 1, 1 << 20, &p->step);
+    } else if (key == "--rotate" || key == "--barrel" || key == "--wave") {
+        ok = parse_double(value, &p->map_amount);
+        p->map = key == "--rotate" ? kMapRotate : key == "--barrel" ? kMapBarrel : kMapWave;
+    } else if (key == "--edge") {
+        ok = value == "soft" || value == "hard";
+        p->soft_edge = value == "soft";
     } else if (key == "--method") {
         ok = false;
         for (const auto &m : kMethods)
@@ -662,7 +730,11 @@ bool parse_option(const Op &op, const std::string &key, const std::string &value
                      {"--divisor", "an integer"},
                      {"--sigma-value", "a positive number"},
                      {"--sigma-position", "a positive number"},
-                     {"--step", "a whole number from 1"}};
+                     {"--step", "a whole number from 1"},
+                     {"--rotate", "an angle in degrees"},
+                     {"--barrel", "a number"},
+                     {"--wave", "an amplitude in pixels"},
+                     {"--edge", "soft or hard"}};
         for (const auto &f : forms)
             if (key == f.key)
                 *err = key + " wants " + f.form + ", not '" + value + "'";

@@ -153,4 +153,19 @@ int pick_step(Input &in, int rowBytes, bool oddStepsAllowed)
     return (int)(in.byte() % 2) * (rowBytes / 2); // zero, or rows that overlap
 }
 
+LumiRect pick_region(Input &in, int sw, int sh)
+{
+    LumiRect roi{0, 0, sw, sh};
+    const uint32_t roiMode = in.byte();
+    if (roiMode >= 128) {
+        roi.x = in.range(0, sw - 1);
+        roi.y = in.range(0, sh - 1);
+        roi.width = in.range(1, sw - roi.x + 2);
+        roi.height = in.range(1, sh - roi.y + 2);
+        if (roiMode >= 248) // outside the image, or a negative origin
+            (in.flag() ? roi.x : roi.y) = in.flag() ? -(int)in.range(1, 4) : sw + sh;
+    }
+    return roi;
+}
+
 } // namespace lumifuzz

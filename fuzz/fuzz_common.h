@@ -68,6 +68,11 @@ void check_unchanged(const Image &img, const char *what);
 // shorter than the row where the primitive accepts that.
 int pick_step(Input &in, int rowBytes, bool oddStepsAllowed);
 
+// A source region for the resampling harnesses on a sw x sh image: mostly the
+// whole image, else a part that may overhang it, now and then one that starts
+// outside it or at a negative origin.
+LumiRect pick_region(Input &in, int sw, int sh);
+
 // True when LUMI_FUZZ_SHOW is set: the harnesses then print each call's
 // arguments, to describe a finding from its input.
 bool show_calls();

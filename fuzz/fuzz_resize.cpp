@@ -45,16 +45,7 @@ int run(const uint8_t *data, size_t size)
     if ((long)sw * sh > 400000)
         sh = 400000 / sw;
     const int srcStep = pick_step(in, sw * ch, true);
-    LumiRect roi{0, 0, sw, sh};
-    const uint32_t roiMode = in.byte();
-    if (roiMode >= 128) {
-        roi.x = in.range(0, sw - 1);
-        roi.y = in.range(0, sh - 1);
-        roi.width = in.range(1, sw - roi.x + 2);
-        roi.height = in.range(1, sh - roi.y + 2);
-        if (roiMode >= 248) // outside the image, or a negative origin
-            (in.flag() ? roi.x : roi.y) = in.flag() ? -(int)in.range(1, 4) : sw + sh;
-    }
+    const LumiRect roi = pick_region(in, sw, sh);
     double fx = pick_factor(in), fy = pick_factor(in);
     const int method = pick_method(in);
     // Supersampling takes shrinking factors only; most of its runs get them.

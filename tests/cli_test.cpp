@@ -337,6 +337,22 @@ Image resize_super(void *fn, const Image &in)
     return out;
 }
 
+// Half a turn about the centre with nearest neighbour: the picture reflected
+// through its centre, from maps written here.
+template <typename Fn>
+Image half_turn(void *fn, const Image &in)
+{
+    Image out = in;
+    std::vector<Lum32f> xm((size_t)W * H), ym(xm.size());
+    for (int y = 0; y < H; ++y)
+        for (int x = 0; x < W; ++x)
+            xm[(size_t)y * W + x] = (Lum32f)(W - 1 - x), ym[(size_t)y * W + x] = (Lum32f)(H - 1 - y);
+    EXPECT_EQ(((Fn)fn)(in.pixels.data(), {W, H}, in.step(), {0, 0, W, H}, xm.data(), W * 4, ym.data(), W * 4,
+                       out.pixels.data(), out.step(), {W, H}, LUMI_INTER_NN),
+              0);
+    return out;
+}
+
 TEST_F(Cli, EachAliasGivesWhatTheDirectCallGives)
 {
     // The expected result comes from a direct call typed from the public header.
@@ -356,6 +372,8 @@ TEST_F(Cli, EachAliasGivesWhatTheDirectCallGives)
                    "--roi 2,3,15,11 --size 7x5 --method super", resize_super),
         ALIAS_CASE("resize", lumiResize_8u_C3R, 3, false,
                    "--roi 2,3,15,11 --size 7x5 --method 8", resize_super),
+        ALIAS_CASE("remap", lumiRemap_8u_C1R, 1, false, "--rotate 180 --method nn", half_turn),
+        ALIAS_CASE("remap", lumiRemap_8u_C3R, 3, false, "--rotate -180 --method 1", half_turn),
         ALIAS_CASE("box", lumiFilterBox_8u_C1R, 1, false, kFilterArgs, filter),
         ALIAS_CASE("box", lumiFilterBox_8u_C3R, 3, false, kFilterArgs, filter),
         ALIAS_CASE("box-inplace", lumiFilterBox_8u_C1IR, 1, false, kFilterArgs, filter_in_place),

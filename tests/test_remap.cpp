@@ -59,6 +59,28 @@ TEST_P(Remap, EveryKernelBothPathsMatchReference)
                 }
 }
 
+// The plain C1 and C3 rows go four pixels at a time with a scalar tail:
+// every width up to two groups plus a tail, and a wide row, on a source large
+// enough that most windows lie inside (where Catmull-Rom and Lanczos take
+// their float form) and some reach the border; regions inside the image and
+// at its edge.
+TEST_P(Remap, RowsOfEveryWidthMatchReference)
+{
+    const struct { LumiSize src; LumiRect roi; } shapes[] = {
+        {{64, 40}, {0, 0, 64, 40}},
+        {{61, 37}, {5, 4, 40, 29}},
+        {{48, 30}, {40, 22, 8, 8}},
+    };
+    for (RemapFn fn : {&lumiRemap_8u_C1R, &lumiRemap_8u_C3R})
+        for (const auto &sh : shapes)
+            for (int sel : kSelectors)
+                for (int w : {1, 2, 3, 4, 5, 7, 8, 9, 11, 12, 13, 67}) {
+                    EXPECT_TRUE(check(fn, fn == &lumiRemap_8u_C1R ? C1 : C3, sh.src, sh.roi, {w, 5}, sel,
+                                      (uint32_t)(sel * 131 + w)))
+                        << "selector " << sel << " width " << w << " region " << sh.roi.x << "," << sh.roi.y;
+                }
+}
+
 // Lanczos falls to cubic under 6 a side, the cubics to linear under 4, and a
 // side of 1 to nearest neighbour; all silently.
 TEST_P(Remap, SmallSourcesLowerTheSelector)

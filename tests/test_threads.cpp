@@ -136,6 +136,33 @@ void resize_all(Fn fn, int ch, const Bytes &in, Bytes &out, double fx, double fy
     }
 }
 
+// Remap of a 41x29 image's inner region through a map of a small rotation
+// and zoom that leaves the region at its corners, every selector on both
+// paths, over a destination that starts from the input's bytes.
+template <typename Fn>
+void remap_all(Fn fn, int ch, const Bytes &in, Bytes &out)
+{
+    const int w = 41, h = 29, srcStep = w * ch + 3;
+    const LumiRect roi{2, 1, 37, 27};
+    const int dw = 43, dh = 31, dstStep = dw * ch + 1;
+    std::vector<float> xm((size_t)dw * dh), ym(xm.size());
+    for (int y = 0; y < dh; ++y)
+        for (int x = 0; x < dw; ++x) {
+            xm[(size_t)y * dw + x] = 20.0f + 0.97f * (x - 21) - 0.21f * (y - 15);
+            ym[(size_t)y * dw + x] = 14.0f + 0.21f * (x - 21) + 0.97f * (y - 15);
+        }
+    out.clear();
+    for (int soft : {0, LUMI_SMOOTH_EDGE})
+        for (int sel : {LUMI_INTER_NN, LUMI_INTER_LINEAR, LUMI_INTER_CUBIC, LUMI_INTER_CATMULLROM,
+                        LUMI_INTER_LANCZOS}) {
+            Bytes dst(in.begin(), in.begin() + (size_t)dstStep * dh);
+            const LumStatus st = fn(in.data(), LumiSize{w, h}, srcStep, roi, xm.data(), dw * 4, ym.data(),
+                                    dw * 4, dst.data(), dstStep, LumiSize{dw, dh}, sel | soft);
+            dst.push_back((uint8_t)st);
+            out.insert(out.end(), dst.begin(), dst.end());
+        }
+}
+
 // A window filter over a footprint of (w + mw - 1) x (h + mh - 1) pixels, for
 // several masks and anchors: fixed sizes and generic ones.
 struct Mask {
@@ -260,6 +287,7 @@ void gauss_both(Fn fn, int ch, const Bytes &in, Bytes &out)
 
 const size_t kFootBytes3 = (size_t)(kFootW * 3 + 2) * kFootH;
 const size_t kResizeBytes3 = (size_t)(41 * 3 + 3) * 29;
+const size_t kRemapBytes3 = (size_t)(43 * 3 + 1) * 31; // also holds the destination's start
 const int kBig = 1024; // plane copies this wide ask for the cache size
 
 const Job kJobs[] = {
@@ -355,6 +383,10 @@ const Job kJobs[] = {
      [](int i, const Bytes &in, Bytes &out) {
          resize_all(tiers_lumiResize_8u_C3R[i], 3, in, out, 0.25, 0.5);
      }},
+    {"Remap_C1R", kRemapBytes3,
+     [](int i, const Bytes &in, Bytes &out) { remap_all(tiers_lumiRemap_8u_C1R[i], 1, in, out); }},
+    {"Remap_C3R", kRemapBytes3,
+     [](int i, const Bytes &in, Bytes &out) { remap_all(tiers_lumiRemap_8u_C3R[i], 3, in, out); }},
     {"FilterBox_C1R", kFootBytes3,
      [](int i, const Bytes &in, Bytes &out) {
          window_filter(tiers_lumiFilterBox_8u_C1R[i], 1, false, in, out);

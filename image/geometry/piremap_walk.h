@@ -23,6 +23,7 @@
 #include <type_traits>
 
 #include "piremap.h"
+#include "piremap_vec.h"
 
 namespace LUMI_NS {
 
@@ -152,6 +153,11 @@ inline void remap_band(const RemapSrc<T, L> &s, const RemapArgs &a, RemapMap<T> 
     }
 }
 
+/* The kernels with whole-row vector forms: plain 8-bit, one or three
+ * interleaved channels. */
+template <class T, int L, bool Soft>
+constexpr bool kRemapRow8u = !Soft && std::is_same<T, Lum8u>::value && (L == kRemapC1 || L == kRemapC3);
+
 /* ---------------------------------------------------------------- walker -- */
 
 template <template <class, int, bool> class F, class T, int L, bool Soft>
@@ -170,16 +176,21 @@ void remap_entry(const RemapArgs &a)
     const unsigned char *xr = (const unsigned char *)a.xMap, *yr = (const unsigned char *)a.yMap;
     for (int32_t r = 0; r < a.height; ++r) {
         const M *xm = (const M *)xr, *ym = (const M *)yr;
-        for (int32_t i = 0; i < a.width; ++i) {
-            const M x = xm[i], y = ym[i];
-            T *d[4];
-            for (int c = 0; c < N; ++c)
-                d[c] = (T *)drow[c] + (ptrdiff_t)i * S;
-            if (x >= x0 && x <= x1 && y >= y0 && y <= y1)
-                F<T, L, Soft>::pixel(s, a, x, y, d);
-            else if constexpr (Soft) {
-                if (x >= bx0 && x <= bx1 && y >= by0 && y <= by1)
-                    remap_band<T, L>(s, a, x, y, d);
+        /* The plain 8-bit C1 and C3 kernels have whole-row forms. */
+        if constexpr (F<T, L, Soft>::kRow) {
+            F<T, L, Soft>::row(s, a, xm, ym, (Lum8u *)drow[0]);
+        } else {
+            for (int32_t i = 0; i < a.width; ++i) {
+                const M x = xm[i], y = ym[i];
+                T *d[4];
+                for (int c = 0; c < N; ++c)
+                    d[c] = (T *)drow[c] + (ptrdiff_t)i * S;
+                if (x >= x0 && x <= x1 && y >= y0 && y <= y1)
+                    F<T, L, Soft>::pixel(s, a, x, y, d);
+                else if constexpr (Soft) {
+                    if (x >= bx0 && x <= bx1 && y >= by0 && y <= by1)
+                        remap_band<T, L>(s, a, x, y, d);
+                }
             }
         }
         for (int c = 0; c < N; ++c)

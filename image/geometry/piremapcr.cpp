@@ -171,9 +171,119 @@ inline void two_form_pixel(const RemapSrc<T, L> &s, const RemapArgs &a, RemapMap
     border_pixel<K>(s, a, x, y, d);
 }
 
+/* ----------------------------------------------- vector rows, plain 8u -- */
+
+/* Catmull-Rom weights of four fractions in lanes, in cr_weights' order. */
+inline void cr_weights4(__m128 t, __m128 w[4])
+{
+    const __m128 one = _mm_set1_ps(1.0f), h = _mm_mul_ps(t, _mm_set1_ps(0.5f));
+    const __m128 tm = _mm_sub_ps(t, one), t2 = _mm_mul_ps(t, t);
+    const __m128 three = _mm_set1_ps(3.0f);
+    w[0] = _mm_xor_ps(_mm_mul_ps(h, _mm_mul_ps(tm, tm)), _mm_set1_ps(-0.0f));
+    w[1] = _mm_add_ps(_mm_mul_ps(_mm_sub_ps(_mm_mul_ps(three, t2), _mm_mul_ps(_mm_set1_ps(5.0f), t)), h), one);
+    w[2] = _mm_mul_ps(_mm_add_ps(_mm_sub_ps(_mm_mul_ps(_mm_set1_ps(4.0f), t), _mm_mul_ps(three, t2)), one), h);
+    w[3] = _mm_mul_ps(_mm_mul_ps(h, tm), t);
+}
+
+/* Lanczos table weights of four fractions in lanes, in l3_table_weights'
+ * order; the table is read lane by lane. */
+inline void l3_table_weights4(__m128 t, __m128 w[6])
+{
+    const Lum32f *tbl = LUMI_T(tblLanczos3);
+    const __m128 sign = _mm_set1_ps(-0.0f);
+    const __m128 start = _mm_sub_ps(_mm_xor_ps(t, sign), _mm_set1_ps(2.0f));
+    __m128 sum = _mm_setzero_ps();
+    for (int k = 0; k < 6; ++k) {
+        const __m128 dist = _mm_add_ps(start, _mm_set1_ps((Lum32f)k));
+        const __m128 v = _mm_mul_ps(_mm_min_ps(_mm_andnot_ps(sign, dist), _mm_set1_ps(3.0f)), _mm_set1_ps(100.0f));
+        const __m128i n = _mm_cvttps_epi32(v);
+        int32_t ni[4];
+        remap_lanes_out(n, ni);
+        const __m128 t0 = _mm_setr_ps(tbl[ni[0]], tbl[ni[1]], tbl[ni[2]], tbl[ni[3]]);
+        const __m128 t1 = _mm_setr_ps(tbl[ni[0] + 1], tbl[ni[1] + 1], tbl[ni[2] + 1], tbl[ni[3] + 1]);
+        w[k] = _mm_add_ps(t0, _mm_mul_ps(_mm_sub_ps(v, _mm_cvtepi32_ps(n)), _mm_sub_ps(t1, t0)));
+        sum = k == 0 ? w[0] : _mm_add_ps(sum, w[k]);
+    }
+    for (int k = 0; k < 6; ++k)
+        w[k] = _mm_div_ps(w[k], sum);
+}
+
+/* A plain 8u C1 or C3 row of either family: the lanes whose window lies
+ * inside the image take the float interior form in lanes, the others the
+ * scalar pixel (the border form). */
+template <int K, class Scalar, int S, class Src>
+void interior_row8u(const Src &s, const RemapArgs &a, const float *xm, const float *ym, Lum8u *d)
+{
+    constexpr int back = K / 2 - 1;
+    const __m128i lo = _mm_set1_epi32(back - 1);
+    const __m128i xhi = _mm_set1_epi32(a.wMax - back), yhi = _mm_set1_epi32(a.hMax - back);
+    const __m128 eps = _mm_set1_ps(1e-7f);
+    remap_row8u<Scalar, S>(s, a, xm, ym, d, [&](__m128 x, __m128 y, int mask, Lum8u *o) {
+        const __m128i ix = _mm_cvttps_epi32(_mm_add_ps(x, eps)), iy = _mm_cvttps_epi32(_mm_add_ps(y, eps));
+        const __m128i in = _mm_and_si128(_mm_and_si128(_mm_cmpgt_epi32(ix, lo), _mm_cmplt_epi32(ix, xhi)),
+                                         _mm_and_si128(_mm_cmpgt_epi32(iy, lo), _mm_cmplt_epi32(iy, yhi)));
+        const int inner = mask & _mm_movemask_ps(_mm_castsi128_ps(in));
+        if (inner != mask) {
+            float xs[4], ys[4];
+            _mm_storeu_ps(xs, x);
+            _mm_storeu_ps(ys, y);
+            for (int lane = 0; lane < 4; ++lane)
+                if ((mask & ~inner) & (1 << lane)) {
+                    Lum8u *e[4] = {o + lane * S, o + lane * S + 1, o + lane * S + 2, nullptr};
+                    Scalar::pixel(s, a, xs[lane], ys[lane], e);
+                }
+        }
+        if (!inner)
+            return;
+        __m128 wx[K], wy[K];
+        const __m128 tx = _mm_sub_ps(x, _mm_cvtepi32_ps(ix)), ty = _mm_sub_ps(y, _mm_cvtepi32_ps(iy));
+        if constexpr (K == 4) {
+            cr_weights4(tx, wx);
+            cr_weights4(ty, wy);
+        } else {
+            l3_table_weights4(tx, wx);
+            l3_table_weights4(ty, wy);
+        }
+        /* Lanes left to the border form read from the image's corner. */
+        const __m128i off = _mm_set1_epi32(back);
+        const Lum8u *org[4];
+        remap_origins<S>(s.base[0], s.step, _mm_and_si128(in, _mm_sub_epi32(ix, off)),
+                         _mm_and_si128(in, _mm_sub_epi32(iy, off)), org);
+        constexpr int G = RemapUnits<S>::kGroups;
+        __m128i v[G];
+        for (int g = 0; g < G; ++g) {
+            __m128 wxg[K];
+            for (int k = 0; k < K; ++k)
+                wxg[k] = RemapUnits<S>::spread(wx[k], g);
+            __m128 sum = _mm_setzero_ps();
+            for (int r = 0; r < K; ++r) {
+                __m128 t[K];
+                remap_taps_ps<S, K>(org, g, r * s.step, t);
+                __m128 h = _mm_mul_ps(t[0], wxg[0]);
+                for (int k = 1; k < K; ++k)
+                    h = _mm_add_ps(h, _mm_mul_ps(t[k], wxg[k]));
+                const __m128 hw = _mm_mul_ps(h, RemapUnits<S>::spread(wy[r], g));
+                sum = r == 0 ? hw : _mm_add_ps(sum, hw);
+            }
+            v[g] = _mm_cvtps_epi32(_mm_max_ps(_mm_min_ps(sum, _mm_set1_ps(255.0f)), _mm_setzero_ps()));
+        }
+        Lum8u out[12];
+        remap_pack<S>(v, out);
+        remap_store<S>(o, out, inner);
+    });
+}
+
+/* The vector rows serve the tiers that have a float interior. */
+template <class T, int L, bool Soft> constexpr bool kInteriorRow = kRemapRow8u<T, L, Soft> && !kRemapLowTier;
+
 } // namespace
 
 template <class T, int L, bool Soft> struct RemapCR {
+    static constexpr bool kRow = kInteriorRow<T, L, Soft>;
+    static void row(const RemapSrc<T, L> &s, const RemapArgs &a, const float *xm, const float *ym, Lum8u *d)
+    {
+        interior_row8u<4, RemapCR, RemapShape<L>::stride>(s, a, xm, ym, d);
+    }
     static void pixel(const RemapSrc<T, L> &s, const RemapArgs &a, RemapMap<T> x, RemapMap<T> y,
                       T *const *d)
     {
@@ -182,6 +292,11 @@ template <class T, int L, bool Soft> struct RemapCR {
 };
 
 template <class T, int L, bool Soft> struct RemapL3 {
+    static constexpr bool kRow = kInteriorRow<T, L, Soft>;
+    static void row(const RemapSrc<T, L> &s, const RemapArgs &a, const float *xm, const float *ym, Lum8u *d)
+    {
+        interior_row8u<6, RemapL3, RemapShape<L>::stride>(s, a, xm, ym, d);
+    }
     static void pixel(const RemapSrc<T, L> &s, const RemapArgs &a, RemapMap<T> x, RemapMap<T> y,
                       T *const *d)
     {

@@ -56,6 +56,41 @@ constexpr CubTab make_cub_tab()
 
 constexpr CubTab kCubTab = make_cub_tab();
 
+/* The four weights of an index side by side, for the vector row:
+ * tab[idx].m, tab[idx].z, tab[1536 - idx].z, tab[1536 - idx].m. */
+struct CubQuads {
+    int16_t w[1537][4];
+};
+
+constexpr CubQuads make_cub_quads()
+{
+    CubQuads q{};
+    for (int i = 0; i <= 1536; ++i) {
+        q.w[i][0] = kCubTab.m[i];
+        q.w[i][1] = kCubTab.z[i];
+        q.w[i][2] = kCubTab.z[1536 - i];
+        q.w[i][3] = kCubTab.m[1536 - i];
+    }
+    return q;
+}
+
+alignas(16) constexpr CubQuads kCubQuads = make_cub_quads();
+
+/* Window start of four coordinates in lanes: min(trunc v, last - 2), then
+ * one less if above 0. */
+inline __m128i cubic_base4(__m128 v, __m128i lastMinus2)
+{
+    const __m128i b = remap_min_epi32(_mm_cvttps_epi32(v), lastMinus2);
+    return _mm_add_epi32(b, _mm_cmpgt_epi32(b, _mm_setzero_si128()));
+}
+
+/* Two lanes' weight quads in one register. */
+inline __m128i cubic_quads2(int32_t i0, int32_t i1)
+{
+    return _mm_unpacklo_epi64(_mm_loadl_epi64((const __m128i *)kCubQuads.w[i0]),
+                              _mm_loadl_epi64((const __m128i *)kCubQuads.w[i1]));
+}
+
 inline int32_t cubic_base(int32_t i, int32_t last)
 {
     const int32_t b = i < last - 2 ? i : last - 2;
@@ -99,6 +134,58 @@ inline R cubic_sum(const RemapSrc<T, L> &s, int c, int32_t bx, int32_t by, const
 
 template <class T, int L, bool Soft> struct RemapCub {
     typedef RemapMap<T> M;
+    static constexpr bool kRow = kRemapRow8u<T, L, Soft>;
+
+    /* Plain 8u, four pixels at a time.  A unit's row of four samples meets
+     * its weight quad in one 16-bit multiply-add (two pairs), the pairs are
+     * added across lanes, and the four row results meet the row weights the
+     * same way; 32-bit sums throughout, as in the scalar form. */
+    static void row(const RemapSrc<T, L> &s, const RemapArgs &a, const float *xm, const float *ym,
+                    Lum8u *d)
+    {
+        constexpr int S = RemapShape<L>::stride;
+        const __m128i xl = _mm_set1_epi32(a.wMax - 2), yl = _mm_set1_epi32(a.hMax - 2);
+        const __m128i zero = _mm_setzero_si128();
+        const __m128 scale = _mm_set1_ps(512.0f);
+        remap_row8u<RemapCub, S>(s, a, xm, ym, d, [&](__m128 x, __m128 y, int mask, Lum8u *o) {
+            const __m128i bx = cubic_base4(x, xl), by = cubic_base4(y, yl);
+            int32_t ia[4], ib[4];
+            remap_lanes_out(_mm_cvtps_epi32(_mm_mul_ps(_mm_sub_ps(x, _mm_cvtepi32_ps(bx)), scale)), ia);
+            remap_lanes_out(_mm_cvtps_epi32(_mm_mul_ps(_mm_sub_ps(y, _mm_cvtepi32_ps(by)), scale)), ib);
+            const Lum8u *org[4];
+            remap_origins<S>(s.base[0], s.step, bx, by, org);
+            constexpr int G = RemapUnits<S>::kGroups;
+            __m128i v[G];
+            for (int g = 0; g < G; ++g) {
+                int32_t ua[4], ub[4];
+                for (int lane = 0; lane < 4; ++lane)
+                    ua[lane] = ia[S == 1 ? lane : g], ub[lane] = ib[S == 1 ? lane : g];
+                const __m128i wa01 = cubic_quads2(ua[0], ua[1]), wa23 = cubic_quads2(ua[2], ua[3]);
+                const __m128 b01 = _mm_castsi128_ps(cubic_quads2(ub[0], ub[1]));
+                const __m128 b23 = _mm_castsi128_ps(cubic_quads2(ub[2], ub[3]));
+                const __m128i wb01 = _mm_castps_si128(_mm_shuffle_ps(b01, b23, _MM_SHUFFLE(2, 0, 2, 0)));
+                const __m128i wb23 = _mm_castps_si128(_mm_shuffle_ps(b01, b23, _MM_SHUFFLE(3, 1, 3, 1)));
+                __m128i h[4];
+                for (int r = 0; r < 4; ++r) {
+                    const __m128i q = remap_quads<S>(org, g, r * s.step);
+                    const __m128 lo = _mm_castsi128_ps(_mm_madd_epi16(_mm_unpacklo_epi8(q, zero), wa01));
+                    const __m128 hi = _mm_castsi128_ps(_mm_madd_epi16(_mm_unpackhi_epi8(q, zero), wa23));
+                    h[r] = _mm_srai_epi32(_mm_add_epi32(_mm_castps_si128(_mm_shuffle_ps(lo, hi, _MM_SHUFFLE(2, 0, 2, 0))),
+                                                        _mm_castps_si128(_mm_shuffle_ps(lo, hi, _MM_SHUFFLE(3, 1, 3, 1)))),
+                                          8);
+                }
+                /* (h0, h1) and (h2, h3) of each lane as 16-bit pairs. */
+                const __m128i p02 = _mm_packs_epi32(h[0], h[2]), p13 = _mm_packs_epi32(h[1], h[3]);
+                const __m128i sum = _mm_add_epi32(_mm_madd_epi16(_mm_unpacklo_epi16(p02, p13), wb01),
+                                                  _mm_madd_epi16(_mm_unpackhi_epi16(p02, p13), wb23));
+                v[g] = _mm_srai_epi32(_mm_add_epi32(sum, _mm_set1_epi32(524288)), 20);
+            }
+            /* The packs limit each result to 0..255. */
+            Lum8u out[12];
+            remap_pack<S>(v, out);
+            remap_store<S>(o, out, mask);
+        });
+    }
 
     static void pixel(const RemapSrc<T, L> &s, const RemapArgs &a, M x, M y, T *const *d)
     {

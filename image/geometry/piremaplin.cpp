@@ -40,6 +40,24 @@
 namespace LUMI_NS {
 
 template <class T, int L, bool Soft> struct RemapNN {
+    static constexpr bool kRow = kRemapRow8u<T, L, Soft>;
+
+    /* Four pixels at a time: columns and rows in lanes, elements moved. */
+    static void row(const RemapSrc<T, L> &s, const RemapArgs &a, const float *xm, const float *ym,
+                    Lum8u *d)
+    {
+        constexpr int S = RemapShape<L>::stride;
+        const __m128 half = _mm_set1_ps(0.5f);
+        remap_row8u<RemapNN, S>(s, a, xm, ym, d, [&](__m128 x, __m128 y, int mask, Lum8u *o) {
+            int32_t col[4], row[4];
+            remap_lanes_out(_mm_cvttps_epi32(_mm_add_ps(x, half)), col);
+            remap_lanes_out(_mm_cvttps_epi32(_mm_add_ps(y, half)), row);
+            for (int lane = 0; lane < 4; ++lane)
+                if (mask & (1 << lane))
+                    memcpy(o + lane * S, s.base[0] + (ptrdiff_t)row[lane] * s.step + (ptrdiff_t)col[lane] * S, S);
+        });
+    }
+
     static void pixel(const RemapSrc<T, L> &s, const RemapArgs &, RemapMap<T> x, RemapMap<T> y,
                       T *const *d)
     {
@@ -73,6 +91,43 @@ inline void fixed_axis(Lum32f v, int32_t last, int32_t *i, int32_t *f)
 
 template <class T, int L, bool Soft> struct RemapLin {
     typedef RemapMap<T> M;
+    static constexpr bool kRow = kRemapRow8u<T, L, Soft>;
+
+    /* Plain 8u, four pixels at a time.  Per pixel the Q14 weight pairs
+     * (16384 - a, a) and (16384 - b, b) sit in one 32-bit lane each, so one
+     * 16-bit multiply-add forms a row's two products and their sum. */
+    static void row(const RemapSrc<T, L> &s, const RemapArgs &a, const float *xm, const float *ym,
+                    Lum8u *d)
+    {
+        constexpr int S = RemapShape<L>::stride;
+        const __m128i xLast = _mm_set1_epi32(a.xMax), yLast = _mm_set1_epi32(a.yMax);
+        const __m128i zero = _mm_setzero_si128(), one = _mm_set1_epi32(16384);
+        const __m128 scale = _mm_set1_ps(16384.0f);
+        remap_row8u<RemapLin, S>(s, a, xm, ym, d, [&](__m128 x, __m128 y, int mask, Lum8u *o) {
+            __m128i ix = _mm_cvttps_epi32(x), iy = _mm_cvttps_epi32(y);
+            ix = _mm_add_epi32(ix, _mm_and_si128(_mm_cmpeq_epi32(ix, xLast), _mm_cmpgt_epi32(ix, zero)));
+            iy = _mm_add_epi32(iy, _mm_and_si128(_mm_cmpeq_epi32(iy, yLast), _mm_cmpgt_epi32(iy, zero)));
+            const __m128i fa = _mm_cvtps_epi32(_mm_mul_ps(_mm_sub_ps(x, _mm_cvtepi32_ps(ix)), scale));
+            const __m128i fb = _mm_cvtps_epi32(_mm_mul_ps(_mm_sub_ps(y, _mm_cvtepi32_ps(iy)), scale));
+            const __m128i wa = _mm_or_si128(_mm_sub_epi32(one, fa), _mm_slli_epi32(fa, 16));
+            const __m128i wb = _mm_or_si128(_mm_sub_epi32(one, fb), _mm_slli_epi32(fb, 16));
+            const Lum8u *org[4];
+            remap_origins<S>(s.base[0], s.step, ix, iy, org);
+            constexpr int G = RemapUnits<S>::kGroups;
+            __m128i v[G];
+            for (int g = 0; g < G; ++g) {
+                const __m128i q = remap_pairs2<S>(org, g, s.step);
+                const __m128i wag = RemapUnits<S>::spread(wa, g), wbg = RemapUnits<S>::spread(wb, g);
+                const __m128i r0 = _mm_srai_epi32(_mm_madd_epi16(_mm_unpacklo_epi8(q, zero), wag), 8);
+                const __m128i r1 = _mm_srai_epi32(_mm_madd_epi16(_mm_unpackhi_epi8(q, zero), wag), 8);
+                const __m128i rr = _mm_or_si128(r0, _mm_slli_epi32(r1, 16));
+                v[g] = _mm_srai_epi32(_mm_add_epi32(_mm_madd_epi16(rr, wbg), _mm_set1_epi32(33)), 20);
+            }
+            Lum8u out[12];
+            remap_pack<S>(v, out);
+            remap_store<S>(o, out, mask);
+        });
+    }
 
     static void pixel(const RemapSrc<T, L> &s, const RemapArgs &a, M x, M y, T *const *d)
     {

@@ -20,8 +20,11 @@ soname=$(objdump -p "$prefix"/lib/liblumi.so | awk '/SONAME/ {print $2}')
 if [ -f "$build/cli/lumi" ]; then
     [ -x "$prefix/bin/lumi" ] || { echo "lumi not installed"; exit 1; }
     # The installed command loads the installed library, whatever the build tree holds.
-    "$prefix/bin/lumi" list | grep -q "^library: $prefix/lib/liblumi.so.7" ||
-        { echo "installed lumi did not load the installed library"; "$prefix/bin/lumi" list | head -3; exit 1; }
+    # (The listing is read whole: grep -q would close the pipe early, and the
+    # pipeline would then fail on the writer's broken pipe.)
+    listing=$("$prefix/bin/lumi" list)
+    grep -q "^library: $prefix/lib/liblumi.so.7" <<<"$listing" ||
+        { echo "installed lumi did not load the installed library"; head -3 <<<"$listing"; exit 1; }
 fi
 
 # pkg-config
