@@ -128,6 +128,9 @@ enum {
     kOptMethod = 1 << 3, // --method nn|linear|cubic|lanczos|super|CODE
     kOptKernel = 1 << 4, // --kernel "a,b,c;d,e,f;..." or a preset name
     kOptDivisor = 1 << 5, // --divisor N
+    kOptAngle = 1 << 6,   // --angle A, --soft-edge
+    kOptCentre = 1 << 7,  // --centre X,Y
+    kOptShift = 1 << 8,   // --shift X,Y
 };
 
 struct Params {
@@ -142,6 +145,11 @@ struct Params {
     bool divisor_given = false;
     LumiRect roi = {0, 0, 0, 0};
     bool roi_given = false;
+    double angle = 0.0;             // --angle, degrees
+    double centre[2] = {0.0, 0.0};  // --centre; the region's centre when not given
+    bool centre_given = false;
+    double shift[2] = {0.0, 0.0};   // --shift
+    bool soft_edge = false;         // --soft-edge
 };
 
 struct Op;
