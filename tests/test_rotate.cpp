@@ -16,6 +16,7 @@
 #include "lumi.h"
 #include "support/alloc_fault.h"
 #include "support/guarded.h"
+#include "support/members.h"
 #include "support/remap_ref.h"
 #include "support/tiers.h"
 
@@ -476,6 +477,65 @@ TEST_P(Rotate, EveryAllocationFailure)
             });
         EXPECT_EQ(sel == LUMI_INTER_LINEAR ? 1 : 2, n);
     }
+}
+
+// ------------------------------------------------- every type and layout --
+
+// Images of any element size and layout as byte planes: one plane holding
+// interleaved pixels, or 3 or 4 planes of one element each.
+struct AnyImage {
+    int esize, stride, moved, planes, step;
+    std::vector<std::vector<uint8_t>> bytes;
+    std::vector<void *> ptrs;
+
+    AnyImage(int layout, int es, int w, int h, uint32_t seed) : esize(es)
+    {
+        planes = layout == 3 ? 3 : layout == 5 ? 4 : 1;
+        stride = planes > 1 || layout == 0 ? 1 : layout == 1 ? 3 : 4;
+        moved = planes > 1 ? 1 : layout == 2 ? 3 : stride;
+        step = w * stride * es + 5;
+        for (int p = 0; p < planes; ++p) {
+            std::vector<uint8_t> b((size_t)step * h);
+            for (auto &v : b)
+                v = (uint8_t)((seed = seed * 1664525u + 1013904223u) >> 24);
+            bytes.push_back(b);
+        }
+        for (auto &b : bytes)
+            ptrs.push_back(b.data());
+    }
+    void *arg() { return planes > 1 ? (void *)ptrs.data() : ptrs[0]; }
+    uint8_t *at(int p, int x, int y, int e) { return &bytes[p][(size_t)y * step + (x * stride + e) * esize]; }
+};
+
+// Every slot of the exact turns, in every tier: each element size and
+// layout, each quarter, against the forward placement of each pixel (AC4
+// keeps the fourth element; planar forms turn each plane).
+TEST(RotateMembers, QuarterTurnsOfEveryTypeAndLayout)
+{
+    const int sizes[4] = {1, 4, 2, 8}; // by type code 0, 8, 16, 24
+    const int W = 37, H = 19, DW = 23, DH = 40;
+    for (const lumitest::TierMembers &m : lumitest::runnable_tier_members())
+        for (int t = 0; t < 4; ++t)
+            for (int layout = 0; layout < 6; ++layout)
+                for (int n : {90, 180, 270}) {
+                    AnyImage src(layout, sizes[t], W, H, 3), dst(layout, sizes[t], DW, DH, 4), want = dst;
+                    const LumiRect roi = {2, 1, 34, 17}, dr = {1, 2, 20, 37};
+                    const int sx = n == 90 ? -1 : n == 180 ? 30 : 25, sy = n == 90 ? 36 : n == 180 ? 30 : 0;
+                    for (int y = roi.y; y < roi.y + roi.height; ++y)
+                        for (int x = roi.x; x < roi.x + roi.width; ++x) {
+                            const int X = n == 90 ? y + sx : n == 180 ? sx - x : sx - y;
+                            const int Y = n == 90 ? sy - x : n == 180 ? sy - y : x + sy;
+                            if (X < dr.x || X >= dr.x + dr.width || Y < dr.y || Y >= dr.y + dr.height)
+                                continue;
+                            for (int p = 0; p < src.planes; ++p)
+                                for (int e = 0; e < src.moved; ++e)
+                                    memcpy(want.at(p, X, Y, e), src.at(p, x, y, e), sizes[t]);
+                        }
+                    ASSERT_EQ(lumStsNoErr, m.ownpi_Rotate(src.arg(), {W, H}, src.step, roi, dst.arg(), dst.step, dr,
+                                                          t * 8 + layout, n, sx, sy, 0));
+                    ASSERT_EQ(want.bytes, dst.bytes) << m.name << " type " << t * 8 << " layout " << layout
+                                                     << " angle " << n;
+                }
 }
 
 LUMI_INSTANTIATE_TIERS(Rotate);

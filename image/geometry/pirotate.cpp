@@ -209,3 +209,12 @@ LumStatus rotate(const void *pSrc, LumiSize srcSize, int32_t srcStep, LumiRect s
 }
 
 } // namespace LUMI_NS
+
+/* The common body for any type and layout, for the tests of every slot. */
+LUMI_MEMBER LumStatus LUMI_T(ownpi_Rotate)(const void *pSrc, LumiSize srcSize, int32_t srcStep, LumiRect srcRoi,
+                                           void *pDst, int32_t dstStep, LumiRect dstRoi, int32_t code, double angle,
+                                           double xShift, double yShift, int32_t interpolation)
+{
+    return LUMI_NS::rotate(pSrc, srcSize, srcStep, srcRoi, pDst, dstStep, dstRoi, code, angle, xShift, yShift,
+                           interpolation);
+}
