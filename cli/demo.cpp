@@ -81,6 +81,12 @@ const DemoCase kCases[] = {
     {"lumiFilterMax_8u_C1R", "--mask 15x1 --anchor 0,0", "max-grey-15x1"},
     {"lumiFilterBilateral_8u_C1R", "--mask 9 --sigma-value 1600 --sigma-position 16",
      "bilateral-grey-9x9"},
+    {"lumiRotateCenter_8u_C3R", "--angle 12 --method linear", "rotate-12-linear"},
+    {"lumiRotateCenter_8u_C3R", "--angle 12 --method linear --soft-edge", "rotate-12-soft-edge"},
+    {"lumiRotateCenter_8u_C3R", "--roi 136,96,48,48 --angle 30 --method nn", "rotate-30-nn"},
+    {"lumiRotateCenter_8u_C3R", "--roi 136,96,48,48 --angle 30 --method catmullrom", "rotate-30-catmullrom"},
+    {"lumiRotate_8u_C3R", "--roi 40,0,240,240 --angle 90 --shift 0,279", "rotate-quarter-turn"},
+    {"lumiRotateCenter_8u_C1R", "--angle -45 --method cubic", "rotate-grey-cubic"},
 };
 
 const int kPictureW = 320, kPictureH = 240;

@@ -130,6 +130,9 @@ enum {
     kOptDivisor = 1 << 5, // --divisor N
     kOptBilateral = 1 << 6, // --sigma-value V, --sigma-position P, --step S
     kOptMap = 1 << 7,     // --rotate DEG | --barrel K | --wave PIXELS, --edge soft|hard
+    kOptAngle = 1 << 8,   // --angle A, --soft-edge
+    kOptCentre = 1 << 9,  // --centre X,Y
+    kOptShift = 1 << 10,  // --shift X,Y
 };
 
 // The built-in coordinate maps of remap.
@@ -153,6 +156,10 @@ struct Params {
     MapKind map = kMapRotate; // remap's built-in map and its one parameter
     double map_amount = 12.0;
     bool soft_edge = false;
+    double angle = 0.0;             // --angle, degrees
+    double centre[2] = {0.0, 0.0};  // --centre; the region's centre when not given
+    bool centre_given = false;
+    double shift[2] = {0.0, 0.0};   // --shift
 };
 
 struct Op;

@@ -386,9 +386,32 @@ LumStatus run_remap(const Op &, Job &job)
     });
 }
 
+// Rotation into a picture of the input's size, black where the turned region
+// does not reach; the centre form turns about --centre (by default the
+// region's centre), the shift form moves by --shift.
+template <typename Fn>
+LumStatus run_rotate(const Op &op, Job &job)
+{
+    const Image &in = *job.in;
+    Params &p = job.p;
+    if (!make_image(&job.out, in.width, in.height, in.channels, &job.error))
+        return 1;
+    if ((op.options & kOptCentre) && !p.centre_given)
+        p.centre[0] = p.roi.x + (p.roi.width - 1) / 2.0, p.centre[1] = p.roi.y + (p.roi.height - 1) / 2.0;
+    const double *where = (op.options & kOptCentre) ? p.centre : p.shift;
+    const int method = p.method | (p.soft_edge ? LUMI_SMOOTH_EDGE : 0);
+    return timed(job, [&] {
+        return ((Fn)job.fn)(in.pixels.data(), {in.width, in.height}, in.step(), p.roi,
+                            job.out.pixels.data(), job.out.step(), {0, 0, in.width, in.height}, p.angle,
+                            where[0], where[1], method);
+    });
+}
+
 const unsigned kFilter = kOptMask | kOptAnchor;
 const unsigned kResize = kOptScale | kOptMethod;
 const unsigned kConvolution = kOptKernel | kOptAnchor;
+const unsigned kRotateCentre = kOptAngle | kOptCentre | kOptMethod;
+const unsigned kRotateShift = kOptAngle | kOptShift | kOptMethod;
 
 // A row names its primitive once: the shape is instantiated with the
 // primitive's type from the public header, so a shape that calls it with
@@ -463,6 +486,14 @@ const std::vector<Op> kOps = {
     LUMI_CLI_OP_HELPED(lumiFilterBilateral_8u_C1R, lumiFilterBilateralGetBufSize_8u_C1R,
      lumiFilterBilateralInit_8u_C1R, "bilateral", 1, kInterleaved, kInterleaved,
      kOptMask | kOptBilateral, run_bilateral, "edge-keeping smoothing, grey"),
+    LUMI_CLI_OP(lumiRotateCenter_8u_C1R, "rotate", 1, kInterleaved, kInterleaved, kRotateCentre,
+     run_rotate, "turn about a point, grey"),
+    LUMI_CLI_OP(lumiRotateCenter_8u_C3R, "rotate", 3, kInterleaved, kInterleaved, kRotateCentre,
+     run_rotate, "turn about a point, RGB"),
+    LUMI_CLI_OP(lumiRotate_8u_C1R, "rotate-shift", 1, kInterleaved, kInterleaved, kRotateShift,
+     run_rotate, "turn about the origin and shift, grey"),
+    LUMI_CLI_OP(lumiRotate_8u_C3R, "rotate-shift", 3, kInterleaved, kInterleaved, kRotateShift,
+     run_rotate, "turn about the origin and shift, RGB"),
 };
 
 // ------------------------------------------------------------- options --
@@ -551,6 +582,10 @@ const OptionInfo kOptions[] = {
     {"--barrel", kOptMap, "--barrel K       map: lens barrel, radius grows by 1 + K r^2 (r = 1 at corners)"},
     {"--wave", kOptMap, "--wave PIXELS    map: sine wave of that amplitude, period 40 pixels"},
     {"--edge", kOptMap, "--edge soft|hard soft: fade over one pixel at the region's edge (default hard)"},
+    {"--angle", kOptAngle, "--angle A        degrees, counter-clockwise on screen (default 0)"},
+    {"--soft-edge", kOptAngle, "--soft-edge      blend the pixels along the turned region's slanted sides"},
+    {"--centre", kOptCentre, "--centre X,Y     the point that stays in place (default the region's centre)"},
+    {"--shift", kOptShift, "--shift X,Y      shift after turning about the origin (default 0,0)"},
 };
 
 // "a,b;c,d" into cells and a size; every row as long as the first.
@@ -641,7 +676,7 @@ const Op *find_alias(const std::string &alias, int channels)
 
 bool option_takes_value(const std::string &key)
 {
-    return key != "--time" && key != "--help";
+    return key != "--time" && key != "--help" && key != "--soft-edge";
 }
 
 std::string options_help(unsigned options)
@@ -705,6 +740,16 @@ bool parse_option(const Op &op, const std::string &key, const std::string &value
     } else if (key == "--edge") {
         ok = value == "soft" || value == "hard";
         p->soft_edge = value == "soft";
+    } else if (key == "--angle") {
+        ok = parse_double(value, &p->angle);
+    } else if (key == "--soft-edge") {
+        p->soft_edge = true;
+    } else if (key == "--centre" || key == "--shift") {
+        double *xy = key == "--centre" ? p->centre : p->shift;
+        const size_t comma = value.find(',');
+        ok = comma != std::string::npos && parse_double(value.substr(0, comma), &xy[0]) &&
+             parse_double(value.substr(comma + 1), &xy[1]);
+        p->centre_given = p->centre_given || key == "--centre";
     } else if (key == "--method") {
         ok = false;
         for (const auto &m : kMethods)
@@ -734,7 +779,10 @@ bool parse_option(const Op &op, const std::string &key, const std::string &value
                      {"--rotate", "an angle in degrees"},
                      {"--barrel", "a number"},
                      {"--wave", "an amplitude in pixels"},
-                     {"--edge", "soft or hard"}};
+                     {"--edge", "soft or hard"},
+                     {"--angle", "a number"},
+                     {"--centre", "X,Y"},
+                     {"--shift", "X,Y"}};
         for (const auto &f : forms)
             if (key == f.key)
                 *err = key + " wants " + f.form + ", not '" + value + "'";

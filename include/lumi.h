@@ -455,6 +455,49 @@ LUMI_API LumStatus lumiRemap_8u_C3R(const Lum8u *pSrc, LumiSize srcSize, int32_t
                                     const Lum32f *pyMap, int32_t yMapStep, Lum8u *pDst,
                                     int32_t dstStep, LumiSize dstRoiSize, int32_t interpolation);
 
+/* Turns the region srcRoi of the source (pSrc, the image's first pixel) by
+ * angle degrees about the origin, counter-clockwise on screen with y
+ * growing down: x' = cos a x + sin a y + xShift, y' = -sin a x + cos a y +
+ * yShift, and writes the pixels of dstRoi (in the image pDst) whose centres
+ * fall inside the turned region; the others are left as they were.  A turn
+ * of 90, 180 or 270 degrees with whole shifts is an exact copy and takes any
+ * selector and step.  Otherwise interpolation is LUMI_INTER_NN,
+ * LUMI_INTER_LINEAR, LUMI_INTER_CUBIC or LUMI_INTER_CATMULLROM, and
+ * LUMI_SMOOTH_EDGE added blends the pixels just outside the slanted sides.
+ * A region that misses dstRoi gives lumStsNoIntersectRoiWarn (exact turns)
+ * or lumStsNoIntersectQuadWarn; singular coefficients or a region under 2x2
+ * give lumStsCoeffErr. */
+LUMI_API LumStatus lumiRotate_8u_C1R(const Lum8u *pSrc, LumiSize srcSize, int32_t srcStep,
+                                     LumiRect srcRoi, Lum8u *pDst, int32_t dstStep, LumiRect dstRoi,
+                                     double angle, double xShift, double yShift,
+                                     int32_t interpolation);
+LUMI_API LumStatus lumiRotate_8u_C3R(const Lum8u *pSrc, LumiSize srcSize, int32_t srcStep,
+                                     LumiRect srcRoi, Lum8u *pDst, int32_t dstStep, LumiRect dstRoi,
+                                     double angle, double xShift, double yShift,
+                                     int32_t interpolation);
+LUMI_API LumStatus lumiRotate_8u_C4R(const Lum8u *pSrc, LumiSize srcSize, int32_t srcStep,
+                                     LumiRect srcRoi, Lum8u *pDst, int32_t dstStep, LumiRect dstRoi,
+                                     double angle, double xShift, double yShift,
+                                     int32_t interpolation);
+/* As lumiRotate_8u_*, about the point (xCenter, yCenter), which stays in
+ * place (the shift comes from lumiGetRotateShift). */
+LUMI_API LumStatus lumiRotateCenter_8u_C1R(const Lum8u *pSrc, LumiSize srcSize, int32_t srcStep,
+                                           LumiRect srcRoi, Lum8u *pDst, int32_t dstStep,
+                                           LumiRect dstRoi, double angle, double xCenter,
+                                           double yCenter, int32_t interpolation);
+LUMI_API LumStatus lumiRotateCenter_8u_C3R(const Lum8u *pSrc, LumiSize srcSize, int32_t srcStep,
+                                           LumiRect srcRoi, Lum8u *pDst, int32_t dstStep,
+                                           LumiRect dstRoi, double angle, double xCenter,
+                                           double yCenter, int32_t interpolation);
+LUMI_API LumStatus lumiRotateCenter_8u_C4R(const Lum8u *pSrc, LumiSize srcSize, int32_t srcStep,
+                                           LumiRect srcRoi, Lum8u *pDst, int32_t dstStep,
+                                           LumiRect dstRoi, double angle, double xCenter,
+                                           double yCenter, int32_t interpolation);
+/* The shift under which a turn by angle keeps (xCenter, yCenter) in place;
+ * exact for quarter turns. */
+LUMI_API LumStatus lumiGetRotateShift(double xCenter, double yCenter, double angle,
+                                      double *pxShift, double *pyShift);
+
 #ifdef __cplusplus
 }
 #endif

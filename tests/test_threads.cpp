@@ -163,6 +163,26 @@ void remap_all(Fn fn, int ch, const Bytes &in, Bytes &out)
         }
 }
 
+// Rotation of a 41x29 image's inner region by one angle about its centre,
+// every selector with and without the soft edge (quarter turns take the
+// exact path whatever the selector).
+template <typename Fn>
+void rotate_all(Fn fn, int ch, const Bytes &in, Bytes &out, double angle)
+{
+    const int w = 41, h = 29, srcStep = w * ch + 3;
+    const LumiRect roi{2, 1, 37, 27};
+    const int dw = 50, dh = 44, dstStep = dw * ch + 1;
+    out.clear();
+    for (int sel : {LUMI_INTER_NN, LUMI_INTER_LINEAR, LUMI_INTER_CUBIC, LUMI_INTER_CATMULLROM})
+        for (int soft : {0, (int)LUMI_SMOOTH_EDGE}) {
+            Bytes dst((size_t)dstStep * dh, 0);
+            const LumStatus st = fn(in.data(), LumiSize{w, h}, srcStep, roi, dst.data(), dstStep,
+                                    LumiRect{1, 2, dw - 2, dh - 3}, angle, 20.5, 14.0, sel | soft);
+            dst.push_back((uint8_t)st);
+            out.insert(out.end(), dst.begin(), dst.end());
+        }
+}
+
 // A window filter over a footprint of (w + mw - 1) x (h + mh - 1) pixels, for
 // several masks and anchors: fixed sizes and generic ones.
 struct Mask {
@@ -359,6 +379,12 @@ const Job kJobs[] = {
      [](int i, const Bytes &in, Bytes &out) {
          planes_to_planes(tiers_lumiHLSToBGR_8u_P3R[i], in, out, 53, 7, 3);
      }},
+    {"Rotate_C1R", kResizeBytes3,
+     [](int i, const Bytes &in, Bytes &out) { rotate_all(tiers_lumiRotate_8u_C1R[i], 1, in, out, 12); }},
+    {"RotateCenter_C3R", kResizeBytes3,
+     [](int i, const Bytes &in, Bytes &out) { rotate_all(tiers_lumiRotateCenter_8u_C3R[i], 3, in, out, -33); }},
+    {"RotateCenter_C4R_quarter", (size_t)(41 * 4 + 3) * 29,
+     [](int i, const Bytes &in, Bytes &out) { rotate_all(tiers_lumiRotateCenter_8u_C4R[i], 4, in, out, 90); }},
     {"Resize_C1R_up", kResizeBytes3,
      [](int i, const Bytes &in, Bytes &out) {
          resize_all(tiers_lumiResize_8u_C1R[i], 1, in, out, 1.7, 1.3);

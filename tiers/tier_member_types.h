@@ -73,6 +73,13 @@ typedef LumStatus LumiMedianLineFn(const Lum8u *pSrc, int32_t srcStep, Lum8u *pD
     X(c, ownpi_RowLanczos8px, void(const Lum8u *src, int32_t pixelStride, const int32_t *colOfs, \
                                    const Lum32f *xWeights, Lum32f *out, int32_t width,           \
                                    int32_t roiX, int32_t imgW))                                  \
+    /* Rotate's common body (image/geometry) for any element type and layout:  \
+     * code = type (0 8u, 8 32f, 16 16u, 24 64f) + layout (0 C1, 1 C3, 2 AC4,   \
+     * 3 P3, 4 C4, 5 P4); planar forms take arrays of plane pointers. */       \
+    X(c, ownpi_Rotate, LumStatus(const void *pSrc, LumiSize srcSize, int32_t srcStep,           \
+                                 LumiRect srcRoi, void *pDst, int32_t dstStep, LumiRect dstRoi,  \
+                                 int32_t code, double angle, double xShift, double yShift,       \
+                                 int32_t interpolation))                                         \
     /* Remap of every type and layout but the public two (image/geometry). */                   \
     LUMI_REMAP_MEMBERS(X, c)
 
