@@ -41,15 +41,18 @@ typedef struct { int32_t width; int32_t height; } LumiSize;
 typedef struct { int32_t x; int32_t y; int32_t width; int32_t height; } LumiRect;
 typedef struct { int32_t x; int32_t y; } LumiPoint;
 
-/* Fixed small windows: width in the tens digit, height in the units. */
-typedef enum {
+/* Fixed small windows: a 32-bit selector with the width in the tens digit
+ * and the height in the units.  A plain integer, not an enumeration type, so
+ * that any value a host passes (and a primitive refuses) is a valid one. */
+typedef int32_t LumiMaskSize;
+enum {
     lumMaskSize1x3 = 13,
     lumMaskSize1x5 = 15,
     lumMaskSize3x1 = 31,
     lumMaskSize3x3 = 33,
     lumMaskSize5x1 = 51,
     lumMaskSize5x5 = 55
-} LumiMaskSize;
+};
 
 /* Interpolation selectors. */
 enum {

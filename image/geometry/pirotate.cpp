@@ -28,6 +28,7 @@
 #include <emmintrin.h>
 #include <math.h>
 #include <stddef.h>
+#include <string.h>
 
 #include "piwarpa.h"
 
@@ -50,6 +51,16 @@ template <class E, int Lc> inline const E *plane_of(const void *p, int c)
     return TurnShape<Lc>::planes > 1 ? ((const E *const *)p)[c] : (const E *)p;
 }
 
+/* The M elements of one pixel.  Caller's rows need not be aligned to the
+ * element size (steps are in bytes), so elements move through memcpy,
+ * which compiles to plain loads and stores. */
+template <class E, int M>
+inline void move_elements(unsigned char *d, const unsigned char *s)
+{
+    for (int e = 0; e < M; ++e)
+        memcpy(d + e * sizeof(E), s + e * sizeof(E), sizeof(E));
+}
+
 template <class E, int Lc>
 void rotate180(const void *src, void *dst, int32_t height, int32_t width, ptrdiff_t srcStep,
                ptrdiff_t dstStep, int32_t)
@@ -59,11 +70,10 @@ void rotate180(const void *src, void *dst, int32_t height, int32_t width, ptrdif
         const unsigned char *s = (const unsigned char *)plane_of<E, Lc>(src, c);
         unsigned char *d = (unsigned char *)plane_of<E, Lc>(dst, c);
         for (int32_t i = 0; i < height; ++i, s -= srcStep, d += dstStep) {
-            const E *sp = (const E *)s;
-            E *dp = (E *)d;
-            for (int32_t j = 0; j < width; ++j, sp -= S, dp += S)
-                for (int e = 0; e < M; ++e)
-                    dp[e] = sp[e];
+            const unsigned char *sp = s;
+            unsigned char *dp = d;
+            for (int32_t j = 0; j < width; ++j, sp -= S * sizeof(E), dp += S * sizeof(E))
+                move_elements<E, M>(dp, sp);
         }
     }
 }
@@ -76,10 +86,9 @@ inline void rotate90_tile(const unsigned char *src, unsigned char *dst, int32_t 
 {
     for (int32_t i = 0; i < height; ++i, dst += dstStep) {
         const unsigned char *s = src + (ptrdiff_t)i * direction * S * (ptrdiff_t)sizeof(E);
-        E *d = (E *)dst;
-        for (int32_t j = 0; j < width; ++j, s += srcStep, d += S)
-            for (int e = 0; e < M; ++e)
-                d[e] = ((const E *)s)[e];
+        unsigned char *d = dst;
+        for (int32_t j = 0; j < width; ++j, s += srcStep, d += S * sizeof(E))
+            move_elements<E, M>(d, s);
     }
 }
 
