@@ -224,6 +224,28 @@ TEST_P(ResizeLarge, WorkingMemoryTooLargeForOneBlock)
     }
 }
 
+// The most negative destination step: rows go down through memory 2 GiB
+// apart, and the repeated source row is copied from the row just written.
+// Its magnitude has no 32-bit negation, so it is taken in 64 bits.
+TEST_P(ResizeLarge, MostNegativeDestinationStep)
+{
+    const int64_t span = (int64_t)1 << 31;
+    SparseBlock out((size_t)span + 64);
+    ASSERT_NE(out.data(), nullptr);
+    uint8_t *first = out.data() + span; // row 1 lands at the block's start
+    for (int ch : {1, 3}) {
+        SCOPED_TRACE(testing::Message() << "channels " << ch);
+        const uint8_t src[12] = {9, 8, 7, 6, 5, 4, 3, 2, 1, 10, 20, 30};
+        memset(first, 0, 4 * ch);
+        memset(out.data(), 0, 4 * ch);
+        EXPECT_EQ(resize_fn(ch)(src, LumiSize{4, 1}, 4 * ch, LumiRect{0, 0, 4, 1}, first, INT32_MIN,
+                                LumiSize{4, 2}, 1.0, 2.0, LUMI_INTER_NN),
+                  lumStsNoErr);
+        EXPECT_EQ(memcmp(first, src, 4 * ch), 0);
+        EXPECT_EQ(memcmp(out.data(), src, 4 * ch), 0);
+    }
+}
+
 LUMI_INSTANTIATE_TIERS(ResizeLarge);
 
 } // namespace

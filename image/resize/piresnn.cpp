@@ -9,7 +9,8 @@
  * Three things keep it fast.  An output row whose source row is the one of the
  * row before (every upscale repeats rows) is a copy of the row just written,
  * which is a straight memory copy instead of a gather; it is taken only when
- * destination rows do not overlap.  The three-channel gather moves each pixel
+ * destination rows do not overlap (the step's size is taken in 64 bits, as the
+ * most negative step has no 32-bit negation).  The three-channel gather moves each pixel
  * with one 4-byte load and store, the fourth byte being overwritten by the
  * next pixel; pixels from the last source column used on the row take the
  * 3-byte move, so no read goes past a byte the row needs anyway and no write
@@ -113,7 +114,9 @@ template <typename Gather>
 void walk_rows(const ResizeFrame &f, int32_t rowBytes, Gather gather)
 {
     const int32_t dstStep = f.dstStep;
-    const bool copyRows = dstStep >= rowBytes || -dstStep >= rowBytes;
+    // The step's magnitude in 64 bits: the most negative step has no 32-bit negation.
+    const int64_t stepSize = dstStep < 0 ? -(int64_t)dstStep : (int64_t)dstStep;
+    const bool copyRows = stepSize >= rowBytes;
     Lum8u *d = f.dst;
     for (int32_t i = 0; i < f.height; ++i, d += dstStep) {
         if (copyRows && i > 0 && f.rowOfs[i] == f.rowOfs[i - 1])
