@@ -3,20 +3,22 @@
 Images are numpy arrays of shape (height, width) for one channel or
 (height, width, channels); each row's pixels must lie next to each other
 (any row stride, so a view such as ``img[10:50, 20:80]`` is passed as a
-pointer and a step, without a copy).  Results are new arrays.  Every call
-gives the same bytes as the C primitive it wraps.
+pointer and a step, without a copy).  Results are new arrays (rotate and
+remap may write into one the caller passes).  Every call gives the same
+bytes as the C primitive it wraps.
 
 A negative status raises LumiError (with ``code`` and ``name``), a positive
 one is a LumiWarning.  Arrays of the wrong type, channel count or layout are
 refused with a ValueError or TypeError before any call.
 
-Neighbourhood filters (box, median, min_filter, max_filter, gauss, filter,
-filter32f) read a margin of pixels around the image: the window of every
-output pixel must lie in memory.  ``border`` says where that margin comes
-from: "replicate" (the edge pixel repeated, the default), "reflect" (mirrored
-about the edge pixel, which is not repeated), "constant" (``value``), or None:
-the pixels around the view in the array it views, which must be there (a
-view ``big[8:-8, 8:-8]`` has an 8-pixel margin).
+Neighbourhood filters (box, median, median_color, min_filter, max_filter,
+gauss, filter, filter32f, bilateral) read a margin of pixels around the
+image: the window of every output pixel must lie in memory.  ``border``
+says where that margin comes from: "replicate" (the edge pixel repeated, the
+default), "reflect" (mirrored about the edge pixel, which is not repeated),
+"constant" (``value``), or None: the pixels around the view in the array it
+views, which must be there (a view ``big[8:-8, 8:-8]`` has an 8-pixel
+margin).
 
 ``with lumi.tier("y8"): ...`` runs the calls in the block on one tier.  The
 tier is a setting of the whole process: do not change it while other threads
@@ -33,8 +35,9 @@ from ._native import Point, Rect, Size
 
 __all__ = ["LumiError", "LumiWarning", "tier", "version", "library_path",
            "split", "merge", "rgb_to_yuv", "yuv_to_rgb", "rgb_to_hls", "hls_to_rgb",
-           "bgr_to_hls_planes", "hls_to_bgr_planes", "resize", "remap", "box", "median",
-           "min_filter", "max_filter", "gauss", "filter", "filter32f"]
+           "bgr_to_hls_planes", "hls_to_bgr_planes", "resize", "remap", "rotate",
+           "rotate_shift", "box", "median", "median_color", "min_filter", "max_filter", "gauss",
+           "filter", "filter32f", "bilateral"]
 
 library_path = _native.library_path
 
@@ -306,6 +309,73 @@ def remap(img, xmap, ymap, method="linear", smooth_edge=False, roi=None, out=Non
     return out
 
 
+def _rect(r, what):
+    """(x, y, width, height) as the library's rectangle.  Its fields are
+    32-bit, and ctypes would wrap a larger number silently into a region the
+    caller did not ask for, so such numbers are refused."""
+    try:
+        x, y, w, h = (int(v) for v in r)
+    except (TypeError, ValueError):
+        raise ValueError("%s must be (x, y, width, height), not %r" % (what, r)) from None
+    if any(not -2 ** 31 <= v < 2 ** 31 for v in (x, y, w, h)):
+        raise ValueError("%s %r does not fit 32-bit fields" % (what, r))
+    return x, y, w, h
+
+
+def rotate_shift(angle, center):
+    """(x shift, y shift) under which a turn by ``angle`` degrees keeps the
+    point ``center`` = (x, y) in place; exact for quarter turns."""
+    xs, ys = ctypes.c_double(), ctypes.c_double()
+    _call("lumiGetRotateShift", float(center[0]), float(center[1]), float(angle),
+          ctypes.byref(xs), ctypes.byref(ys))
+    return xs.value, ys.value
+
+
+def rotate(img, angle, shift=None, center=None, method="linear", smooth_edge=False, roi=None,
+           out=None, size=None, dst_roi=None):
+    """Turns img (1, 3 or 4 channels; its region roi = (x, y, w, h), the
+    whole image by default) by ``angle`` degrees, counter-clockwise on screen
+    as y grows downward: source (x, y) goes to (cos a x + sin a y + dx,
+    -sin a x + cos a y + dy).  ``shift`` = (dx, dy) gives the shift, or
+    ``center`` = (x, y) a point that stays in place; with neither, the
+    centre of the region stays.
+
+    Only the destination pixels the turned region covers, inside dst_roi
+    (the whole destination by default), are written: into ``out`` when given,
+    else into a new zeroed array of img's shape or of ``size`` = (width,
+    height).  Turns by a multiple of 90 degrees with whole shifts are exact
+    copies; they take any method and ignore smooth_edge.  Other angles
+    interpolate with method "nn", "linear", "cubic" or "catmullrom", and
+    smooth_edge blends the pixels just outside the slanted sides with what
+    the destination holds.  A region that misses the destination is a
+    LumiWarning and leaves it as it was."""
+    s = _Image(img, "img", (1, 3, 4))
+    if out is None:
+        w, h = (s.w, s.h) if size is None else size
+        out = np.zeros((h, w) + ((s.ch,) if s.ch > 1 else ()), np.uint8)
+    elif size is not None:
+        raise ValueError("rotate takes out= or size=, not both")
+    d = _Image(out, "out", (s.ch,))
+    src_roi = _rect(roi if roi is not None else (0, 0, s.w, s.h), "roi")
+    dst = _rect(dst_roi if dst_roi is not None else (0, 0, d.w, d.h), "dst_roi")
+    # The library writes anywhere in dst_roi, which must therefore lie in out;
+    # a negative corner or an empty region is the library's to refuse.
+    if dst[0] + dst[2] > d.w or dst[1] + dst[3] > d.h:
+        raise ValueError("dst_roi %r reaches beyond out (%d x %d)" % (dst_roi, d.w, d.h))
+    sel = _method(method) | (SMOOTH_EDGE if smooth_edge else 0)
+    if shift is not None and center is not None:
+        raise ValueError("rotate takes shift= or center=, not both")
+    if shift is not None:
+        name, p = "lumiRotate_8u_C%dR", shift
+    else:
+        x, y, w, h = src_roi
+        name = "lumiRotateCenter_8u_C%dR"
+        p = center if center is not None else (x + (w - 1) / 2, y + (h - 1) / 2)
+    _call(name % s.ch, s.ptr, s.size(), s.step, Rect(*src_roi), d.ptr, d.step, Rect(*dst),
+          float(angle), float(p[0]), float(p[1]), sel)
+    return out
+
+
 # ------------------------------------------------------ neighbourhood filters --
 
 _PAD = {"replicate": "edge", "reflect": "reflect", "constant": "constant"}
@@ -387,6 +457,69 @@ def gauss(img, mask=3, border="replicate", value=0):
     out = s.new()
     _call("lumiFilterGauss_8u_C%dR" % s.ch, ptr, step, out.ctypes.data, out.strides[0],
           s.size(), mask * 11)
+    return out
+
+
+def median_color(img, mask=3, border="replicate", value=0):
+    """Colour median of an RGB image over a centred 3x3 or 5x5 window: each
+    pixel becomes the window pixel whose summed distance |d0| + |d1| + |d2|
+    to the others is smallest (the first in row-major order on a tie), so no
+    colour appears that the window does not hold.  Reads mask // 2 pixels
+    around the image.  ``mask`` is 3, 5 or (width, height); the library
+    refuses other windows with lumStsMaskSizeErr."""
+    mw, mh = (mask, mask) if isinstance(mask, int) else mask
+    if not (1 <= mw <= 9 and 1 <= mh <= 9):
+        raise ValueError("median_color takes mask 3 or 5, not %r" % (mask,))
+    s = _Image(img, "img", (3,))
+    ptr, step, keep = _footprint(s, mw // 2, mh // 2, mw // 2, mh // 2, border, value)
+    out = s.new()
+    # The window's selector has its width in the tens digit, its height in the units.
+    _call("lumiFilterMedianColor_8u_C3R", ptr, step, out.ctypes.data, out.strides[0], s.size(),
+          mw * 10 + mh)
+    return out
+
+
+BILATERAL = {"gauss": 100, "fast": 101}
+
+
+def bilateral(img, kernel, value_sigma2, position_sigma2, step=1, kind="gauss",
+              border="replicate", value=0):
+    """Edge-keeping smoothing of a grey image.  Each pixel becomes the mean of
+    a centred window's samples, every ``step``-th pixel out to q = side // 2
+    each way (cut down to a multiple of step), each weighed by
+    exp(-d * d / (2 value_sigma2)), d its difference in value from the
+    centre, times exp(-r * r / (2 position_sigma2)), r its square ring
+    max(|dx|, |dy|).  ``kernel`` is a side or (width, height), odd: an even
+    side reaches further than the weight tables built for it, and the library
+    refuses it (lumStsMaskSizeErr).  Reads q pixels around the image.
+
+    kind "gauss" filters the square windows of side 3, 5, 7, 9 (5 and 9 also
+    at step 2) with 14-bit weights, "fast" with 4-bit weights and an
+    approximate division; other windows, and images under 16 pixels wide,
+    are filtered in float, whatever the kind.
+
+    The weight tables live in a state block of the size the library asks for:
+    a byte array made for the call, which nothing keeps after it returns or
+    raises."""
+    s = _Image(img, "img", (1,))
+    if isinstance(kind, str):
+        if kind not in BILATERAL:
+            raise ValueError("kind must be gauss or fast, not %r" % (kind,))
+        kind = BILATERAL[kind]
+    ks = Size(*((kernel, kernel) if isinstance(kernel, int) else kernel))
+    n = ctypes.c_int32()
+    _call("lumiFilterBilateralGetBufSize_8u_C1R", kind, s.size(), ks, ctypes.byref(n))
+    block = np.empty(n.value, np.uint8)
+    _call("lumiFilterBilateralInit_8u_C1R", kind, ks, value_sigma2, position_sigma2, step,
+          block.ctypes.data)
+    # Init has accepted the kernel and the step (both positive).  The margin
+    # comes from the numbers as the library reads them, 32-bit.
+    st = ctypes.c_int32(step).value
+    qx, qy = (ks.width >> 1) - (ks.width >> 1) % st, (ks.height >> 1) - (ks.height >> 1) % st
+    ptr, srcstep, keep = _footprint(s, qx, qy, qx, qy, border, value)
+    out = s.new()
+    _call("lumiFilterBilateral_8u_C1R", ptr, srcstep, out.ctypes.data, out.strides[0], s.size(),
+          ks, block.ctypes.data)
     return out
 
 

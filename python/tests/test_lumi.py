@@ -133,6 +133,113 @@ def test_remap_matches_the_c_call_and_keeps_pixels_outside():
     assert (got[:, 0] == 7).any()  # positions left of the image leave the pixel alone
 
 
+@pytest.mark.parametrize("k", [3, 5])
+def test_median_color_matches_the_c_call(k):
+    img = noise(21, 34)
+    r = k // 2
+    padded = np.pad(img, ((r, r), (r, r), (0, 0)), mode="reflect")
+    want = np.empty_like(img)
+    c_call("lumiFilterMedianColor_8u_C3R", ptr(padded, r, r), padded.strides[0], ptr(want), 102,
+           S(34, 21), k * 11)
+    got = lumi.median_color(img, k, border="reflect")
+    assert got.shape == img.shape and (got == want).all()
+    # A view whose window reaches before its first pixel, into the array
+    # around it, which holds exactly the margin: one pixel less is refused.
+    big = noise(29 + 2 * r, 44 + 2 * r)
+    view = big[r:r + 29, r:r + 44]
+    want = np.empty(view.shape, np.uint8)
+    c_call("lumiFilterMedianColor_8u_C3R", ptr(big, r, r), big.strides[0], ptr(want),
+           want.strides[0], S(44, 29), k * 11)
+    assert (lumi.median_color(view, (k, k), border=None) == want).all()
+    with pytest.raises(ValueError, match="does not hold them"):
+        lumi.median_color(big[r - 1:r + 28, r - 1:r + 43], k, border=None)
+
+
+def bilateral_c(src, step, shape, kind, kernel, sigmas, kstep):
+    """GetBufSize, Init and the filter, laid out by hand; src is the pointer
+    of the first output pixel's centre."""
+    h, w = shape
+    n = ctypes.c_int32()
+    c_call("lumiFilterBilateralGetBufSize_8u_C1R", kind, S(w, h), S(*kernel), ctypes.byref(n))
+    block = np.zeros(n.value, np.uint8)
+    c_call("lumiFilterBilateralInit_8u_C1R", kind, S(*kernel), sigmas[0], sigmas[1], kstep,
+           block.ctypes.data)
+    want = np.empty(shape, np.uint8)
+    c_call("lumiFilterBilateral_8u_C1R", src, step, ptr(want), w, S(w, h), S(*kernel),
+           block.ctypes.data)
+    return want
+
+
+# (kernel, step, reach): the fixed 5x5 and 5x5-at-step-2 windows (a 7x7 kernel
+# at step 2 reaches 2, not 3), a rectangle and a step the fixed windows lack.
+@pytest.mark.parametrize("kernel, kstep, reach", [((5, 5), 1, (2, 2)), ((7, 7), 2, (2, 2)),
+                                                   ((7, 5), 1, (3, 2)), ((7, 7), 3, (3, 3))])
+@pytest.mark.parametrize("kind", ["gauss", "fast"])
+@pytest.mark.parametrize("width", [13, 40])  # under 16 pixels, the float form of every kind
+def test_bilateral_matches_the_c_calls(kernel, kstep, reach, kind, width):
+    img = noise(19, width, 1)
+    qx, qy = reach
+    padded = np.pad(img, ((qy, qy), (qx, qx)), mode="edge")
+    want = bilateral_c(ptr(padded, qx, qy), padded.strides[0], img.shape, lumi.BILATERAL[kind],
+                       kernel, (400.0, 6.0), kstep)
+    assert (lumi.bilateral(img, kernel, 400.0, 6.0, kstep, kind) == want).all()
+    # The window's reach, exactly, around a view.
+    big = noise(19 + 2 * qy, width + 2 * qx, 1)
+    view = big[qy:qy + 19, qx:qx + width]
+    want = bilateral_c(ptr(big, qx, qy), big.strides[0], view.shape,
+                       lumi.BILATERAL[kind], kernel, (400.0, 6.0), kstep)
+    assert (lumi.bilateral(view, kernel, 400.0, 6.0, kstep, kind, border=None) == want).all()
+    with pytest.raises(ValueError, match="does not hold them"):
+        lumi.bilateral(big[qy - 1:qy + 18, qx - 1:qx + width - 1], kernel, 400.0, 6.0, kstep,
+                       kind, border=None)
+
+
+def rotate_sel(method, smooth):
+    return lumi.INTER.get(method, method) | (lumi.SMOOTH_EDGE if smooth else 0)
+
+
+# Quarter and half turns with whole shifts (exact copies, any selector) and
+# other angles through every interpolation, with and without the soft edge.
+@pytest.mark.parametrize("angle, method, smooth", [
+    (90, "nn", False), (-180, 99, False), (450, "cubic", True), (33.0, "linear", True),
+    (-72.5, "cubic", False), (200.0, "catmullrom", True), (30.0, "nn", False)])
+@pytest.mark.parametrize("ch", [1, 3, 4])
+def test_rotate_matches_the_c_calls_and_writes_only_what_they_write(angle, method, smooth, ch):
+    img = noise(31, 45, ch)
+    src_roi, dst_roi = (4, 3, 35, 25), (2, 4, 50, 30)
+    # The destination is a view inside a larger array, with a region inside
+    # that view: the whole larger array must end as the C call leaves it.
+    base = np.full((50, 70) + ((ch,) if ch > 1 else ()), 77, np.uint8)
+    want = base.copy()
+    shift = lumi.rotate_shift(angle, (27, 18))
+    wv = want[3:-4, 5:-6]
+    c_call("lumiRotate_8u_C%dR" % ch, ptr(img), S(45, 31), img.strides[0], R(*src_roi), ptr(wv),
+           wv.strides[0], R(*dst_roi), float(angle), shift[0], shift[1],
+           rotate_sel(method, smooth))
+    out = base[3:-4, 5:-6]
+    got = lumi.rotate(img, angle, shift=shift, method=method, smooth_edge=smooth, roi=src_roi,
+                      out=out, dst_roi=dst_roi)
+    assert got is out and (base == want).all()
+    assert (want == 77).any() and (want != 77).any()  # the turn covered some, not all
+    # The centre form, through lumiRotateCenter, and the default: the region's centre.
+    want = np.zeros((28, 41) + img.shape[2:], np.uint8)
+    c_call("lumiRotateCenter_8u_C%dR" % ch, ptr(img), S(45, 31), img.strides[0], R(*src_roi),
+           ptr(want), want.strides[0], R(0, 0, 41, 28), float(angle), 21.0, 15.0,
+           rotate_sel(method, smooth))
+    kw = dict(method=method, smooth_edge=smooth, roi=src_roi, size=(41, 28))
+    assert (lumi.rotate(img, angle, center=(21.0, 15.0), **kw) == want).all()
+    assert (lumi.rotate(img, angle, **kw) == want).all()
+
+
+def test_rotate_shift_matches_the_c_call():
+    for angle, center in [(90, (1.5, 0.5)), (-90, (4, 9)), (180, (2.5, 7)), (37.25, (10, 3))]:
+        xs, ys = ctypes.c_double(), ctypes.c_double()
+        c_call("lumiGetRotateShift", float(center[0]), float(center[1]), float(angle),
+               ctypes.byref(xs), ctypes.byref(ys))
+        assert lumi.rotate_shift(angle, center) == (xs.value, ys.value)
+    assert lumi.rotate_shift(90, (1.5, 0.5)) == (1.0, 2.0)  # exact: the copy path takes it
+
+
 # -------------------------------------------------------------------- views --
 
 def test_strided_views_go_in_without_a_copy():
@@ -209,6 +316,73 @@ def test_bad_arrays_are_refused_before_any_call():
             fn()
 
 
+def test_new_wrappers_raise_the_library_statuses_and_write_nothing():
+    rgb, grey = noise(20, 20), noise(20, 20, 1)
+    cases = [
+        (lambda: lumi.median_color(rgb, (3, 1)), "lumStsMaskSizeErr",
+         "lumiFilterMedianColor_8u_C3R"),
+        (lambda: lumi.bilateral(grey, 5, 100, 4, kind=7), "lumStsBadFilterKindErr",
+         "lumiFilterBilateralGetBufSize_8u_C1R"),
+        (lambda: lumi.bilateral(grey, 5, 0.0, 4), "lumStsBadArgErr",
+         "lumiFilterBilateralInit_8u_C1R"),
+        (lambda: lumi.bilateral(grey, 5, 100, 4, step=0), "lumStsBadArgErr",
+         "lumiFilterBilateralInit_8u_C1R"),
+        # An even side reaches 2 = 4 / 2, but Init builds tables for (4 - 1) / 2.
+        (lambda: lumi.bilateral(grey, 4, 100, 4), "lumStsMaskSizeErr",
+         "lumiFilterBilateral_8u_C1R"),
+        (lambda: lumi.rotate(rgb, 45, method="lanczos"), "lumStsInterpolationErr",
+         "lumiRotateCenter_8u_C3R"),
+        (lambda: lumi.rotate(rgb, 45, shift=(0, 0), dst_roi=(-1, 0, 5, 5)), "lumStsSizeErr",
+         "lumiRotate_8u_C3R"),
+        (lambda: lumi.rotate(rgb[:1], 45), "lumStsCoeffErr", "lumiRotateCenter_8u_C3R"),
+    ]
+    for fn, name, function in cases:
+        with pytest.raises(lumi.LumiError) as e:
+            fn()
+        assert e.value.name == name and e.value.function == function
+        assert e.value.code < 0 and _native.header.status_names[e.value.code] == name
+    out = np.full((20, 20, 3), 5, np.uint8)
+    with pytest.raises(lumi.LumiError):
+        lumi.rotate(rgb, 45, method=16, out=out)
+    # A turn that misses the destination: 29 for an exact turn, 30 for others.
+    for angle, warning in [(90, "lumStsNoIntersectRoiWarn"), (45, "lumStsNoIntersectQuadWarn")]:
+        with pytest.warns(lumi.LumiWarning, match=warning):
+            lumi.rotate(rgb, angle, shift=(500, 500), out=out)
+    assert (out == 5).all()
+    # The exact path takes any selector; the others take four.
+    assert (lumi.rotate(rgb, 180, method="lanczos") == rgb[::-1, ::-1]).all()
+
+
+def test_new_wrappers_refuse_bad_arrays_before_any_call():
+    rgb, grey = noise(8, 8), noise(8, 8, 1)
+    cases = [
+        (lambda: lumi.median_color(grey), ValueError, "3 channels"),
+        (lambda: lumi.median_color(rgb.astype(np.uint16)), TypeError, "uint8"),
+        (lambda: lumi.median_color(rgb[:, ::2]), ValueError, "next to each other"),
+        (lambda: lumi.median_color(rgb, 11), ValueError, "mask 3 or 5"),
+        (lambda: lumi.median_color(rgb, border=None), ValueError, "does not hold them"),
+        (lambda: lumi.bilateral(rgb, 3, 100, 4), ValueError, "1 channels"),
+        (lambda: lumi.bilateral(grey.astype(np.float32), 3, 100, 4), TypeError, "uint8"),
+        (lambda: lumi.bilateral(grey[::-1], 3, 100, 4), ValueError, "forward in memory"),
+        (lambda: lumi.bilateral(grey, 3, 100, 4, kind="slow"), ValueError, "kind"),
+        (lambda: lumi.bilateral(grey, 3, 100, 4, border=None), ValueError, "does not hold them"),
+        (lambda: lumi.rotate(noise(8, 8, 2), 30), ValueError, "1 or 3 or 4 channels"),
+        (lambda: lumi.rotate(rgb, 30, out=np.zeros((8, 8, 4), np.uint8)), ValueError,
+         "3 channels"),
+        (lambda: lumi.rotate(rgb, 30, out=rgb.astype(np.int16)), TypeError, "uint8"),
+        (lambda: lumi.rotate(rgb, 30, out=rgb.copy(), size=(8, 8)), ValueError, "not both"),
+        (lambda: lumi.rotate(rgb, 30, shift=(0, 0), center=(1, 1)), ValueError, "not both"),
+        (lambda: lumi.rotate(rgb, 30, dst_roi=(1, 0, 8, 8)), ValueError, "beyond out"),
+        (lambda: lumi.rotate(rgb, 30, out=rgb[:, ::-1]), ValueError, "next to each other"),
+        (lambda: lumi.rotate(rgb, 30, roi=(0, 0, 2 ** 32 + 4, 4)), ValueError, "32-bit"),
+        (lambda: lumi.rotate(rgb, 30, roi=(0, 0, 4)), ValueError, "x, y, width, height"),
+        (lambda: lumi.rotate(rgb, 30, method="area"), ValueError, "method"),
+    ]
+    for fn, kind, text in cases:
+        with pytest.raises(kind, match=text):
+            fn()
+
+
 # -------------------------------------------------------------------- tiers --
 
 def test_tier_forces_and_restores():
@@ -245,3 +419,14 @@ def test_agrees_with_opencv_where_both_compute_the_same():
     yuv = cv2.cvtColor(img, cv2.COLOR_RGB2YUV)
     assert np.abs(lumi.rgb_to_yuv(img).astype(int) - yuv).max() <= 1
     assert np.abs(lumi.yuv_to_rgb(yuv).astype(int) - cv2.cvtColor(yuv, cv2.COLOR_YUV2RGB)).max() <= 2
+
+    # Quarter and half turns are exact copies in both; onto a canvas h wide and
+    # w tall, a = 90 takes (x, y) to (y, w - 1 - x), a = 270 to (h - 1 - y, x).
+    for ch in (1, 3, 4):
+        img = noise(23, 37, ch)
+        h, w = img.shape[:2]
+        assert (lumi.rotate(img, 90, shift=(0, w - 1), size=(h, w)) ==
+                cv2.rotate(img, cv2.ROTATE_90_COUNTERCLOCKWISE)).all()
+        assert (lumi.rotate(img, 180) == cv2.rotate(img, cv2.ROTATE_180)).all()
+        assert (lumi.rotate(img, -90, shift=(h - 1, 0), size=(h, w)) ==
+                cv2.rotate(img, cv2.ROTATE_90_CLOCKWISE)).all()
