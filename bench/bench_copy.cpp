@@ -10,6 +10,9 @@
 // and destination out of cache and neither side inherits data the other has
 // just read.  (Timing the two on one shared source one after the other
 // instead favours whichever runs second: it finds the source in cache.)
+// OpenCV writes aligned planes and images with non-temporal stores whatever
+// their size, so it gains out of cache what it loses in cache; Lumi streams
+// only past the cache size it knows, and otherwise stores through the cache.
 //
 // The plain copy is a tier member without a dispatcher or a name in the
 // table, so no host can look it up.  The benchmark links the library's
