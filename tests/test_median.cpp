@@ -22,13 +22,15 @@ namespace {
 typedef decltype(&lumiFilterMedian_8u_C1R) MedianFn;
 typedef LumiMedianLineFn *LineFn;
 
-// A source footprint in a buffer of exactly its size (no padding, no margin),
-// filled with values below `levels` so that ties are common when it is small.
+// A source footprint in a buffer of exactly its size (no margin; `pad` bytes
+// after every row but the last), filled with values below `levels` so that
+// ties are common when it is small.
 struct Footprint {
     int w, h, ch, step;
     std::vector<uint8_t> buf;
-    Footprint(int w_, int h_, int ch_, uint32_t seed, int levels)
-        : w(w_), h(h_), ch(ch_), step(w_ * ch_), buf((size_t)w_ * h_ * ch_)
+    Footprint(int w_, int h_, int ch_, uint32_t seed, int levels, int pad = 0)
+        : w(w_), h(h_), ch(ch_), step(w_ * ch_ + pad),
+          buf((size_t)(w_ * ch_ + pad) * (h_ - 1) + (size_t)w_ * ch_)
     {
         uint32_t s = seed * 2654435761u + 7;
         for (auto &b : buf) {
@@ -98,7 +100,7 @@ TEST_P(Median, EveryPathGivesTheExactMedian)
 // single changes, where a network that drops one compare-exchange is off.
 TEST_P(Median, SquareNetworksOnEveryOrderOfFiveValues)
 {
-    for (int side : {3, 5}) {
+    for (int side : {3, 5, 7}) {
         const int w = 600, h = 2;
         Footprint f(w + side - 1, h + side - 1, 1, side, 256);
         uint32_t s = 99;
@@ -114,6 +116,47 @@ TEST_P(Median, SquareNetworksOnEveryOrderOfFiveValues)
         EXPECT_EQ(dst.region(), reference(f, w, h, side, side));
         EXPECT_TRUE(dst.guard_intact());
     }
+}
+
+// The 7x7 network against a sort of each window.  Two-level pictures put
+// most windows within one cell of the middle, so a comparator too few or in
+// the wrong place shows; extreme and flat pictures catch a sign or
+// saturation slip.  Widths run around every block of 16 bytes and the chunk
+// of sorted columns (512 bytes), heights 1 to 20; sources have padded rows
+// and end where their buffer ends, destinations are misaligned and guarded.
+TEST_P(Median, SevenBySevenNetwork)
+{
+    std::vector<int> widths1, widths3;
+    for (int w = 1; w <= 36; ++w)
+        widths1.push_back(w);
+    for (int w : {47, 48, 49, 63, 64, 65, 505, 511, 512, 513, 520, 527, 528, 529, 1040})
+        widths1.push_back(w);
+    for (int w = 1; w <= 12; ++w)
+        widths3.push_back(w);
+    for (int w : {15, 16, 17, 21, 22, 170, 171, 172, 175, 176, 341, 342, 343, 346})
+        widths3.push_back(w);
+    const LumiPoint anchors[] = {{3, 3}, {0, 0}, {6, 6}, {2, 5}};
+    int n = 0;
+    for (int ch : {1, 3})
+        for (int w : ch == 1 ? widths1 : widths3)
+            for (int kind = 0; kind < 5; ++kind, ++n) {
+                const int h = 1 + n % 20;
+                const int levels[] = {256, 2, 2, 1, 1};
+                Footprint f(w + 6, h + 6, ch, (uint32_t)n, levels[kind], n % 3 * 5);
+                if (kind == 2 || kind == 4) // 0 and 255 only; all 255
+                    for (auto &b : f.buf)
+                        b = (uint8_t)(kind == 4 || b ? 255 : 0);
+                const LumiPoint a = anchors[n % 4];
+                GuardedImage dst(w, h, ch, 5, n % 16);
+                const MedianFn fn = ch == 1 ? lumiFilterMedian_8u_C1R : lumiFilterMedian_8u_C3R;
+                ASSERT_EQ(fn(f.buf.data() + a.y * f.step + a.x * ch, f.step, dst.data(), dst.step,
+                             {w, h}, {7, 7}, a),
+                          lumStsNoErr);
+                SCOPED_TRACE(testing::Message() << "C" << ch << " width " << w << " height " << h
+                                                << " picture " << kind);
+                EXPECT_EQ(dst.region(), reference(f, w, h, 7, 7));
+                EXPECT_TRUE(dst.guard_intact());
+            }
 }
 
 TEST_P(Median, StatusOrder)
@@ -191,6 +234,22 @@ TEST_P(Median, SizesBeyond32Bits)
     }
 }
 
+// A window wider than ten times its height fits in 32 bits: the choice of
+// path must not form a selector code from its sides (under the undefined-
+// behaviour sanitizer this overflowed).  One tier: the window is 200 MB.
+TEST(MedianWideWindow, SidesBeyondTheSelectorCode)
+{
+    const int32_t mw = 214748365; // mw * 10 leaves 32 bits
+    lumitest::SparseBlock img((size_t)mw);
+    ASSERT_NE(img.data(), nullptr);
+    img.data()[0] = 200;
+    Lum8u out[2] = {7, 7};
+    ASSERT_EQ(lumiFilterMedian_8u_C1R(img.data(), mw, out, 1, {1, 1}, {mw, 1}, {0, 0}),
+              lumStsNoErr);
+    EXPECT_EQ(out[0], 0);
+    EXPECT_EQ(out[1], 7);
+}
+
 TEST_P(Median, SingleColumnAllocationFailure)
 {
     Footprint f(4, 9 + 6, 3, 5, 256);
@@ -216,6 +275,10 @@ TEST_P(Median, SingleColumnAllocationFailure)
               lumStsNoErr);
     ASSERT_EQ(lumiFilterMedian_8u_C3R(f.buf.data() + 2 * f.step + 6, f.step, d.data(), d.step,
                                       {2, 9}, {5, 5}, {2, 2}),
+              lumStsNoErr);
+    Footprint g(10, 15, 3, 6, 256);
+    ASSERT_EQ(lumiFilterMedian_8u_C3R(g.buf.data(), g.step, d.data(), d.step, {4, 9}, {7, 7},
+                                      {0, 0}),
               lumStsNoErr);
     EXPECT_EQ(none.allocations(), 0);
 }

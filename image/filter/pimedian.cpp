@@ -7,7 +7,8 @@
  *
  * After the checks the source pointer moves to the window's centre, so no
  * kernel sees the anchor again, and the window picks the path:
- *   3x3, 5x5          compare-exchange networks on squares (pimedian_net)
+ *   3x3, 5x5, 7x7     compare-exchange networks on squares (pimedian_net),
+ *                     7x7 from a footprint row of 10 bytes on
  *   3x1, 5x1          the Horiz entries (line networks, neighbours one pixel apart)
  *   1x3, 1x5          the Vert entries (line networks, neighbours one row apart)
  *   1x1               a plain copy
@@ -186,36 +187,42 @@ LumStatus median_public(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst, int32_t
     const Lum8u *centre =
         pSrc + (intptr_t)(hw - anchor.x) * channels + (intptr_t)(hh - anchor.y) * srcStep;
     const bool c1 = channels == 1;
-    const int32_t shape = mask.width * 10 + mask.height;
-    if (mask.width <= 5 && mask.height <= 5) {
-        switch (shape) {
-        case lumMaskSize3x3:
-        case lumMaskSize5x5:
-            if (c1)
-                ownlumiFilterMedianSqr_8u_C1R(centre, srcStep, pDst, dstStep, roi,
-                                              (LumiMaskSize)shape);
-            else
-                ownlumiFilterMedianSqr_8u_C3R(centre, srcStep, pDst, dstStep, roi,
-                                              (LumiMaskSize)shape);
-            return lumStsNoErr;
-        case lumMaskSize3x1:
-        case lumMaskSize5x1:
-            return c1 ? LUMI_T(lumiFilterMedianHoriz_8u_C1R)(centre, srcStep, pDst, dstStep, roi,
-                                                             (LumiMaskSize)shape)
-                      : LUMI_T(lumiFilterMedianHoriz_8u_C3R)(centre, srcStep, pDst, dstStep, roi,
-                                                             (LumiMaskSize)shape);
-        case lumMaskSize1x3:
-        case lumMaskSize1x5:
-            return c1 ? LUMI_T(lumiFilterMedianVert_8u_C1R)(centre, srcStep, pDst, dstStep, roi,
-                                                            (LumiMaskSize)shape)
-                      : LUMI_T(lumiFilterMedianVert_8u_C3R)(centre, srcStep, pDst, dstStep, roi,
-                                                            (LumiMaskSize)shape);
-        case 11:
-            return c1 ? LUMI_T(lumiCopy_8u_C1R)(centre, srcStep, pDst, dstStep, roi)
-                      : LUMI_T(lumiCopy_8u_C3R)(centre, srcStep, pDst, dstStep, roi);
-        default:
-            break;
-        }
+    /* The selectors' code for windows of up to 7 by 7; 0 for larger ones
+     * (whose sides would overflow the code). */
+    int32_t shape = mask.width <= 7 && mask.height <= 7 ? mask.width * 10 + mask.height : 0;
+    /* On a footprint row below 10 bytes (one channel, below 4 pixels) the
+     * 7x7 network sorts byte by byte for very few windows, and the
+     * histogram measured faster. */
+    if (shape == kMedianSquare7 && roi.width < 10 / channels - 6)
+        shape = 0;
+    switch (shape) {
+    case lumMaskSize3x3:
+    case lumMaskSize5x5:
+    case kMedianSquare7:
+        if (c1)
+            ownlumiFilterMedianSqr_8u_C1R(centre, srcStep, pDst, dstStep, roi,
+                                          (LumiMaskSize)shape);
+        else
+            ownlumiFilterMedianSqr_8u_C3R(centre, srcStep, pDst, dstStep, roi,
+                                          (LumiMaskSize)shape);
+        return lumStsNoErr;
+    case lumMaskSize3x1:
+    case lumMaskSize5x1:
+        return c1 ? LUMI_T(lumiFilterMedianHoriz_8u_C1R)(centre, srcStep, pDst, dstStep, roi,
+                                                         (LumiMaskSize)shape)
+                  : LUMI_T(lumiFilterMedianHoriz_8u_C3R)(centre, srcStep, pDst, dstStep, roi,
+                                                         (LumiMaskSize)shape);
+    case lumMaskSize1x3:
+    case lumMaskSize1x5:
+        return c1 ? LUMI_T(lumiFilterMedianVert_8u_C1R)(centre, srcStep, pDst, dstStep, roi,
+                                                        (LumiMaskSize)shape)
+                  : LUMI_T(lumiFilterMedianVert_8u_C3R)(centre, srcStep, pDst, dstStep, roi,
+                                                        (LumiMaskSize)shape);
+    case 11:
+        return c1 ? LUMI_T(lumiCopy_8u_C1R)(centre, srcStep, pDst, dstStep, roi)
+                  : LUMI_T(lumiCopy_8u_C3R)(centre, srcStep, pDst, dstStep, roi);
+    default:
+        break;
     }
     const Lum8u *first = centre - (intptr_t)hw * channels - (intptr_t)hh * srcStep;
     return ownlumiFilterMedianCom_8u(first, srcStep, pDst, dstStep, roi, mask, channels, 0);

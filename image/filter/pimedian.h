@@ -18,7 +18,12 @@ namespace LUMI_NS {
 void median_line_rows(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst, int32_t dstStep,
                       int32_t rowBytes, int32_t height, int taps, intptr_t stride);
 
-/* Squares of 3 or 5 (mask 33 or 55); pSrc is the centre of the first window. */
+/* The square of 7 in the selectors' code (width in the tens, height in the
+ * units); no public selector names it. */
+const LumiMaskSize kMedianSquare7 = 77;
+
+/* Squares of 3, 5 or 7 (mask 33, 55 or 77); pSrc is the centre of the first
+ * window. */
 void ownlumiFilterMedianSqr_8u_C1R(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst,
                                    int32_t dstStep, LumiSize roi, LumiMaskSize mask);
 void ownlumiFilterMedianSqr_8u_C3R(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst,

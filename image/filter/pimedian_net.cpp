@@ -17,12 +17,22 @@
  * one has its neighbours 3 bytes apart.
  *
  * Squares: a row is treated in chunks.  Each chunk first sorts every column
- * of the footprint (3 or 5 rows) and keeps the sorted ranks in a scratch
+ * of the footprint (3, 5 or 7 rows) and keeps the sorted ranks in a scratch
  * area; each window then reads its columns' ranks back at 0, c, 2c... bytes
  * (c = channels).  For 3 by 3 the median is the median of the largest
  * minimum, the median of the middles and the smallest maximum.  For 5 by 5 a
  * window's 25 values are 5 sorted columns; the median is the 13th smallest,
- * reached by a fixed network (scripts/median25_network.py).
+ * reached by a fixed network.  For 7 by 7 the chunk also merges every pair
+ * of neighbouring sorted columns into a sorted 14 once, since seven windows
+ * share each column; a window is then the pairs at 0, 2c and 4c and the
+ * column at 6c, and a fixed network that keeps only the candidates that can
+ * still be the 25th of 49 selects the median.  Both fixed networks come from
+ * scripts/median_networks.py, which also proves them exact on every window
+ * of zeros and ones (and so on every window).  About 260 byte minima and
+ * maxima per 16 windows, against a histogram's update and walk per window;
+ * only on the narrowest rows (a footprint row below 10 bytes, where every
+ * sort runs byte by byte for one to three windows) is the histogram faster,
+ * and the driver keeps those from this kernel.
  *
  * The code is the same in every tier: SSE2 byte minimum and maximum.
  */
@@ -81,6 +91,15 @@ inline void sort5(V v[5])
     cx(v[0], v[1]); cx(v[3], v[4]); cx(v[2], v[4]);
     cx(v[2], v[3]); cx(v[1], v[4]); cx(v[0], v[3]);
     cx(v[0], v[2]); cx(v[1], v[3]); cx(v[1], v[2]);
+}
+
+template <typename V>
+inline void sort7(V v[7])
+{
+    cx(v[0], v[6]); cx(v[2], v[3]); cx(v[4], v[5]); cx(v[0], v[2]);
+    cx(v[1], v[4]); cx(v[3], v[6]); cx(v[0], v[1]); cx(v[2], v[5]);
+    cx(v[3], v[4]); cx(v[1], v[2]); cx(v[4], v[6]); cx(v[2], v[3]);
+    cx(v[4], v[5]); cx(v[1], v[2]); cx(v[3], v[4]); cx(v[5], v[6]);
 }
 
 /* Median of a 3 by 3 window given as its sorted columns s[rank][column]. */
@@ -162,6 +181,142 @@ inline V median25(const V s[5][5])
     const V t116 = vmin(t115, t114);  const V t117 = vmin(t84, t104);
     const V t118 = vmax(t117, t116);  const V t119 = vmax(t118, t113);
     return t119;
+}
+
+/* The sorted 14 of two sorted columns of 7 (odd-even merge). */
+template <typename V>
+inline void merge7(const V a[7], const V b[7], V out[14])
+{
+    const V t0 = vmin(a[0], b[0]);  const V t1 = vmax(a[0], b[0]);
+    const V t2 = vmin(a[4], b[4]);  const V t3 = vmax(a[4], b[4]);
+    const V t4 = vmin(t2, t1);  const V t5 = vmax(t2, t1);
+    const V t6 = vmin(a[2], b[2]);  const V t7 = vmax(a[2], b[2]);
+    const V t8 = vmin(a[6], b[6]);  const V t9 = vmax(a[6], b[6]);
+    const V t10 = vmin(t8, t7);  const V t11 = vmax(t8, t7);
+    const V t12 = vmin(t6, t4);  const V t13 = vmax(t6, t4);
+    const V t14 = vmin(t10, t5);  const V t15 = vmax(t10, t5);
+    const V t16 = vmin(t11, t3);  const V t17 = vmax(t11, t3);
+    const V t18 = vmin(a[1], b[1]);  const V t19 = vmax(a[1], b[1]);
+    const V t20 = vmin(a[5], b[5]);  const V t21 = vmax(a[5], b[5]);
+    const V t22 = vmin(t20, t19);  const V t23 = vmax(t20, t19);
+    const V t24 = vmin(a[3], b[3]);  const V t25 = vmax(a[3], b[3]);
+    const V t26 = vmin(t24, t22);  const V t27 = vmax(t24, t22);
+    const V t28 = vmin(t25, t23);  const V t29 = vmax(t25, t23);
+    const V t30 = vmin(t18, t12);  const V t31 = vmax(t18, t12);
+    const V t32 = vmin(t26, t13);  const V t33 = vmax(t26, t13);
+    const V t34 = vmin(t27, t14);  const V t35 = vmax(t27, t14);
+    const V t36 = vmin(t28, t15);  const V t37 = vmax(t28, t15);
+    const V t38 = vmin(t29, t16);  const V t39 = vmax(t29, t16);
+    const V t40 = vmin(t21, t17);  const V t41 = vmax(t21, t17);
+    out[0] = t0;  out[1] = t30;
+    out[2] = t31;  out[3] = t32;
+    out[4] = t33;  out[5] = t34;
+    out[6] = t35;  out[7] = t36;
+    out[8] = t37;  out[9] = t38;
+    out[10] = t39;  out[11] = t40;
+    out[12] = t41;  out[13] = t9;
+}
+
+/* Median of a 7 by 7 window given as the sorted pairs of its columns 0-1,
+ * 2-3 and 4-5 (p[pair][rank]) and its sorted column 6 (c[rank]): the 25th
+ * smallest of the 49. */
+template <typename V>
+inline V median49(const V p[3][14], const V c[7])
+{
+    const V t0 = vmax(p[0][0], p[1][0]);  const V t1 = vmin(p[0][8], p[1][8]);
+    const V t2 = vmax(p[0][8], p[1][8]);  const V t3 = vmin(t1, t0);
+    const V t4 = vmax(t1, t0);  const V t5 = vmin(p[0][4], p[1][4]);
+    const V t6 = vmax(p[0][4], p[1][4]);  const V t7 = vmin(p[0][12], p[1][12]);
+    const V t8 = vmin(t7, t6);  const V t9 = vmax(t7, t6);
+    const V t10 = vmin(t5, t3);  const V t11 = vmax(t5, t3);
+    const V t12 = vmin(t8, t4);  const V t13 = vmax(t8, t4);
+    const V t14 = vmin(t9, t2);  const V t15 = vmax(t9, t2);
+    const V t16 = vmin(p[0][2], p[1][2]);  const V t17 = vmax(p[0][2], p[1][2]);
+    const V t18 = vmin(p[0][10], p[1][10]);  const V t19 = vmax(p[0][10], p[1][10]);
+    const V t20 = vmin(t18, t17);  const V t21 = vmax(t18, t17);
+    const V t22 = vmin(p[0][6], p[1][6]);  const V t23 = vmax(p[0][6], p[1][6]);
+    const V t24 = vmin(t22, t20);  const V t25 = vmax(t22, t20);
+    const V t26 = vmin(t23, t21);  const V t27 = vmax(t23, t21);
+    const V t28 = vmax(t16, t10);  const V t29 = vmin(t24, t11);
+    const V t30 = vmax(t24, t11);  const V t31 = vmin(t25, t12);
+    const V t32 = vmax(t25, t12);  const V t33 = vmin(t26, t13);
+    const V t34 = vmax(t26, t13);  const V t35 = vmin(t27, t14);
+    const V t36 = vmax(t27, t14);  const V t37 = vmin(t19, t15);
+    const V t38 = vmax(t19, t15);  const V t39 = vmax(p[0][1], p[1][1]);
+    const V t40 = vmin(p[0][9], p[1][9]);  const V t41 = vmax(p[0][9], p[1][9]);
+    const V t42 = vmin(t40, t39);  const V t43 = vmax(t40, t39);
+    const V t44 = vmin(p[0][5], p[1][5]);  const V t45 = vmax(p[0][5], p[1][5]);
+    const V t46 = vmin(p[0][13], p[1][13]);  const V t47 = vmin(t46, t45);
+    const V t48 = vmax(t46, t45);  const V t49 = vmin(t44, t42);
+    const V t50 = vmax(t44, t42);  const V t51 = vmin(t47, t43);
+    const V t52 = vmax(t47, t43);  const V t53 = vmin(t48, t41);
+    const V t54 = vmax(t48, t41);  const V t55 = vmin(p[0][3], p[1][3]);
+    const V t56 = vmax(p[0][3], p[1][3]);  const V t57 = vmin(p[0][11], p[1][11]);
+    const V t58 = vmax(p[0][11], p[1][11]);  const V t59 = vmin(t57, t56);
+    const V t60 = vmax(t57, t56);  const V t61 = vmin(p[0][7], p[1][7]);
+    const V t62 = vmax(p[0][7], p[1][7]);  const V t63 = vmin(t61, t59);
+    const V t64 = vmax(t61, t59);  const V t65 = vmin(t62, t60);
+    const V t66 = vmax(t62, t60);  const V t67 = vmin(t55, t49);
+    const V t68 = vmax(t55, t49);  const V t69 = vmin(t63, t50);
+    const V t70 = vmax(t63, t50);  const V t71 = vmin(t64, t51);
+    const V t72 = vmax(t64, t51);  const V t73 = vmin(t65, t52);
+    const V t74 = vmax(t65, t52);  const V t75 = vmin(t66, t53);
+    const V t76 = vmax(t66, t53);  const V t77 = vmin(t58, t54);
+    const V t78 = vmin(t67, t28);  const V t79 = vmax(t67, t28);
+    const V t80 = vmin(t68, t29);  const V t81 = vmax(t68, t29);
+    const V t82 = vmin(t69, t30);  const V t83 = vmax(t69, t30);
+    const V t84 = vmin(t70, t31);  const V t85 = vmax(t70, t31);
+    const V t86 = vmin(t71, t32);  const V t87 = vmax(t71, t32);
+    const V t88 = vmin(t72, t33);  const V t89 = vmax(t72, t33);
+    const V t90 = vmin(t73, t34);  const V t91 = vmax(t73, t34);
+    const V t92 = vmin(t74, t35);  const V t93 = vmax(t74, t35);
+    const V t94 = vmin(t75, t36);  const V t95 = vmax(t75, t36);
+    const V t96 = vmin(t76, t37);  const V t97 = vmax(t76, t37);
+    const V t98 = vmin(t77, t38);  const V t99 = vmax(t77, t38);
+    const V t100 = vmax(t78, p[2][0]);  const V t101 = vmin(t94, t100);
+    const V t102 = vmax(t94, t100);  const V t103 = vmin(t86, p[2][8]);
+    const V t104 = vmax(t86, p[2][8]);  const V t105 = vmax(t103, t101);
+    const V t106 = vmin(t104, t102);  const V t107 = vmax(t82, p[2][4]);
+    const V t108 = vmin(t98, t107);  const V t109 = vmin(t90, p[2][12]);
+    const V t110 = vmin(t109, t108);  const V t111 = vmax(t109, t108);
+    const V t112 = vmax(t110, t105);  const V t113 = vmin(t111, t106);
+    const V t114 = vmax(t111, t106);  const V t115 = vmax(t80, p[2][2]);
+    const V t116 = vmin(t96, t115);  const V t117 = vmax(t96, t115);
+    const V t118 = vmin(t88, p[2][10]);  const V t119 = vmax(t88, p[2][10]);
+    const V t120 = vmax(t118, t116);  const V t121 = vmin(t119, t117);
+    const V t122 = vmax(t84, p[2][6]);  const V t123 = vmin(t92, t122);
+    const V t124 = vmax(t92, t122);  const V t125 = vmin(t123, t120);
+    const V t126 = vmax(t123, t120);  const V t127 = vmin(t124, t121);
+    const V t128 = vmin(t125, t112);  const V t129 = vmax(t125, t112);
+    const V t130 = vmin(t126, t113);  const V t131 = vmax(t126, t113);
+    const V t132 = vmin(t127, t114);  const V t133 = vmax(t79, p[2][1]);
+    const V t134 = vmin(t95, t133);  const V t135 = vmax(t95, t133);
+    const V t136 = vmin(t87, p[2][9]);  const V t137 = vmax(t87, p[2][9]);
+    const V t138 = vmax(t136, t134);  const V t139 = vmin(t137, t135);
+    const V t140 = vmax(t83, p[2][5]);  const V t141 = vmin(t99, t140);
+    const V t142 = vmin(t91, p[2][13]);  const V t143 = vmin(t142, t141);
+    const V t144 = vmax(t142, t141);  const V t145 = vmin(t143, t138);
+    const V t146 = vmax(t143, t138);  const V t147 = vmin(t144, t139);
+    const V t148 = vmax(t81, p[2][3]);  const V t149 = vmin(t97, t148);
+    const V t150 = vmin(t89, p[2][11]);  const V t151 = vmin(t150, t149);
+    const V t152 = vmax(t150, t149);  const V t153 = vmin(t85, p[2][7]);
+    const V t154 = vmax(t85, p[2][7]);  const V t155 = vmin(t93, t154);
+    const V t156 = vmax(t153, t151);  const V t157 = vmin(t155, t152);
+    const V t158 = vmax(t155, t152);  const V t159 = vmax(t156, t145);
+    const V t160 = vmin(t157, t146);  const V t161 = vmax(t157, t146);
+    const V t162 = vmin(t158, t147);  const V t163 = vmax(t158, t147);
+    const V t164 = vmax(t159, t128);  const V t165 = vmin(t160, t129);
+    const V t166 = vmax(t160, t129);  const V t167 = vmin(t161, t130);
+    const V t168 = vmax(t161, t130);  const V t169 = vmin(t162, t131);
+    const V t170 = vmax(t162, t131);  const V t171 = vmin(t163, t132);
+    const V t172 = vmax(t164, c[0]);  const V t173 = vmin(t168, c[4]);
+    const V t174 = vmax(t173, t172);  const V t175 = vmax(t166, c[2]);
+    const V t176 = vmin(t170, c[6]);  const V t177 = vmin(t176, t175);
+    const V t178 = vmax(t177, t174);  const V t179 = vmax(t165, c[1]);
+    const V t180 = vmin(t169, c[5]);  const V t181 = vmax(t180, t179);
+    const V t182 = vmax(t167, c[3]);  const V t183 = vmin(t171, t182);
+    const V t184 = vmin(t183, t181);  const V t185 = vmin(t184, t178);
+    return t185;
 }
 
 /* Byte blocks a network runs on: loads, stores and the value type. */
@@ -249,29 +404,43 @@ struct LineKernel {
 /* Output bytes per chunk of a square window's row: the chunk's sorted
  * columns stay in automatic storage. */
 const int32_t kChunk = 512;
-const int32_t kMaxReach = 2 * 3; /* half of a 5-cell window, in bytes of C3 */
+const int32_t kMaxReach = 3 * 3; /* half of a 7-cell window, in bytes of C3 */
 const int32_t kScratch = kChunk + 16 + 2 * kMaxReach + 16;
+
+/* Runs step(Bytes16, k) or step(Bytes1, k) over bytes [0, len): blocks of
+ * 16, the last one moved back to end at len (a block done twice gives the
+ * same bytes), single bytes when len is below 16. */
+template <typename F>
+inline void over_bytes(int32_t len, F step)
+{
+    int32_t k = 0;
+    for (; k + 16 <= len; k += 16)
+        step(Bytes16(), k);
+    if (k < len) {
+        if (len >= 16)
+            step(Bytes16(), len - 16);
+        else
+            for (; k < len; ++k)
+                step(Bytes1(), k);
+    }
+}
 
 template <int side>
 struct SquareKernel {
     Lum8u ranks[side][kScratch]; /* sorted columns; index 0 is the chunk's left reach */
-    int32_t c;                   /* bytes per pixel */
+    /* 7 by 7 only: the merged pair of sorted columns k and k + c. */
+    Lum8u pairs[side == 7 ? 14 : 1][kScratch];
+    int32_t c; /* bytes per pixel */
     Lum8u *dst;
 
     /* Sorts the columns of bytes [0, len) of the footprint rows
-     * (rows[r] points at the chunk's leftmost byte of row r). */
+     * (rows[r] points at the chunk's leftmost byte of row r), and for 7 by 7
+     * merges each pair of neighbouring columns. */
     void sort_columns(const Lum8u *const rows[side], int32_t len)
     {
-        int32_t k = 0;
-        for (; k + 16 <= len; k += 16)
-            sort_block<Bytes16>(rows, k);
-        if (k < len) {
-            if (len >= 16)
-                sort_block<Bytes16>(rows, len - 16);
-            else
-                for (; k < len; ++k)
-                    sort_block<Bytes1>(rows, k);
-        }
+        over_bytes(len, [&](auto a, int32_t k) { sort_block<decltype(a)>(rows, k); });
+        if constexpr (side == 7)
+            over_bytes(len - c, [&](auto a, int32_t k) { pair_block<decltype(a)>(k); });
     }
 
     template <typename A>
@@ -282,23 +451,48 @@ struct SquareKernel {
             v[r] = A::ld(rows[r] + k);
         if constexpr (side == 3)
             sort3(v[0], v[1], v[2]);
-        else
+        else if constexpr (side == 5)
             sort5(v);
+        else
+            sort7(v);
         for (int r = 0; r < side; ++r)
             memcpy(ranks[r] + k, &v[r], sizeof v[r]); /* scratch need not be aligned */
     }
 
     template <typename A>
+    void pair_block(int32_t k)
+    {
+        typename A::V a[7], b[7], m[14];
+        for (int r = 0; r < 7; ++r) {
+            a[r] = A::ld(ranks[r] + k);
+            b[r] = A::ld(ranks[r] + k + c);
+        }
+        merge7(a, b, m);
+        for (int r = 0; r < 14; ++r)
+            memcpy(pairs[r] + k, &m[r], sizeof m[r]);
+    }
+
+    template <typename A>
     void at(int32_t j) const
     {
-        typename A::V s[side][side];
-        for (int r = 0; r < side; ++r)
-            for (int col = 0; col < side; ++col)
-                s[r][col] = A::ld(ranks[r] + j + col * c);
-        if constexpr (side == 3)
-            A::st(dst + j, median9(s));
-        else
-            A::st(dst + j, median25(s));
+        if constexpr (side == 7) {
+            typename A::V p[3][14], col[7];
+            for (int g = 0; g < 3; ++g)
+                for (int r = 0; r < 14; ++r)
+                    p[g][r] = A::ld(pairs[r] + j + 2 * g * c);
+            for (int r = 0; r < 7; ++r)
+                col[r] = A::ld(ranks[r] + j + 6 * c);
+            A::st(dst + j, median49(p, col));
+        } else {
+            typename A::V s[side][side];
+            for (int r = 0; r < side; ++r)
+                for (int col = 0; col < side; ++col)
+                    s[r][col] = A::ld(ranks[r] + j + col * c);
+            if constexpr (side == 3)
+                A::st(dst + j, median9(s));
+            else
+                A::st(dst + j, median25(s));
+        }
     }
 };
 
@@ -429,8 +623,10 @@ void square(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst, int32_t dstStep, Lu
 {
     if (mask == lumMaskSize3x3)
         square_rows<3>(pSrc, srcStep, pDst, dstStep, roi, channels);
-    else
+    else if (mask == lumMaskSize5x5)
         square_rows<5>(pSrc, srcStep, pDst, dstStep, roi, channels);
+    else if (mask == kMedianSquare7)
+        square_rows<7>(pSrc, srcStep, pDst, dstStep, roi, channels);
 }
 
 } // namespace
