@@ -1,7 +1,7 @@
 /*
  * What the two convolution families (integer and float kernels) share inside
- * one tier: the argument checks, the footprint's first pixel and the control
- * word the arithmetic runs under.
+ * one tier: the footprint's first pixel and the control word the arithmetic
+ * runs under.
  */
 #ifndef LUMI_PIFILTER_H
 #define LUMI_PIFILTER_H
@@ -27,34 +27,6 @@ struct Job {
     int32_t channels;
     int32_t bytes;
 };
-
-inline LumStatus check_pointers(const void *pSrc, const void *pDst, const void *pKernel)
-{
-    return (!pSrc || !pDst || !pKernel) ? lumStsNullPtrErr : lumStsNoErr;
-}
-
-/* Sizes below 1, and sizes whose kernel cell count or source row byte count
- * does not fit a signed 32-bit value (no step could describe such a row, and
- * the kernel could not be indexed). */
-inline LumStatus check_sizes(LumiSize roi, LumiSize k, int32_t channels)
-{
-    if (roi.width < 1 || roi.height < 1 || k.width < 1 || k.height < 1)
-        return lumStsSizeErr;
-    if ((int64_t)k.width * k.height > INT32_MAX ||
-        ((int64_t)roi.width + k.width - 1) * channels > INT32_MAX)
-        return lumStsSizeErr;
-    return lumStsNoErr;
-}
-
-/* Source rows must hold the footprint's width, destination rows the region's. */
-inline LumStatus check_steps(int32_t srcStep, int32_t dstStep, LumiSize roi, LumiSize k,
-                             int32_t channels)
-{
-    if ((int64_t)srcStep < ((int64_t)roi.width + k.width - 1) * channels ||
-        (int64_t)dstStep < (int64_t)roi.width * channels)
-        return lumStsStepErr;
-    return lumStsNoErr;
-}
 
 /* The kernel is mirrored: cell (ax, ay) lies over the output pixel, so the
  * window of output (0, 0) starts kw - 1 - ax pixels left of pSrc and

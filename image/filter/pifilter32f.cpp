@@ -59,6 +59,7 @@
 #include <immintrin.h>
 #include <string.h>
 
+#include "checks.h"
 #include "pifilter.h"
 
 namespace LUMI_NS {
@@ -473,13 +474,13 @@ void run_engine(const Job &j, const Lum32f *kernel)
 LumStatus filter32f(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst, int32_t dstStep, LumiSize roi,
                     const Lum32f *pKernel, LumiSize kernelSize, LumiPoint anchor, int32_t channels)
 {
-    LumStatus st = conv::check_pointers(pSrc, pDst, pKernel);
-    if (st == lumStsNoErr)
-        st = conv::check_sizes(roi, kernelSize, channels);
-    if (st == lumStsNoErr)
-        st = conv::check_steps(srcStep, dstStep, roi, kernelSize, channels);
-    if (st != lumStsNoErr)
-        return st;
+    if (any_null(pSrc, pDst, pKernel))
+        return lumStsNullPtrErr;
+    if (!size_positive(roi) || !mask_positive(kernelSize) ||
+        !kernel_fits(roi, kernelSize, channels))
+        return lumStsSizeErr;
+    if (!steps_hold_footprint(srcStep, dstStep, roi, kernelSize, channels))
+        return lumStsStepErr;
     const Job j = conv::make_job(pSrc, srcStep, pDst, dstStep, roi, kernelSize, anchor, channels);
     const unsigned csr = conv::enter_nearest();
     run_engine(j, pKernel);

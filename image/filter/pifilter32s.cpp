@@ -62,6 +62,7 @@
 #include <immintrin.h>
 #include <string.h>
 
+#include "checks.h"
 #include "pifilter.h"
 
 namespace LUMI_NS {
@@ -545,15 +546,15 @@ LumStatus filter(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst, int32_t dstSte
                  const Lum32s *pKernel, LumiSize kernelSize, LumiPoint anchor, int32_t divisor,
                  int32_t channels)
 {
-    LumStatus st = conv::check_pointers(pSrc, pDst, pKernel);
-    if (st == lumStsNoErr)
-        st = conv::check_sizes(roi, kernelSize, channels);
-    if (st == lumStsNoErr && divisor == 0)
-        st = lumStsDivisorErr;
-    if (st == lumStsNoErr)
-        st = conv::check_steps(srcStep, dstStep, roi, kernelSize, channels);
-    if (st != lumStsNoErr)
-        return st;
+    if (any_null(pSrc, pDst, pKernel))
+        return lumStsNullPtrErr;
+    if (!size_positive(roi) || !mask_positive(kernelSize) ||
+        !kernel_fits(roi, kernelSize, channels))
+        return lumStsSizeErr;
+    if (divisor == 0)
+        return lumStsDivisorErr;
+    if (!steps_hold_footprint(srcStep, dstStep, roi, kernelSize, channels))
+        return lumStsStepErr;
 
     const Job j = conv::make_job(pSrc, srcStep, pDst, dstStep, roi, kernelSize, anchor, channels);
     const Divisor d = classify(divisor);
