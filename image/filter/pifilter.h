@@ -1,7 +1,7 @@
 /*
  * What the two convolution families (integer and float kernels) share inside
- * one tier: the footprint's first pixel and the control word the arithmetic
- * runs under.
+ * one tier: the footprint's first pixel, the walk of a strip's rows through a
+ * ring of widened rows, and the control word the arithmetic runs under.
  */
 #ifndef LUMI_PIFILTER_H
 #define LUMI_PIFILTER_H
@@ -59,6 +59,37 @@ inline int64_t ring_strip(const Job &j, int64_t align)
     int64_t strip = 6144 / j.kh - halo;
     strip = strip < 64 ? 64 : strip & ~(align - 1);
     return strip > j.bytes ? j.bytes : strip;
+}
+
+/* The strip and ring walk of both families.  The output rows are cut into
+ * strips of `strip` bytes; within a strip every footprint row is widened
+ * once, by widen(source, length, slot), into a ring of kh slots of `slot`
+ * cells (footprint row i in slot i % kh), so each source byte is converted
+ * once per strip however tall the kernel.  Before each output row, rows[]
+ * lists the ring's slots in footprint order, and row(rows, y, x0, n) makes
+ * the n output bytes of row y from byte x0. */
+template <class Cell, class Widen, class Row>
+inline void walk_ring(const Job &j, int32_t strip, intptr_t slot, Cell *ring, const Cell **rows,
+                      Widen widen, Row row)
+{
+    const intptr_t halo = (intptr_t)(j.kw - 1) * j.channels;
+    for (int32_t x0 = 0; x0 < j.bytes; x0 += strip) {
+        const int32_t n = j.bytes - x0 < strip ? j.bytes - x0 : strip;
+        for (int32_t i = 0; i + 1 < j.kh; ++i)
+            widen(j.src + (intptr_t)i * j.srcStep + x0, n + halo, ring + i * slot);
+        for (int32_t y = 0; y < j.height; ++y) {
+            /* footprint row i lives in slot i % kh */
+            const intptr_t last = (intptr_t)y + j.kh - 1;
+            widen(j.src + last * j.srcStep + x0, n + halo, ring + (last % j.kh) * slot);
+            int32_t s = y % j.kh;
+            for (int32_t r = 0; r < j.kh; ++r, ++s) {
+                if (s == j.kh)
+                    s = 0;
+                rows[r] = ring + s * slot;
+            }
+            row(rows, y, x0, n);
+        }
+    }
 }
 
 /* The sums and roundings are defined in round-to-nearest with denormals

@@ -335,32 +335,21 @@ void ring_path(const Job &j, const Plan &p, Lum32s *work, const Divisor &d)
     const Lum32s **rows = (const Lum32s **)(void *)(work + p.pairs);
     Lum32s *acc = work + p.acc;
     Lum32s *ring = acc + ((p.strip + 3) & ~3);
-    const intptr_t halo = (intptr_t)(j.kw - 1) * j.channels;
-    for (int32_t x0 = 0; x0 < j.bytes; x0 += p.strip) {
-        const int32_t n = j.bytes - x0 < p.strip ? j.bytes - x0 : p.strip;
-        const int32_t body = n & ~15;
-        for (int32_t i = 0; i + 1 < j.kh; ++i)
-            widen_row(j.src + (intptr_t)i * j.srcStep + x0, n + halo, j.channels, ring + i * p.slot);
-        for (int32_t y = 0; y < j.height; ++y) {
-            /* footprint row i lives in slot i % kh */
-            const intptr_t last = (intptr_t)y + j.kh - 1;
-            widen_row(j.src + last * j.srcStep + x0, n + halo, j.channels,
-                      ring + (last % j.kh) * p.slot);
-            int32_t s = y % j.kh;
-            for (int32_t r = 0; r < j.kh; ++r, ++s) {
-                if (s == j.kh)
-                    s = 0;
-                rows[r] = ring + s * p.slot;
-            }
-            Lum8u *dst = j.dst + (intptr_t)y * j.dstStep + x0;
-            for (int32_t x = 0; x < body; x += 16)
-                ring_16(rows, x, j, packed, d, dst + x);
-            if (body < n) {
-                sum_tail(j, j.src + (intptr_t)y * j.srcStep + x0, body, n, acc, packed);
-                ownAConvert32s_8u(acc + body, n - body, dst + body, d);
-            }
-        }
-    }
+    const auto widen = [&](const Lum8u *s, intptr_t len, Lum32s *slot) {
+        widen_row(s, len, j.channels, slot);
+    };
+    conv::walk_ring(j, p.strip, p.slot, ring, rows, widen,
+                    [&](const Lum32s *const *ringRows, int32_t y, int32_t x0, int32_t n) {
+                        const int32_t body = n & ~15;
+                        Lum8u *dst = j.dst + (intptr_t)y * j.dstStep + x0;
+                        for (int32_t x = 0; x < body; x += 16)
+                            ring_16(ringRows, x, j, packed, d, dst + x);
+                        if (body < n) {
+                            sum_tail(j, j.src + (intptr_t)y * j.srcStep + x0, body, n, acc,
+                                     packed);
+                            ownAConvert32s_8u(acc + body, n - body, dst + body, d);
+                        }
+                    });
 }
 
 /* Small kernels.  When every cell fits a signed byte, no pair of cells can
