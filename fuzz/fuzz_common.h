@@ -64,6 +64,16 @@ void check_outside_region(const Image &img, const char *what);
 // Aborts unless the whole block holds what it held before.
 void check_unchanged(const Image &img, const char *what);
 
+// What a call answers about its arguments: a null image it was given is
+// refused with lumStsNullPtrErr, and lumStsMemAllocErr comes only from an
+// allocation made to fail (failAt 0: none was).
+void check_refusals(const char *what, LumStatus st, bool nullGiven, int failAt);
+// What every call leaves: no working memory held (outstanding blocks of the
+// allocation counter), the destination written only inside its region and
+// not at all when the call failed, and the source as it was.
+void check_after_call(const char *what, LumStatus st, int outstanding, const Image &src,
+                      const Image &dst);
+
 // A row step for rowBytes: padded, and now and then zero, negative or
 // shorter than the row where the primitive accepts that.
 int pick_step(Input &in, int rowBytes, bool oddStepsAllowed);

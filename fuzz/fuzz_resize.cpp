@@ -80,17 +80,8 @@ int run(const uint8_t *data, size_t size)
         outstanding = fault.outstanding();
     }
 
-    if ((nullSrc || nullDst) && st != lumStsNullPtrErr)
-        fail("resize", "a null pointer was accepted");
-    if (st == lumStsMemAllocErr && !failAt)
-        fail("resize", "an allocation failed that was not made to");
-    if (outstanding != 0)
-        fail("resize", "working memory was not given back");
-    if (st == lumStsNoErr)
-        check_outside_region(dst, "resize");
-    else
-        check_unchanged(dst, "resize");
-    check_unchanged(src, "resize source");
+    check_refusals("resize", st, nullSrc || nullDst, failAt);
+    check_after_call("resize", st, outstanding, src, dst);
 
     image_free(src);
     image_free(dst);

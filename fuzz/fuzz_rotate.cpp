@@ -57,16 +57,7 @@ int run(const uint8_t *data, size_t size)
     const bool centre = form >= 3;
     const int sw = in.size(40, 700), sh = in.size(40, 500);
     const int srcStep = pick_step(in, sw * ch, false);
-    LumiRect roi{0, 0, sw, sh};
-    const uint32_t roiMode = in.byte();
-    if (roiMode >= 128) {
-        roi.x = in.range(0, sw - 1);
-        roi.y = in.range(0, sh - 1);
-        roi.width = in.range(1, sw - roi.x + 2);
-        roi.height = in.range(1, sh - roi.y + 2);
-        if (roiMode >= 248)
-            (in.flag() ? roi.x : roi.y) = in.flag() ? -(int)in.range(1, 4) : sw + sh;
-    }
+    const LumiRect roi = pick_region(in, sw, sh);
     const int dw = in.size(48, 700), dh = in.size(48, 500);
     const int dstStep = pick_step(in, dw * ch, false);
     LumiRect dr{0, 0, dw, dh};
@@ -107,17 +98,8 @@ int run(const uint8_t *data, size_t size)
         outstanding = fault.outstanding();
     }
 
-    if ((nullSrc || nullDst) && st != lumStsNullPtrErr)
-        fail("rotate", "a null pointer was accepted");
-    if (st == lumStsMemAllocErr && !failAt)
-        fail("rotate", "an allocation failed that was not made to");
-    if (outstanding != 0)
-        fail("rotate", "working memory was not given back");
-    if (st == lumStsNoErr)
-        check_outside_region(dst, "rotate");
-    else
-        check_unchanged(dst, "rotate");
-    check_unchanged(src, "rotate source");
+    check_refusals("rotate", st, nullSrc || nullDst, failAt);
+    check_after_call("rotate", st, outstanding, src, dst);
 
     image_free(src);
     image_free(dst);
