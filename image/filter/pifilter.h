@@ -61,6 +61,27 @@ inline int64_t ring_strip(const Job &j, int64_t align)
     return strip > j.bytes ? j.bytes : strip;
 }
 
+/* A ring's strip (output bytes) and slot (four-byte cells per footprint
+ * row: the strip and the window's reach, rounded up to slotAlign cells).  A
+ * ring whose kh slots would pass 4 MB is not made: slot 0, and one strip of
+ * the whole row. */
+struct RingShape {
+    int32_t strip;
+    intptr_t slot;
+};
+
+const int64_t kRingCap = (int64_t)1 << 20; /* cells: 4 MB */
+
+inline RingShape ring_shape(const Job &j, int64_t stripAlign, int64_t slotAlign)
+{
+    const int64_t halo = (int64_t)(j.kw - 1) * j.channels;
+    const int64_t strip = ring_strip(j, stripAlign);
+    const int64_t slot = (strip + halo + slotAlign - 1) & ~(slotAlign - 1);
+    if ((int64_t)j.kh * slot <= kRingCap)
+        return RingShape{(int32_t)strip, (intptr_t)slot};
+    return RingShape{j.bytes, 0};
+}
+
 /* The strip and ring walk of both families.  The output rows are cut into
  * strips of `strip` bytes; within a strip every footprint row is widened
  * once, by widen(source, length, slot), into a ring of kh slots of `slot`

@@ -322,22 +322,13 @@ struct Plan {
     int64_t floats; /* the whole block */
 };
 
-const int64_t kRingCap = (int64_t)1 << 20; /* floats: 4 MB */
-
 Plan plan_work(const Job &j)
 {
     Plan p;
-    const int64_t halo = (int64_t)(j.kw - 1) * j.channels;
     p.ptrs = (intptr_t)(((int64_t)j.kh * (int64_t)(sizeof(void *) / sizeof(Lum32f)) + 7) & ~7);
-    const int64_t strip = conv::ring_strip(j, 32);
-    const int64_t slot = (strip + halo + 7) & ~(int64_t)7;
-    if ((int64_t)j.kh * slot <= kRingCap) {
-        p.strip = (int32_t)strip;
-        p.slot = (intptr_t)slot;
-    } else {
-        p.strip = j.bytes;
-        p.slot = 0;
-    }
+    const conv::RingShape r = conv::ring_shape(j, 32, 8);
+    p.strip = r.strip;
+    p.slot = r.slot;
     p.floats = p.ptrs + ((p.strip + 7) & ~7) + (int64_t)j.kh * p.slot;
     return p;
 }

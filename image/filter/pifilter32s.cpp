@@ -266,27 +266,17 @@ struct Plan {
     int64_t cells;  /* the whole block */
 };
 
-const int64_t kRingCap = (int64_t)1 << 20; /* cells: 4 MB */
-
 Plan plan_work(const Job &j)
 {
     Plan p;
-    const int64_t halo = (int64_t)(j.kw - 1) * j.channels;
     const int64_t ptrs = ((int64_t)j.kh * (int64_t)(sizeof(void *) / sizeof(Lum32s)) + 3) & ~3;
     p.pairs = (intptr_t)((int64_t)j.kw * 4 * j.kh);
-    const int64_t strip = conv::ring_strip(j, 16);
-    const int64_t slot = (strip + halo + 3) & ~(int64_t)3;
-    if ((int64_t)j.kh * slot <= kRingCap) {
-        p.strip = (int32_t)strip;
-        p.slot = (intptr_t)slot;
-        p.acc = p.pairs + (intptr_t)ptrs;
-        p.cells = p.acc + ((strip + 3) & ~3) + (int64_t)j.kh * slot;
-    } else {
-        p.strip = j.bytes;
-        p.slot = 0;
-        p.acc = p.pairs;
-        p.cells = p.acc + ((j.bytes + 3) & ~3);
-    }
+    const conv::RingShape r = conv::ring_shape(j, 16, 4);
+    p.strip = r.strip;
+    p.slot = r.slot;
+    /* without a ring the row table is not needed either */
+    p.acc = p.pairs + (p.slot ? (intptr_t)ptrs : 0);
+    p.cells = p.acc + ((p.strip + 3) & ~3) + (int64_t)j.kh * p.slot;
     return p;
 }
 
