@@ -13,6 +13,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "alloc_fault.h"
 #include "lumi.h"
 
 namespace lumifuzz {
@@ -73,6 +74,24 @@ void check_refusals(const char *what, LumStatus st, bool nullGiven, int failAt);
 // not at all when the call failed, and the source as it was.
 void check_after_call(const char *what, LumStatus st, int outstanding, const Image &src,
                       const Image &dst);
+
+// Runs call() with allocation failAt made to fail (0: none), then makes both
+// sets of checks above; returns the call's status.
+template <typename Call>
+LumStatus call_and_check(const char *what, bool nullGiven, int failAt, const Image &src,
+                         const Image &dst, Call call)
+{
+    LumStatus st;
+    int outstanding;
+    {
+        lumitest::AllocFault fault(failAt);
+        st = call();
+        outstanding = fault.outstanding();
+    }
+    check_refusals(what, st, nullGiven, failAt);
+    check_after_call(what, st, outstanding, src, dst);
+    return st;
+}
 
 // A row step for rowBytes: padded, and now and then zero, negative or
 // shorter than the row where the primitive accepts that.

@@ -9,7 +9,6 @@
 
 #include <algorithm>
 
-#include "alloc_fault.h"
 #include "fuzz_common.h"
 
 namespace lumifuzz {
@@ -71,17 +70,10 @@ int run(const uint8_t *data, size_t size)
     image_make(src, sh, sw * ch, srcStep, guard, 21);
     image_make(dst, dh, dw * ch, dstStep, guard, 22);
     auto fn = ch == 1 ? lumiResize_8u_C1R : lumiResize_8u_C3R;
-    LumStatus st;
-    int outstanding;
-    {
-        lumitest::AllocFault fault(failAt);
-        st = fn(nullSrc ? nullptr : src.first_row(), LumiSize{sw, sh}, srcStep, roi,
-                nullDst ? nullptr : dst.first_row(), dstStep, LumiSize{dw, dh}, fx, fy, method);
-        outstanding = fault.outstanding();
-    }
-
-    check_refusals("resize", st, nullSrc || nullDst, failAt);
-    check_after_call("resize", st, outstanding, src, dst);
+    call_and_check("resize", nullSrc || nullDst, failAt, src, dst, [&] {
+        return fn(nullSrc ? nullptr : src.first_row(), LumiSize{sw, sh}, srcStep, roi,
+                  nullDst ? nullptr : dst.first_row(), dstStep, LumiSize{dw, dh}, fx, fy, method);
+    });
 
     image_free(src);
     image_free(dst);

@@ -8,7 +8,6 @@
 #include <math.h>
 #include <stdio.h>
 
-#include "alloc_fault.h"
 #include "fuzz_common.h"
 
 namespace lumifuzz {
@@ -89,17 +88,10 @@ int run(const uint8_t *data, size_t size)
                                                                 lumiRotateCenter_8u_C4R};
     const Lum8u *s = nullSrc ? nullptr : src.first_row();
     Lum8u *d = nullDst ? nullptr : dst.first_row();
-    LumStatus st;
-    int outstanding;
-    {
-        lumitest::AllocFault fault(failAt);
-        st = (centre ? about : plain)[form % 3](s, LumiSize{sw, sh}, srcStep, roi, d, dstStep, dr, angle, xs, ys,
-                                               sel);
-        outstanding = fault.outstanding();
-    }
-
-    check_refusals("rotate", st, nullSrc || nullDst, failAt);
-    check_after_call("rotate", st, outstanding, src, dst);
+    call_and_check("rotate", nullSrc || nullDst, failAt, src, dst, [&] {
+        return (centre ? about : plain)[form % 3](s, LumiSize{sw, sh}, srcStep, roi, d, dstStep, dr, angle, xs,
+                                                  ys, sel);
+    });
 
     image_free(src);
     image_free(dst);
