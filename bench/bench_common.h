@@ -56,6 +56,18 @@ cv::Mat test_image(int width, int height, int channels);
 
 int max_abs_diff(const cv::Mat &a, const cv::Mat &b);
 
+// The images of a window filter's case at 1920x1080: the test picture; the
+// same padded by replication k / 2 pixels on every side, which Lumi reads
+// since it makes no border of its own; and one output for each side.
+const int kFilterW = 1920, kFilterH = 1080;
+struct FilterImages {
+    cv::Mat src, padded, lumi, ocv;
+    const Lum8u *centre; // pixel of `padded` under the first output pixel
+};
+FilterImages filter_images(int channels, int k);
+// "<family>_<k>x<k>_C<channels>/1920x1080"
+std::string filter_case_name(const char *family, int k, int channels);
+
 struct Registrar {
     explicit Registrar(void (*fn)()) { fn(); }
 };

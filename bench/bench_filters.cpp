@@ -13,31 +13,13 @@ namespace {
 
 typedef decltype(&lumiFilterBox_8u_C1R) FilterFn; // box and median share one shape
 
-const int kW = 1920, kH = 1080;
-
-struct Images {
-    cv::Mat src, padded, lumi, ocv;
-    const Lum8u *centre; // pixel of `padded` under the first output pixel
-};
-
-Images make_images(int channels, int k)
-{
-    Images im;
-    im.src = lumibench::test_image(kW, kH, channels);
-    const int r = k / 2;
-    cv::copyMakeBorder(im.src, im.padded, r, r, r, r, cv::BORDER_REPLICATE);
-    im.lumi = cv::Mat(kH, kW, CV_8UC(channels));
-    im.ocv = cv::Mat(kH, kW, CV_8UC(channels));
-    im.centre = im.padded.ptr<Lum8u>(r) + r * channels;
-    return im;
-}
+const int kW = lumibench::kFilterW, kH = lumibench::kFilterH;
 
 void add_case(const char *family, FilterFn fn, int channels, int k, bool median)
 {
-    const Images im = make_images(channels, k);
+    const lumibench::FilterImages im = lumibench::filter_images(channels, k);
     lumibench::Pair p;
-    p.name = std::string(family) + "_" + std::to_string(k) + "x" + std::to_string(k) + "_C" +
-             std::to_string(channels) + "/1920x1080";
+    p.name = lumibench::filter_case_name(family, k, channels);
     p.pixels = (double)kW * kH;
     p.lumi = [=] {
         fn(im.centre, (int32_t)im.padded.step, im.lumi.data, (int32_t)im.lumi.step, {kW, kH},
@@ -61,11 +43,11 @@ void add_case(const char *family, FilterFn fn, int channels, int k, bool median)
 
 void add_color_median_case(int k)
 {
-    const Images im = make_images(3, k);
+    const lumibench::FilterImages im = lumibench::filter_images(3, k);
     const auto fn = LUMI_BENCH_GET(lumiFilterMedianColor_8u_C3R);
     const LumiMaskSize mask = k == 3 ? lumMaskSize3x3 : lumMaskSize5x5;
     lumibench::Pair p;
-    p.name = "mediancolor_" + std::to_string(k) + "x" + std::to_string(k) + "_C3/1920x1080";
+    p.name = lumibench::filter_case_name("mediancolor", k, 3);
     p.pixels = (double)kW * kH;
     p.lumi = [=] {
         fn(im.centre, (int32_t)im.padded.step, im.lumi.data, (int32_t)im.lumi.step, {kW, kH},

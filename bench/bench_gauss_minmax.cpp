@@ -11,40 +11,17 @@
 
 namespace {
 
-const int kW = 1920, kH = 1080;
-
-struct Images {
-    cv::Mat src, padded, lumi, ocv;
-    const Lum8u *centre; // pixel of `padded` under the first output pixel
-};
-
-Images make_images(int channels, int k)
-{
-    Images im;
-    im.src = lumibench::test_image(kW, kH, channels);
-    const int r = k / 2;
-    cv::copyMakeBorder(im.src, im.padded, r, r, r, r, cv::BORDER_REPLICATE);
-    im.lumi = cv::Mat(kH, kW, CV_8UC(channels));
-    im.ocv = cv::Mat(kH, kW, CV_8UC(channels));
-    im.centre = im.padded.ptr<Lum8u>(r) + r * channels;
-    return im;
-}
-
-std::string case_name(const char *family, int k, int channels)
-{
-    return std::string(family) + "_" + std::to_string(k) + "x" + std::to_string(k) + "_C" +
-           std::to_string(channels) + "/1920x1080";
-}
+const int kW = lumibench::kFilterW, kH = lumibench::kFilterH;
 
 void add_gauss(int channels, int k)
 {
     typedef decltype(&lumiFilterGauss_8u_C1R) GaussFn;
-    const Images im = make_images(channels, k);
+    const lumibench::FilterImages im = lumibench::filter_images(channels, k);
     GaussFn fn = lumibench::get<GaussFn>(channels == 1 ? "lumiFilterGauss_8u_C1R"
                                                        : "lumiFilterGauss_8u_C3R");
     const LumiMaskSize mask = k == 3 ? lumMaskSize3x3 : lumMaskSize5x5;
     lumibench::Pair p;
-    p.name = case_name("gauss", k, channels);
+    p.name = lumibench::filter_case_name("gauss", k, channels);
     p.pixels = (double)kW * kH;
     p.lumi = [=] {
         fn(im.centre, (int32_t)im.padded.step, im.lumi.data, (int32_t)im.lumi.step, {kW, kH}, mask);
@@ -62,11 +39,11 @@ void add_gauss(int channels, int k)
 void add_extreme(bool max, int k)
 {
     typedef decltype(&lumiFilterMin_8u_C1R) ExtremeFn;
-    const Images im = make_images(1, k);
+    const lumibench::FilterImages im = lumibench::filter_images(1, k);
     ExtremeFn fn = lumibench::get<ExtremeFn>(max ? "lumiFilterMax_8u_C1R" : "lumiFilterMin_8u_C1R");
     const cv::Mat element = cv::getStructuringElement(cv::MORPH_RECT, cv::Size(k, k));
     lumibench::Pair p;
-    p.name = case_name(max ? "max" : "min", k, 1);
+    p.name = lumibench::filter_case_name(max ? "max" : "min", k, 1);
     p.pixels = (double)kW * kH;
     p.lumi = [=] {
         fn(im.centre, (int32_t)im.padded.step, im.lumi.data, (int32_t)im.lumi.step, {kW, kH},

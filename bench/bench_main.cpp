@@ -99,6 +99,24 @@ cv::Mat test_image(int width, int height, int channels)
     return m;
 }
 
+FilterImages filter_images(int channels, int k)
+{
+    FilterImages im;
+    im.src = test_image(kFilterW, kFilterH, channels);
+    const int r = k / 2;
+    cv::copyMakeBorder(im.src, im.padded, r, r, r, r, cv::BORDER_REPLICATE);
+    im.lumi = cv::Mat(kFilterH, kFilterW, CV_8UC(channels));
+    im.ocv = cv::Mat(kFilterH, kFilterW, CV_8UC(channels));
+    im.centre = im.padded.ptr<Lum8u>(r) + r * channels;
+    return im;
+}
+
+std::string filter_case_name(const char *family, int k, int channels)
+{
+    return std::string(family) + "_" + std::to_string(k) + "x" + std::to_string(k) + "_C" +
+           std::to_string(channels) + "/1920x1080";
+}
+
 int max_abs_diff(const cv::Mat &a, const cv::Mat &b)
 {
     if (a.size() != b.size() || a.type() != b.type())

@@ -141,6 +141,28 @@ void check_unchanged(const Image &img, const char *what)
         fail(what, "written although it must not be");
 }
 
+void check_refusals(const char *what, LumStatus st, bool nullGiven, int failAt)
+{
+    if (nullGiven && st != lumStsNullPtrErr)
+        fail(what, "a null pointer was accepted");
+    if (st == lumStsMemAllocErr && !failAt)
+        fail(what, "an allocation failed that was not made to");
+}
+
+void check_after_call(const char *what, LumStatus st, int outstanding, const Image &src,
+                      const Image &dst)
+{
+    if (outstanding != 0)
+        fail(what, "working memory was not given back");
+    if (st == lumStsNoErr)
+        check_outside_region(dst, what);
+    else
+        check_unchanged(dst, what);
+    char source[96];
+    snprintf(source, sizeof source, "%s source", what);
+    check_unchanged(src, source);
+}
+
 int pick_step(Input &in, int rowBytes, bool oddStepsAllowed)
 {
     const uint32_t mode = in.byte() % 16;

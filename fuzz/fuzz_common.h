@@ -13,6 +13,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "alloc_fault.h"
 #include "lumi.h"
 
 namespace lumifuzz {
@@ -63,6 +64,34 @@ void image_free(Image &img);
 void check_outside_region(const Image &img, const char *what);
 // Aborts unless the whole block holds what it held before.
 void check_unchanged(const Image &img, const char *what);
+
+// What a call answers about its arguments: a null image it was given is
+// refused with lumStsNullPtrErr, and lumStsMemAllocErr comes only from an
+// allocation made to fail (failAt 0: none was).
+void check_refusals(const char *what, LumStatus st, bool nullGiven, int failAt);
+// What every call leaves: no working memory held (outstanding blocks of the
+// allocation counter), the destination written only inside its region and
+// not at all when the call failed, and the source as it was.
+void check_after_call(const char *what, LumStatus st, int outstanding, const Image &src,
+                      const Image &dst);
+
+// Runs call() with allocation failAt made to fail (0: none), then makes both
+// sets of checks above; returns the call's status.
+template <typename Call>
+LumStatus call_and_check(const char *what, bool nullGiven, int failAt, const Image &src,
+                         const Image &dst, Call call)
+{
+    LumStatus st;
+    int outstanding;
+    {
+        lumitest::AllocFault fault(failAt);
+        st = call();
+        outstanding = fault.outstanding();
+    }
+    check_refusals(what, st, nullGiven, failAt);
+    check_after_call(what, st, outstanding, src, dst);
+    return st;
+}
 
 // A row step for rowBytes: padded, and now and then zero, negative or
 // shorter than the row where the primitive accepts that.

@@ -144,13 +144,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         lumifuzz::fail(what, "an invalid argument was accepted");
     if (!mustFail && st != lumStsNoErr)
         lumifuzz::fail(what, "a valid call failed");
-    if (outstanding != 0)
-        lumifuzz::fail(what, "working memory was not given back");
-    if (st == lumStsNoErr)
-        lumifuzz::check_outside_region(dst, what);
-    else
-        lumifuzz::check_unchanged(dst, what);
-    lumifuzz::check_unchanged(src, "source");
+    lumifuzz::check_after_call(what, st, outstanding, src, dst);
 
     if (st == lumStsNoErr && !floats && (long)w * h * kw * kh <= 60000)
         for (int y = 0; y < h; ++y)

@@ -9,7 +9,6 @@
 
 #include <algorithm>
 
-#include "alloc_fault.h"
 #include "fuzz_common.h"
 
 namespace lumifuzz {
@@ -71,26 +70,10 @@ int run(const uint8_t *data, size_t size)
     image_make(src, sh, sw * ch, srcStep, guard, 21);
     image_make(dst, dh, dw * ch, dstStep, guard, 22);
     auto fn = ch == 1 ? lumiResize_8u_C1R : lumiResize_8u_C3R;
-    LumStatus st;
-    int outstanding;
-    {
-        lumitest::AllocFault fault(failAt);
-        st = fn(nullSrc ? nullptr : src.first_row(), LumiSize{sw, sh}, srcStep, roi,
-                nullDst ? nullptr : dst.first_row(), dstStep, LumiSize{dw, dh}, fx, fy, method);
-        outstanding = fault.outstanding();
-    }
-
-    if ((nullSrc || nullDst) && st != lumStsNullPtrErr)
-        fail("resize", "a null pointer was accepted");
-    if (st == lumStsMemAllocErr && !failAt)
-        fail("resize", "an allocation failed that was not made to");
-    if (outstanding != 0)
-        fail("resize", "working memory was not given back");
-    if (st == lumStsNoErr)
-        check_outside_region(dst, "resize");
-    else
-        check_unchanged(dst, "resize");
-    check_unchanged(src, "resize source");
+    call_and_check("resize", nullSrc || nullDst, failAt, src, dst, [&] {
+        return fn(nullSrc ? nullptr : src.first_row(), LumiSize{sw, sh}, srcStep, roi,
+                  nullDst ? nullptr : dst.first_row(), dstStep, LumiSize{dw, dh}, fx, fy, method);
+    });
 
     image_free(src);
     image_free(dst);

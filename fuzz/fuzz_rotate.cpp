@@ -8,7 +8,6 @@
 #include <math.h>
 #include <stdio.h>
 
-#include "alloc_fault.h"
 #include "fuzz_common.h"
 
 namespace lumifuzz {
@@ -57,16 +56,7 @@ int run(const uint8_t *data, size_t size)
     const bool centre = form >= 3;
     const int sw = in.size(40, 700), sh = in.size(40, 500);
     const int srcStep = pick_step(in, sw * ch, false);
-    LumiRect roi{0, 0, sw, sh};
-    const uint32_t roiMode = in.byte();
-    if (roiMode >= 128) {
-        roi.x = in.range(0, sw - 1);
-        roi.y = in.range(0, sh - 1);
-        roi.width = in.range(1, sw - roi.x + 2);
-        roi.height = in.range(1, sh - roi.y + 2);
-        if (roiMode >= 248)
-            (in.flag() ? roi.x : roi.y) = in.flag() ? -(int)in.range(1, 4) : sw + sh;
-    }
+    const LumiRect roi = pick_region(in, sw, sh);
     const int dw = in.size(48, 700), dh = in.size(48, 500);
     const int dstStep = pick_step(in, dw * ch, false);
     LumiRect dr{0, 0, dw, dh};
@@ -98,26 +88,10 @@ int run(const uint8_t *data, size_t size)
                                                                 lumiRotateCenter_8u_C4R};
     const Lum8u *s = nullSrc ? nullptr : src.first_row();
     Lum8u *d = nullDst ? nullptr : dst.first_row();
-    LumStatus st;
-    int outstanding;
-    {
-        lumitest::AllocFault fault(failAt);
-        st = (centre ? about : plain)[form % 3](s, LumiSize{sw, sh}, srcStep, roi, d, dstStep, dr, angle, xs, ys,
-                                               sel);
-        outstanding = fault.outstanding();
-    }
-
-    if ((nullSrc || nullDst) && st != lumStsNullPtrErr)
-        fail("rotate", "a null pointer was accepted");
-    if (st == lumStsMemAllocErr && !failAt)
-        fail("rotate", "an allocation failed that was not made to");
-    if (outstanding != 0)
-        fail("rotate", "working memory was not given back");
-    if (st == lumStsNoErr)
-        check_outside_region(dst, "rotate");
-    else
-        check_unchanged(dst, "rotate");
-    check_unchanged(src, "rotate source");
+    call_and_check("rotate", nullSrc || nullDst, failAt, src, dst, [&] {
+        return (centre ? about : plain)[form % 3](s, LumiSize{sw, sh}, srcStep, roi, d, dstStep, dr, angle, xs,
+                                                  ys, sel);
+    });
 
     image_free(src);
     image_free(dst);

@@ -70,6 +70,41 @@ inline bool anchor_inside(LumiPoint a, LumiSize m)
     return a.x >= 0 && a.y >= 0 && a.x < m.width && a.y < m.height;
 }
 
+/* One of the two fixed square windows, 3 by 3 or 5 by 5. */
+inline bool mask_3x3_or_5x5(LumiMaskSize m) { return m == lumMaskSize3x3 || m == lumMaskSize5x5; }
+
+/* True when any of the first `count` pointers of a plane array is null;
+ * the array itself has been tested already. */
+inline bool any_null_planes(const void *planes, int count)
+{
+    for (int i = 0; i < count; ++i)
+        if (!((const void *const *)planes)[i])
+            return true;
+    return false;
+}
+
+/* A region whose origin is at 0 or beyond and whose sides are at least 1. */
+inline bool rect_valid(LumiRect r) { return r.x >= 0 && r.y >= 0 && r.width >= 1 && r.height >= 1; }
+
+/* A region whose first pixel lies inside an image of this size (the region
+ * may reach past the image's edge; callers cut it). */
+inline bool rect_starts_inside(LumiRect r, LumiSize image)
+{
+    return r.x < image.width && r.y < image.height;
+}
+
+/* Source rows long enough for a footprint row, roi + mask - 1 pixels of
+ * `channels` bytes, and destination rows for the region's row. */
+inline bool steps_hold_footprint(int32_t srcStep, int32_t dstStep, LumiSize roi, LumiSize mask,
+                                 int channels)
+{
+    return (int64_t)srcStep >= ((int64_t)roi.width + mask.width - 1) * channels &&
+           (int64_t)dstStep >= (int64_t)roi.width * channels;
+}
+
+/* An interpolation selector without its soft-edge bit. */
+inline int32_t selector_code(int32_t interpolation) { return interpolation & ~LUMI_SMOOTH_EDGE; }
+
 /* -------------------------------------------------- what fits in 32 bits */
 
 inline bool fits_32(int64_t v) { return v >= INT32_MIN && v <= INT32_MAX; }
@@ -81,12 +116,24 @@ inline bool cells_fit(LumiSize m) { return fits_32((int64_t)m.width * m.height);
 inline bool row_fits(int32_t width, int channels) { return fits_32((int64_t)width * channels); }
 
 /* The source footprint of a neighbourhood filter, roi + mask - 1 pixels
- * each way, has a 32-bit row of bytes and a 32-bit row count. */
+ * each way: its row of bytes is a 32-bit count ... */
+inline bool footprint_row_fits(LumiSize roi, LumiSize mask, int channels)
+{
+    return fits_32(((int64_t)roi.width + mask.width - 1) * channels);
+}
+
+/* ... and so is its row count. */
 inline bool footprint_fits(LumiSize roi, LumiSize mask, int channels)
 {
-    const int64_t cols = (int64_t)roi.width + mask.width - 1;
-    const int64_t rows = (int64_t)roi.height + mask.height - 1;
-    return fits_32(cols * channels) && fits_32(rows);
+    return footprint_row_fits(roi, mask, channels) &&
+           fits_32((int64_t)roi.height + mask.height - 1);
+}
+
+/* A convolution kernel whose cells can be counted and whose footprint row
+ * of bytes a step can describe. */
+inline bool kernel_fits(LumiSize roi, LumiSize kernel, int channels)
+{
+    return cells_fit(kernel) && footprint_row_fits(roi, kernel, channels);
 }
 
 /* A working-memory count for the allocators: itself when it is a positive

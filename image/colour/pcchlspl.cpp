@@ -52,6 +52,7 @@
  * rounded toward zero, not down, so that no row starts before the caller's
  * last one.  All row addresses are formed in pointer width.
  */
+#include "checks.h"
 #include "pcchls.h"
 
 namespace LUMI_NS {
@@ -376,9 +377,9 @@ inline T *row_at(T *p, int32_t step, int32_t j)
 /* Interleaved forms: pointers, then size; steps are not tested. */
 LumStatus check_interleaved(const void *src, const void *dst, LumiSize roi)
 {
-    if (!src || !dst)
+    if (any_null(src, dst))
         return lumStsNullPtrErr;
-    if (roi.width < 1 || roi.height < 1)
+    if (!size_positive(roi))
         return lumStsSizeErr;
     return lumStsNoErr;
 }
@@ -387,17 +388,11 @@ LumStatus check_interleaved(const void *src, const void *dst, LumiSize roi)
 LumStatus check_planar(const Lum8u *const *src, int32_t srcStep, Lum8u *const *dst,
                        int32_t dstStep, LumiSize roi)
 {
-    if (!src || !dst)
+    if (any_null(src, dst) || any_null_plane(src) || any_null_plane(dst))
         return lumStsNullPtrErr;
-    for (int c = 0; c < 3; ++c)
-        if (!src[c])
-            return lumStsNullPtrErr;
-    for (int c = 0; c < 3; ++c)
-        if (!dst[c])
-            return lumStsNullPtrErr;
-    if (srcStep < 1 || dstStep < 1)
+    if (!steps_at_least(1, srcStep, dstStep))
         return lumStsStepErr;
-    if (roi.width < 1 || roi.height < 1)
+    if (!size_positive(roi))
         return lumStsSizeErr;
     return lumStsNoErr;
 }

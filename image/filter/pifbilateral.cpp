@@ -78,6 +78,10 @@ namespace {
 const uint32_t kTagGauss = 0x434D416Cu;
 const uint32_t kTagGaussFast = 0x434D416Du;
 
+/* The position table holds P[0..M - 1] with M at most 256, so neither
+ * radius of a block passes 255. */
+const int32_t kMaxRadius = 255;
+
 /* The record behind byte 0 of the block. */
 struct State {
     uint32_t tag;
@@ -184,7 +188,7 @@ LumStatus init(int32_t filter, LumiSize k, Lum32f valueSigma2, Lum32f positionSi
     const int32_t len = value_length(valueSigma2, k);
     const int32_t rx = init_radius(k.width, step), ry = init_radius(k.height, step);
     const int32_t m = (rx > ry ? rx : ry) + 1;
-    if (m > 256)
+    if (m > kMaxRadius + 1)
         return lumStsMaskSizeErr;
 
     const Layout l = layout_of(rec, m);
@@ -213,8 +217,8 @@ bool read_state(Lum8u *pBuffer, State *st, Layout *l)
     if (tag != kTagGauss && tag != kTagGaussFast)
         return false;
     memcpy(st, rec, sizeof *st);
-    if (st->stepInKernel < 1 || st->radiusX < 0 || st->radiusX > 255 || st->radiusY < 0 ||
-        st->radiusY > 255)
+    if (st->stepInKernel < 1 || st->radiusX < 0 || st->radiusX > kMaxRadius || st->radiusY < 0 ||
+        st->radiusY > kMaxRadius)
         return false;
     const int32_t m = (st->radiusX > st->radiusY ? st->radiusX : st->radiusY) + 1;
     *l = layout_of(rec, m);
@@ -320,9 +324,9 @@ LUMI_MEMBER LumStatus LUMI_T(lumiFilterBilateralGetBufSize_8u_C1R)(int32_t filte
     const int64_t m = kernelSize.width > kernelSize.height ? kernelSize.width : kernelSize.height;
     const int64_t cells = (int64_t)kernelSize.width * kernelSize.height;
     const int64_t kernel = (((cells + 3) & ~(int64_t)3) + (m - (~m & 1))) * 4;
-    if (rows > INT32_MAX)
+    if (!fits_32(rows))
         return lumStsSizeErr;
-    if (rows + kernel > INT32_MAX)
+    if (!fits_32(rows + kernel))
         return lumStsMaskSizeErr;
     *pBufferSize = (int32_t)(rows + kernel);
     return lumStsNoErr;

@@ -1,7 +1,7 @@
 /*
  * What the two convolution families (integer and float kernels) share inside
- * one tier: the argument checks, the footprint's first pixel and the control
- * word the arithmetic runs under.
+ * one tier: the footprint's first pixel, the walk of a strip's rows through a
+ * ring of widened rows, and the control word the arithmetic runs under.
  */
 #ifndef LUMI_PIFILTER_H
 #define LUMI_PIFILTER_H
@@ -27,34 +27,6 @@ struct Job {
     int32_t channels;
     int32_t bytes;
 };
-
-inline LumStatus check_pointers(const void *pSrc, const void *pDst, const void *pKernel)
-{
-    return (!pSrc || !pDst || !pKernel) ? lumStsNullPtrErr : lumStsNoErr;
-}
-
-/* Sizes below 1, and sizes whose kernel cell count or source row byte count
- * does not fit a signed 32-bit value (no step could describe such a row, and
- * the kernel could not be indexed). */
-inline LumStatus check_sizes(LumiSize roi, LumiSize k, int32_t channels)
-{
-    if (roi.width < 1 || roi.height < 1 || k.width < 1 || k.height < 1)
-        return lumStsSizeErr;
-    if ((int64_t)k.width * k.height > INT32_MAX ||
-        ((int64_t)roi.width + k.width - 1) * channels > INT32_MAX)
-        return lumStsSizeErr;
-    return lumStsNoErr;
-}
-
-/* Source rows must hold the footprint's width, destination rows the region's. */
-inline LumStatus check_steps(int32_t srcStep, int32_t dstStep, LumiSize roi, LumiSize k,
-                             int32_t channels)
-{
-    if ((int64_t)srcStep < ((int64_t)roi.width + k.width - 1) * channels ||
-        (int64_t)dstStep < (int64_t)roi.width * channels)
-        return lumStsStepErr;
-    return lumStsNoErr;
-}
 
 /* The kernel is mirrored: cell (ax, ay) lies over the output pixel, so the
  * window of output (0, 0) starts kw - 1 - ax pixels left of pSrc and
@@ -87,6 +59,58 @@ inline int64_t ring_strip(const Job &j, int64_t align)
     int64_t strip = 6144 / j.kh - halo;
     strip = strip < 64 ? 64 : strip & ~(align - 1);
     return strip > j.bytes ? j.bytes : strip;
+}
+
+/* A ring's strip (output bytes) and slot (four-byte cells per footprint
+ * row: the strip and the window's reach, rounded up to slotAlign cells).  A
+ * ring whose kh slots would pass 4 MB is not made: slot 0, and one strip of
+ * the whole row. */
+struct RingShape {
+    int32_t strip;
+    intptr_t slot;
+};
+
+const int64_t kRingCap = (int64_t)1 << 20; /* cells: 4 MB */
+
+inline RingShape ring_shape(const Job &j, int64_t stripAlign, int64_t slotAlign)
+{
+    const int64_t halo = (int64_t)(j.kw - 1) * j.channels;
+    const int64_t strip = ring_strip(j, stripAlign);
+    const int64_t slot = (strip + halo + slotAlign - 1) & ~(slotAlign - 1);
+    if ((int64_t)j.kh * slot <= kRingCap)
+        return RingShape{(int32_t)strip, (intptr_t)slot};
+    return RingShape{j.bytes, 0};
+}
+
+/* The strip and ring walk of both families.  The output rows are cut into
+ * strips of `strip` bytes; within a strip every footprint row is widened
+ * once, by widen(source, length, slot), into a ring of kh slots of `slot`
+ * cells (footprint row i in slot i % kh), so each source byte is converted
+ * once per strip however tall the kernel.  Before each output row, rows[]
+ * lists the ring's slots in footprint order, and row(rows, y, x0, n) makes
+ * the n output bytes of row y from byte x0. */
+template <class Cell, class Widen, class Row>
+inline void walk_ring(const Job &j, int32_t strip, intptr_t slot, Cell *ring, const Cell **rows,
+                      Widen widen, Row row)
+{
+    const intptr_t halo = (intptr_t)(j.kw - 1) * j.channels;
+    for (int32_t x0 = 0; x0 < j.bytes; x0 += strip) {
+        const int32_t n = j.bytes - x0 < strip ? j.bytes - x0 : strip;
+        for (int32_t i = 0; i + 1 < j.kh; ++i)
+            widen(j.src + (intptr_t)i * j.srcStep + x0, n + halo, ring + i * slot);
+        for (int32_t y = 0; y < j.height; ++y) {
+            /* footprint row i lives in slot i % kh */
+            const intptr_t last = (intptr_t)y + j.kh - 1;
+            widen(j.src + last * j.srcStep + x0, n + halo, ring + (last % j.kh) * slot);
+            int32_t s = y % j.kh;
+            for (int32_t r = 0; r < j.kh; ++r, ++s) {
+                if (s == j.kh)
+                    s = 0;
+                rows[r] = ring + s * slot;
+            }
+            row(rows, y, x0, n);
+        }
+    }
 }
 
 /* The sums and roundings are defined in round-to-nearest with denormals

@@ -59,6 +59,7 @@
 #include <immintrin.h>
 #include <string.h>
 
+#include "checks.h"
 #include "pifilter.h"
 
 namespace LUMI_NS {
@@ -321,22 +322,13 @@ struct Plan {
     int64_t floats; /* the whole block */
 };
 
-const int64_t kRingCap = (int64_t)1 << 20; /* floats: 4 MB */
-
 Plan plan_work(const Job &j)
 {
     Plan p;
-    const int64_t halo = (int64_t)(j.kw - 1) * j.channels;
     p.ptrs = (intptr_t)(((int64_t)j.kh * (int64_t)(sizeof(void *) / sizeof(Lum32f)) + 7) & ~7);
-    const int64_t strip = conv::ring_strip(j, 32);
-    const int64_t slot = (strip + halo + 7) & ~(int64_t)7;
-    if ((int64_t)j.kh * slot <= kRingCap) {
-        p.strip = (int32_t)strip;
-        p.slot = (intptr_t)slot;
-    } else {
-        p.strip = j.bytes;
-        p.slot = 0;
-    }
+    const conv::RingShape r = conv::ring_shape(j, 32, 8);
+    p.strip = r.strip;
+    p.slot = r.slot;
     p.floats = p.ptrs + ((p.strip + 7) & ~7) + (int64_t)j.kh * p.slot;
     return p;
 }
@@ -346,37 +338,24 @@ void ring_engine(const Job &j, const Lum32f *kernel, Lum32f *work, const Plan &p
                  Convert convert)
 {
     Lum32f *acc = work + p.ptrs;
-    Lum32f *ring = acc + ((p.strip + 7) & ~7);
-    const intptr_t halo = (intptr_t)(j.kw - 1) * j.channels;
-    for (int32_t x0 = 0; x0 < j.bytes; x0 += p.strip) {
-        const int32_t n = j.bytes - x0 < p.strip ? j.bytes - x0 : p.strip;
-        if (p.slot == 0) {
-            const Lum8u **rows = (const Lum8u **)(void *)work;
-            for (int32_t y = 0; y < j.height; ++y) {
-                for (int32_t r = 0; r < j.kh; ++r)
-                    rows[r] = j.src + ((intptr_t)y + r) * j.srcStep + x0;
-                sum_strip<V, Out>(rows, n, j, kernel, split, acc,
-                                  j.dst + (intptr_t)y * j.dstStep + x0, convert);
-            }
-            continue;
-        }
-        const Lum32f **rows = (const Lum32f **)(void *)work;
-        for (int32_t i = 0; i + 1 < j.kh; ++i)
-            load_row(j.src + (intptr_t)i * j.srcStep + x0, n + halo, ring + i * p.slot);
+    if (p.slot == 0) {
+        /* No ring: the plan made one strip of the whole row, and the taps
+         * read the source bytes. */
+        const Lum8u **rows = (const Lum8u **)(void *)work;
         for (int32_t y = 0; y < j.height; ++y) {
-            /* footprint row i lives in slot i % kh */
-            const intptr_t last = (intptr_t)y + j.kh - 1;
-            load_row(j.src + last * j.srcStep + x0, n + halo, ring + (last % j.kh) * p.slot);
-            int32_t s = y % j.kh;
-            for (int32_t r = 0; r < j.kh; ++r, ++s) {
-                if (s == j.kh)
-                    s = 0;
-                rows[r] = ring + s * p.slot;
-            }
-            sum_strip<V, Out>(rows, n, j, kernel, split, acc, j.dst + (intptr_t)y * j.dstStep + x0,
-                              convert);
+            for (int32_t r = 0; r < j.kh; ++r)
+                rows[r] = j.src + ((intptr_t)y + r) * j.srcStep;
+            sum_strip<V, Out>(rows, j.bytes, j, kernel, split, acc,
+                              j.dst + (intptr_t)y * j.dstStep, convert);
         }
+        return;
     }
+    Lum32f *ring = acc + ((p.strip + 7) & ~7);
+    conv::walk_ring(j, p.strip, p.slot, ring, (const Lum32f **)(void *)work, load_row,
+                    [&](const Lum32f *const *rows, int32_t y, int32_t x0, int32_t n) {
+                        sum_strip<V, Out>(rows, n, j, kernel, split, acc,
+                                          j.dst + (intptr_t)y * j.dstStep + x0, convert);
+                    });
 }
 
 /* The accumulator engine: plain row order, nearest-even conversion. */
@@ -473,13 +452,13 @@ void run_engine(const Job &j, const Lum32f *kernel)
 LumStatus filter32f(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst, int32_t dstStep, LumiSize roi,
                     const Lum32f *pKernel, LumiSize kernelSize, LumiPoint anchor, int32_t channels)
 {
-    LumStatus st = conv::check_pointers(pSrc, pDst, pKernel);
-    if (st == lumStsNoErr)
-        st = conv::check_sizes(roi, kernelSize, channels);
-    if (st == lumStsNoErr)
-        st = conv::check_steps(srcStep, dstStep, roi, kernelSize, channels);
-    if (st != lumStsNoErr)
-        return st;
+    if (any_null(pSrc, pDst, pKernel))
+        return lumStsNullPtrErr;
+    if (!size_positive(roi) || !mask_positive(kernelSize) ||
+        !kernel_fits(roi, kernelSize, channels))
+        return lumStsSizeErr;
+    if (!steps_hold_footprint(srcStep, dstStep, roi, kernelSize, channels))
+        return lumStsStepErr;
     const Job j = conv::make_job(pSrc, srcStep, pDst, dstStep, roi, kernelSize, anchor, channels);
     const unsigned csr = conv::enter_nearest();
     run_engine(j, pKernel);

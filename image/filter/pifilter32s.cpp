@@ -62,6 +62,7 @@
 #include <immintrin.h>
 #include <string.h>
 
+#include "checks.h"
 #include "pifilter.h"
 
 namespace LUMI_NS {
@@ -265,27 +266,17 @@ struct Plan {
     int64_t cells;  /* the whole block */
 };
 
-const int64_t kRingCap = (int64_t)1 << 20; /* cells: 4 MB */
-
 Plan plan_work(const Job &j)
 {
     Plan p;
-    const int64_t halo = (int64_t)(j.kw - 1) * j.channels;
     const int64_t ptrs = ((int64_t)j.kh * (int64_t)(sizeof(void *) / sizeof(Lum32s)) + 3) & ~3;
     p.pairs = (intptr_t)((int64_t)j.kw * 4 * j.kh);
-    const int64_t strip = conv::ring_strip(j, 16);
-    const int64_t slot = (strip + halo + 3) & ~(int64_t)3;
-    if ((int64_t)j.kh * slot <= kRingCap) {
-        p.strip = (int32_t)strip;
-        p.slot = (intptr_t)slot;
-        p.acc = p.pairs + (intptr_t)ptrs;
-        p.cells = p.acc + ((strip + 3) & ~3) + (int64_t)j.kh * slot;
-    } else {
-        p.strip = j.bytes;
-        p.slot = 0;
-        p.acc = p.pairs;
-        p.cells = p.acc + ((j.bytes + 3) & ~3);
-    }
+    const conv::RingShape r = conv::ring_shape(j, 16, 4);
+    p.strip = r.strip;
+    p.slot = r.slot;
+    /* without a ring the row table is not needed either */
+    p.acc = p.pairs + (p.slot ? (intptr_t)ptrs : 0);
+    p.cells = p.acc + ((p.strip + 3) & ~3) + (int64_t)j.kh * p.slot;
     return p;
 }
 
@@ -334,32 +325,21 @@ void ring_path(const Job &j, const Plan &p, Lum32s *work, const Divisor &d)
     const Lum32s **rows = (const Lum32s **)(void *)(work + p.pairs);
     Lum32s *acc = work + p.acc;
     Lum32s *ring = acc + ((p.strip + 3) & ~3);
-    const intptr_t halo = (intptr_t)(j.kw - 1) * j.channels;
-    for (int32_t x0 = 0; x0 < j.bytes; x0 += p.strip) {
-        const int32_t n = j.bytes - x0 < p.strip ? j.bytes - x0 : p.strip;
-        const int32_t body = n & ~15;
-        for (int32_t i = 0; i + 1 < j.kh; ++i)
-            widen_row(j.src + (intptr_t)i * j.srcStep + x0, n + halo, j.channels, ring + i * p.slot);
-        for (int32_t y = 0; y < j.height; ++y) {
-            /* footprint row i lives in slot i % kh */
-            const intptr_t last = (intptr_t)y + j.kh - 1;
-            widen_row(j.src + last * j.srcStep + x0, n + halo, j.channels,
-                      ring + (last % j.kh) * p.slot);
-            int32_t s = y % j.kh;
-            for (int32_t r = 0; r < j.kh; ++r, ++s) {
-                if (s == j.kh)
-                    s = 0;
-                rows[r] = ring + s * p.slot;
-            }
-            Lum8u *dst = j.dst + (intptr_t)y * j.dstStep + x0;
-            for (int32_t x = 0; x < body; x += 16)
-                ring_16(rows, x, j, packed, d, dst + x);
-            if (body < n) {
-                sum_tail(j, j.src + (intptr_t)y * j.srcStep + x0, body, n, acc, packed);
-                ownAConvert32s_8u(acc + body, n - body, dst + body, d);
-            }
-        }
-    }
+    const auto widen = [&](const Lum8u *s, intptr_t len, Lum32s *slot) {
+        widen_row(s, len, j.channels, slot);
+    };
+    conv::walk_ring(j, p.strip, p.slot, ring, rows, widen,
+                    [&](const Lum32s *const *ringRows, int32_t y, int32_t x0, int32_t n) {
+                        const int32_t body = n & ~15;
+                        Lum8u *dst = j.dst + (intptr_t)y * j.dstStep + x0;
+                        for (int32_t x = 0; x < body; x += 16)
+                            ring_16(ringRows, x, j, packed, d, dst + x);
+                        if (body < n) {
+                            sum_tail(j, j.src + (intptr_t)y * j.srcStep + x0, body, n, acc,
+                                     packed);
+                            ownAConvert32s_8u(acc + body, n - body, dst + body, d);
+                        }
+                    });
 }
 
 /* Small kernels.  When every cell fits a signed byte, no pair of cells can
@@ -545,15 +525,15 @@ LumStatus filter(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst, int32_t dstSte
                  const Lum32s *pKernel, LumiSize kernelSize, LumiPoint anchor, int32_t divisor,
                  int32_t channels)
 {
-    LumStatus st = conv::check_pointers(pSrc, pDst, pKernel);
-    if (st == lumStsNoErr)
-        st = conv::check_sizes(roi, kernelSize, channels);
-    if (st == lumStsNoErr && divisor == 0)
-        st = lumStsDivisorErr;
-    if (st == lumStsNoErr)
-        st = conv::check_steps(srcStep, dstStep, roi, kernelSize, channels);
-    if (st != lumStsNoErr)
-        return st;
+    if (any_null(pSrc, pDst, pKernel))
+        return lumStsNullPtrErr;
+    if (!size_positive(roi) || !mask_positive(kernelSize) ||
+        !kernel_fits(roi, kernelSize, channels))
+        return lumStsSizeErr;
+    if (divisor == 0)
+        return lumStsDivisorErr;
+    if (!steps_hold_footprint(srcStep, dstStep, roi, kernelSize, channels))
+        return lumStsStepErr;
 
     const Job j = conv::make_job(pSrc, srcStep, pDst, dstStep, roi, kernelSize, anchor, channels);
     const Divisor d = classify(divisor);

@@ -54,6 +54,8 @@
 #include <smmintrin.h>
 #endif
 
+#include "checks.h"
+
 /* Both engines are members of every tier (declared with the internal members),
  * so the tests can call each one after the public checks. */
 
@@ -481,13 +483,13 @@ const bool kDirectOneChannel = LUMI_HAS_SSE41;
 LumStatus check_gauss(const void *pSrc, int32_t srcStep, const void *pDst, int32_t dstStep,
                       LumiSize roi, LumiMaskSize mask)
 {
-    if (!pSrc || !pDst)
+    if (any_null(pSrc, pDst))
         return lumStsNullPtrErr;
-    if (roi.width < 1 || roi.height < 1)
+    if (!size_positive(roi))
         return lumStsSizeErr;
-    if (srcStep < 1 || dstStep < 1)
+    if (!steps_at_least(1, srcStep, dstStep))
         return lumStsStepErr;
-    if (mask != lumMaskSize3x3 && mask != lumMaskSize5x5)
+    if (!mask_3x3_or_5x5(mask))
         return lumStsMaskSizeErr;
     return lumStsNoErr;
 }

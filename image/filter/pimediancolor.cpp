@@ -249,7 +249,7 @@ LUMI_MEMBER LumStatus LUMI_T(lumiFilterMedianColor_8u_C3R)(const Lum8u *pSrc, in
         return lumStsSizeErr;
     if (!steps_at_least(1, srcStep, dstStep))
         return lumStsStepErr;
-    if (mask != lumMaskSize3x3 && mask != lumMaskSize5x5)
+    if (!mask_3x3_or_5x5(mask))
         return lumStsMaskSizeErr;
     const int side = mask == lumMaskSize3x3 ? 3 : 5;
     if (!footprint_fits(dstRoiSize, LumiSize{side, side}, 3))

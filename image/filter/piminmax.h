@@ -43,20 +43,22 @@
 
 #include <emmintrin.h>
 
+#include "checks.h"
+
 namespace LUMI_NS {
 
 inline LumStatus check_minmax(const void *pSrc, int32_t srcStep, const void *pDst,
                               int32_t dstStep, LumiSize roi, LumiSize mask, LumiPoint anchor)
 {
-    if (!pSrc || !pDst)
+    if (any_null(pSrc, pDst))
         return lumStsNullPtrErr;
-    if (roi.width < 1 || roi.height < 1)
+    if (!size_positive(roi))
         return lumStsSizeErr;
-    if (srcStep < 1 || dstStep < 1)
+    if (!steps_at_least(1, srcStep, dstStep))
         return lumStsStepErr;
-    if (mask.width < 1 || mask.height < 1)
+    if (!mask_positive(mask))
         return lumStsMaskSizeErr;
-    if (anchor.x < 0 || anchor.y < 0 || anchor.x >= mask.width || anchor.y >= mask.height)
+    if (!anchor_inside(anchor, mask))
         return lumStsAnchorErr;
     return lumStsNoErr;
 }

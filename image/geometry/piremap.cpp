@@ -17,6 +17,7 @@
  * columns (NN, L, C, CR, L3), by the member's row and the selector's column.
  * Both tables of a tier are built from one list of rows below.
  */
+#include "checks.h"
 #include "piremap.h"
 
 namespace LUMI_NS {
@@ -87,28 +88,23 @@ LumStatus remap(int row, int planes, const void *pSrc, LumiSize srcSize, int32_t
                 int32_t yMapStep, void *pDst, int32_t dstStep, LumiSize dstRoiSize,
                 int32_t interpolation)
 {
-    if (!pSrc || !pDst || !pxMap || !pyMap)
+    if (any_null(pSrc, pDst, pxMap, pyMap))
         return lumStsNullPtrErr;
-    if (srcSize.width < 1 || srcSize.height < 1 || srcRoi.x < 0 || srcRoi.y < 0 ||
-        srcRoi.width < 1 || srcRoi.height < 1 || dstRoiSize.width < 1 || dstRoiSize.height < 1)
+    if (!size_positive(srcSize) || !rect_valid(srcRoi) || !size_positive(dstRoiSize))
         return lumStsSizeErr;
     const bool soft = (interpolation & LUMI_SMOOTH_EDGE) != 0;
-    const int32_t code = interpolation & 0x7FFFFFFF;
+    const int32_t code = selector_code(interpolation);
     if (selector_column(code) < 0)
         return lumStsInterpolationErr;
-    if (srcStep < 1 || dstStep < 1 || xMapStep < 1 || yMapStep < 1)
+    if (!steps_at_least(1, srcStep, dstStep, xMapStep, yMapStep))
         return lumStsStepErr;
-    if (srcRoi.x >= srcSize.width || srcRoi.y >= srcSize.height)
+    if (!rect_starts_inside(srcRoi, srcSize))
         return lumStsNoIntersectRoiWarn;
     const int32_t roiW = srcRoi.width < srcSize.width - srcRoi.x ? srcRoi.width : srcSize.width - srcRoi.x;
     const int32_t roiH = srcRoi.height < srcSize.height - srcRoi.y ? srcRoi.height : srcSize.height - srcRoi.y;
     const int column = selector_column(lowered_selector(code, srcSize));
-    for (int p = 0; p < planes; ++p)
-        if (!((const void *const *)pSrc)[p])
-            return lumStsNullPtrErr;
-    for (int p = 0; p < planes; ++p)
-        if (!((void *const *)pDst)[p])
-            return lumStsNullPtrErr;
+    if (any_null_planes(pSrc, planes) || any_null_planes(pDst, planes))
+        return lumStsNullPtrErr;
 
     RemapArgs a;
     a.src = pSrc, a.srcStep = srcStep, a.dst = pDst, a.dstStep = dstStep;

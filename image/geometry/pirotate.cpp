@@ -30,6 +30,7 @@
 #include <stddef.h>
 #include <string.h>
 
+#include "checks.h"
 #include "piwarpa.h"
 
 namespace LUMI_NS {
@@ -127,14 +128,14 @@ int32_t element_bytes(int32_t type)
 LumStatus quarter_turn(const void *pSrc, LumiSize srcSize, int32_t srcStep, LumiRect srcRoi, void *pDst,
                        int32_t dstStep, LumiRect dstRoi, int32_t code, int32_t n, double xShift, double yShift)
 {
-    LumStatus st = warp_args_status(pSrc, pDst, srcSize, srcRoi, dstRoi);
-    if (st == lumStsNoErr)
-        st = warp_planes_status(pSrc, pDst, code);
-    if (st != lumStsNoErr)
-        return st;
-    const int32_t layout = code & 7, type = code & ~7;
-    const int32_t planes = layout == kWarpP3 ? 3 : layout == kWarpP4 ? 4 : 0;
-    if (srcRoi.x >= srcSize.width || srcRoi.y >= srcSize.height)
+    const int32_t layout = code & 7, type = code & ~7, planes = planes_of(layout);
+    if (any_null(pSrc, pDst))
+        return lumStsNullPtrErr;
+    if (!size_positive(srcSize) || !rect_valid(srcRoi) || !rect_valid(dstRoi))
+        return lumStsSizeErr;
+    if (any_null_planes(pSrc, planes) || any_null_planes(pDst, planes))
+        return lumStsNullPtrErr;
+    if (!rect_starts_inside(srcRoi, srcSize))
         return lumStsNoIntersectRoiWarn;
     const int64_t x0 = srcRoi.x, y0 = srcRoi.y;
     const int64_t xr = x0 + min64(srcRoi.width, (int64_t)srcSize.width - x0) - 1;

@@ -10,13 +10,14 @@
  */
 #include <math.h>
 
+#include "checks.h"
 #include "piwarpa.h"
 #include "pirotate.h"
 
 LUMI_MEMBER LumStatus LUMI_T(lumiGetRotateShift)(double xCenter, double yCenter, double angle,
                                                  double *pxShift, double *pyShift)
 {
-    if (!pxShift || !pyShift)
+    if (LUMI_NS::any_null(pxShift, pyShift))
         return lumStsNullPtrErr;
     const double a = LUMI_NS::rotation_angle(angle);
     if (a == 0.0) {

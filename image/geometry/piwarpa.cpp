@@ -57,6 +57,7 @@
 
 #include <type_traits>
 
+#include "checks.h"
 #include "pigeom.h"
 #include "piremap.h"
 #include "workmem.h"
@@ -320,62 +321,40 @@ template <class T> void smooth_border(const EdgeImage &e, const double quad[4][2
     }
 }
 
-/* ------------------------------------------------------------------ entry -- */
-
-int32_t planes_of(int32_t layout) { return layout == kWarpP3 ? 3 : layout == kWarpP4 ? 4 : 0; }
-
 } // namespace
 
-LumStatus warp_args_status(const void *pSrc, const void *pDst, LumiSize srcSize, LumiRect srcRoi,
-                           LumiRect dstRoi)
-{
-    if (!pSrc || !pDst)
-        return lumStsNullPtrErr;
-    if (srcSize.width < 1 || srcSize.height < 1 || srcRoi.x < 0 || srcRoi.y < 0 ||
-        srcRoi.width < 1 || srcRoi.height < 1 || dstRoi.x < 0 || dstRoi.y < 0 ||
-        dstRoi.width < 1 || dstRoi.height < 1)
-        return lumStsSizeErr;
-    return lumStsNoErr;
-}
-
-LumStatus warp_planes_status(const void *pSrc, const void *pDst, int32_t code)
-{
-    const int32_t planes = planes_of(code & 7);
-    for (int32_t i = 0; i < planes; ++i)
-        if (!((const void *const *)pSrc)[i])
-            return lumStsNullPtrErr;
-    for (int32_t i = 0; i < planes; ++i)
-        if (!((void *const *)pDst)[i])
-            return lumStsNullPtrErr;
-    return lumStsNoErr;
-}
+/* ------------------------------------------------------------------ entry -- */
 
 LumStatus warp_affine(const void *pSrc, LumiSize srcSize, int32_t srcStep, LumiRect srcRoi,
                       void *pDst, int32_t dstStep, LumiRect dstRoi, int32_t code,
                       const double c[6], int32_t interpolation)
 {
-    const LumStatus args = warp_args_status(pSrc, pDst, srcSize, srcRoi, dstRoi);
-    if (args != lumStsNoErr)
-        return args;
-    int32_t sel = interpolation & 0x7FFFFFFF;
+    if (any_null(pSrc, pDst))
+        return lumStsNullPtrErr;
+    if (!size_positive(srcSize) || !rect_valid(srcRoi) || !rect_valid(dstRoi))
+        return lumStsSizeErr;
+    int32_t sel = selector_code(interpolation);
     if (sel != LUMI_INTER_NN && sel != LUMI_INTER_LINEAR && sel != LUMI_INTER_CUBIC && sel != LUMI_INTER_CATMULLROM)
         return lumStsInterpolationErr;
     const int32_t layout = code & 7, type = code & ~7, planes = planes_of(layout);
     if (type != kWarp8u && type != kWarp32f && type != kWarp16u)
         return lumStsBadArgErr;
-    const LumStatus planeStatus = warp_planes_status(pSrc, pDst, code);
-    if (planeStatus != lumStsNoErr)
-        return planeStatus;
+    if (any_null_planes(pSrc, planes) || any_null_planes(pDst, planes))
+        return lumStsNullPtrErr;
 
+    /* Singular coefficients: the determinant relative to the diagonal's
+     * product, or the off-diagonal product where the diagonal's is too small
+     * to divide by.  A NaN passes. */
+    const double kTinyDiagonal = 1e-200, kSingularRatio = 1e-10;
     const double p = fabs(c[0] * c[4]);
-    const double m = p > 1e-200 ? fabs((c[0] * c[4] - c[1] * c[3]) / (c[0] * c[4])) : fabs(c[1] * c[3]);
-    if (m <= 1e-10)
+    const double m = p > kTinyDiagonal ? fabs((c[0] * c[4] - c[1] * c[3]) / (c[0] * c[4])) : fabs(c[1] * c[3]);
+    if (m <= kSingularRatio)
         return lumStsCoeffErr;
     if (srcSize.width == 1 || srcSize.height == 1)
         sel = LUMI_INTER_NN;
     else if (sel == LUMI_INTER_CUBIC && (srcSize.width < 4 || srcSize.height < 4))
         sel = LUMI_INTER_LINEAR;
-    if (srcRoi.x >= srcSize.width || srcRoi.y >= srcSize.height)
+    if (!rect_starts_inside(srcRoi, srcSize))
         return lumStsNoIntersectRoiWarn;
     const int32_t roiW = srcRoi.width < srcSize.width - srcRoi.x ? srcRoi.width : srcSize.width - srcRoi.x;
     const int32_t roiH = srcRoi.height < srcSize.height - srcRoi.y ? srcRoi.height : srcSize.height - srcRoi.y;

@@ -15,14 +15,8 @@ namespace LUMI_NS {
 enum WarpLayoutCode { kWarpC1 = 0, kWarpC3 = 1, kWarpAC4 = 2, kWarpP3 = 3, kWarpC4 = 4, kWarpP4 = 5 };
 enum WarpTypeCode { kWarp8u = 0, kWarp32f = 8, kWarp16u = 16, kWarp64f = 24, kWarp16s = 32 };
 
-/* The first checks of every rotation path: a null image (lumStsNullPtrErr),
- * then a source size, region origin or size, or destination origin or size
- * out of range (lumStsSizeErr). */
-LumStatus warp_args_status(const void *pSrc, const void *pDst, LumiSize srcSize, LumiRect srcRoi,
-                           LumiRect dstRoi);
-
-/* A planar code's null source plane, then null destination plane. */
-LumStatus warp_planes_status(const void *pSrc, const void *pDst, int32_t code);
+/* The plane pointers of a layout: 3 or 4 for the planar ones, else 0. */
+inline int32_t planes_of(int32_t layout) { return layout == kWarpP3 ? 3 : layout == kWarpP4 ? 4 : 0; }
 
 /* Warps the region srcRoi of the source (its first pixel, or its plane array)
  * forward through c into the rectangle dstRoi of the destination (also the

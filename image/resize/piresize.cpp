@@ -43,6 +43,7 @@
  */
 #include <stdint.h>
 
+#include "checks.h"
 #include "piresize.h"
 #include "workmem.h"
 
@@ -77,14 +78,14 @@ struct ResizeGeometry {
 LumStatus check_args(const Lum8u *pSrc, int32_t srcWidth, int32_t srcHeight, LumiRect roi,
                      const Lum8u *pDst, LumiSize dstRoiSize, double xFactor, double yFactor)
 {
-    if (!pSrc || !pDst)
+    const LumiSize image = {srcWidth, srcHeight};
+    if (any_null(pSrc, pDst))
         return lumStsNullPtrErr;
-    if (srcWidth < 1 || srcHeight < 1 || roi.x < 0 || roi.y < 0 || roi.width < 1 ||
-        roi.height < 1)
+    if (!size_positive(image) || !rect_valid(roi))
         return lumStsSizeErr;
-    if (roi.x >= srcWidth || roi.y >= srcHeight)
+    if (!rect_starts_inside(roi, image))
         return lumStsNoIntersectRoiWarn;
-    if (dstRoiSize.width < 1 || dstRoiSize.height < 1)
+    if (!size_positive(dstRoiSize))
         return lumStsSizeErr;
     /* Asked as "is 0.0 at least the factor", so a NaN goes on. */
     if (0.0 >= xFactor || 0.0 >= yFactor)
@@ -274,7 +275,7 @@ LumStatus run_lanczos(const ResizeJob &job)
  * loads reach past a row's last sample. */
 const int64_t kMaxRowElements = INT32_MAX - 64;
 
-bool row_fits(int32_t pixels, int32_t pixelStride)
+bool row_elements_fit(int32_t pixels, int32_t pixelStride)
 {
     return (int64_t)pixels * pixelStride <= kMaxRowElements;
 }
@@ -329,7 +330,7 @@ LUMI_MEMBER LumStatus LUMI_T(ownpiResize)(const Lum8u *pSrc, int32_t srcWidth, i
 
     /* Beyond the checks above: every row, source or output, must be short
      * enough for 32-bit element offsets and counts. */
-    if (!row_fits(srcWidth, pixelStride) || !row_fits(job.g.width, pixelStride))
+    if (!row_elements_fit(srcWidth, pixelStride) || !row_elements_fit(job.g.width, pixelStride))
         return lumStsSizeErr;
 
     /* Source steps and first positions, relative to the region's top left. */
@@ -391,7 +392,7 @@ LUMI_MEMBER LumStatus LUMI_T(ownpiDecimateSuper)(const Lum8u *pSrc, LumiSize src
         return st;
     if (dataTypeCode != 0 || planarFlag != 0)
         return lumStsBadArgErr;
-    if (!row_fits(srcSize.width, pixelStride))
+    if (!row_elements_fit(srcSize.width, pixelStride))
         return lumStsSizeErr;
     ResizeFrame f = {};
     f.src = pSrc + (ptrdiff_t)g.roi.y * srcStep + (ptrdiff_t)g.roi.x * pixelStride;
