@@ -59,6 +59,7 @@
 
 #include "pigeom.h"
 #include "piremap.h"
+#include "piwarpa_vec.h"
 #include "workmem.h"
 
 namespace LUMI_NS {
@@ -129,12 +130,21 @@ template <class Row> inline void walk_spans(const WarpArgs &a, Row row)
 
 /* ---------------------------------------------------------------- kernels -- */
 
+/* The 8-bit one- and three-channel spans have vector forms
+ * (piwarpa_vec.h). */
+template <class T, int L> constexpr bool kWarpVec8u = std::is_same<T, Lum8u>::value && (L == kRemapC1 || L == kRemapC3);
+
 template <class T, int L> void warp_nn(const WarpArgs &a)
 {
     const WarpImg<T, L> s(a.src, a.srcStep), d(a.dst, a.dstStep);
     walk_spans(a, [&](int32_t k, int32_t first, int32_t last, double sx, double sy) {
         sx += 0.5;
         sy += 0.5;
+        if constexpr (kWarpVec8u<T, L>) {
+            warp_nn_span8u<WarpShape<L>::stride>(s.base[0], s.step, (Lum8u *)d.at(0, first, k), last - first + 1, sx,
+                                                 sy, a.inv[0], a.inv[3], a.wMax, a.hMax);
+            return;
+        }
         for (int32_t x = first; x <= last; ++x, sx += a.inv[0], sy += a.inv[3]) {
             const int32_t col = held_index(sx, a.wMax), row = held_index(sy, a.hMax);
             for (int c = 0; c < WarpShape<L>::count; ++c)
@@ -197,7 +207,17 @@ template <class T, int L> void warp_linear(const WarpArgs &a)
     const WarpImg<T, L> s(a.src, a.srcStep), d(a.dst, a.dstStep);
     /* 8-bit rows keep one accumulator for even and one for odd pixels. */
     constexpr int lanes = sizeof(T) == 1 ? 2 : 1;
+    /* The vector spans compare indices in float, exact below 2^24. */
+    constexpr bool vec = kWarpVec8u<T, L> && !LUMI_IS_M7;
+    const bool small = a.wMax < (1 << 24) && a.hMax < (1 << 24);
     walk_spans(a, [&](int32_t k, int32_t first, int32_t last, double sx, double sy) {
+        if constexpr (vec) {
+            if (small) {
+                warp_linear_span8u<WarpShape<L>::stride>(s.base[0], s.step, (Lum8u *)d.at(0, first, k),
+                                                         last - first + 1, sx, sy, a.inv[0], a.inv[3], a.wMax, a.hMax);
+                return;
+            }
+        }
         double px[2] = {sx, sx + a.inv[0]}, py[2] = {sy, sy + a.inv[3]};
         const double stepx = lanes == 2 ? a.inv[0] + a.inv[0] : a.inv[0];
         const double stepy = lanes == 2 ? a.inv[3] + a.inv[3] : a.inv[3];
