@@ -128,6 +128,46 @@ template <class Row> inline void walk_spans(const WarpArgs &a, Row row)
     }
 }
 
+/* The vector walks (piwarpa_vec.h) go through the spans in bands of rows,
+ * and within a band in segments of a fixed number of pixels counted from
+ * each span's first pixel: a segment reads a short run of source rows,
+ * which the band's next span reads again while they are still in cache.
+ * Each span's walk resumes where its previous segment stopped, and segments
+ * other than the last are whole groups of four, so every point is the one
+ * the plain walk computes. */
+template <class Walk> void walk_spans_banded(const WarpArgs &a, int32_t pixelBytes)
+{
+    constexpr int32_t kBand = 16, kSegment = 128;
+    /* Two rows ahead, clamped so that a wild transform gives a tame
+     * (if useless) distance; the prefetch only hints. */
+    const double down = fmin(fmax(2.0 * a.inv[4], -64.0), 64.0), across = fmin(fmax(2.0 * a.inv[1], -64.0), 64.0);
+    const WarpSrc8u c = {(const Lum8u *)a.src, a.srcStep, a.inv[0], a.inv[3], a.wMax, a.hMax,
+                         (ptrdiff_t)(int32_t)down * a.srcStep + (ptrdiff_t)(int32_t)across * pixelBytes};
+    double rx = a.inv[1] * (double)a.yStart + a.inv[2];
+    double ry = a.inv[4] * (double)a.yStart + a.inv[5];
+    for (int32_t k0 = 0; k0 <= a.yEnd - a.yStart; k0 += kBand) {
+        const int32_t rows = a.yEnd - a.yStart + 1 - k0 < kBand ? a.yEnd - a.yStart + 1 - k0 : kBand;
+        Walk walk[kBand];
+        Lum8u *row[kBand];
+        int32_t count[kBand], longest = 0;
+        for (int32_t r = 0; r < rows; ++r) {
+            const int32_t first = a.spans[2 * (k0 + r)], last = a.spans[2 * (k0 + r) + 1];
+            count[r] = first <= last ? last - first + 1 : 0;
+            if (count[r]) {
+                walk[r].start(a.inv[0] * (double)first + rx, a.inv[3] * (double)first + ry, a.inv[0], a.inv[3]);
+                row[r] = (Lum8u *)a.dst + (ptrdiff_t)(k0 + r) * a.dstStep + (ptrdiff_t)first * pixelBytes;
+                longest = count[r] > longest ? count[r] : longest;
+            }
+            rx += a.inv[1];
+            ry += a.inv[4];
+        }
+        for (int32_t t = 0; t < longest; t += kSegment)
+            for (int32_t r = 0; r < rows; ++r)
+                if (count[r] > t)
+                    walk[r].run(c, row[r] + (ptrdiff_t)t * pixelBytes, count[r] - t < kSegment ? count[r] - t : kSegment);
+    }
+}
+
 /* ---------------------------------------------------------------- kernels -- */
 
 /* The 8-bit one- and three-channel spans have vector forms
@@ -136,15 +176,12 @@ template <class T, int L> constexpr bool kWarpVec8u = std::is_same<T, Lum8u>::va
 
 template <class T, int L> void warp_nn(const WarpArgs &a)
 {
+    if constexpr (kWarpVec8u<T, L>)
+        return walk_spans_banded<WarpNN8u<WarpShape<L>::stride>>(a, WarpShape<L>::stride);
     const WarpImg<T, L> s(a.src, a.srcStep), d(a.dst, a.dstStep);
     walk_spans(a, [&](int32_t k, int32_t first, int32_t last, double sx, double sy) {
         sx += 0.5;
         sy += 0.5;
-        if constexpr (kWarpVec8u<T, L>) {
-            warp_nn_span8u<WarpShape<L>::stride>(s.base[0], s.step, (Lum8u *)d.at(0, first, k), last - first + 1, sx,
-                                                 sy, a.inv[0], a.inv[3], a.wMax, a.hMax);
-            return;
-        }
         for (int32_t x = first; x <= last; ++x, sx += a.inv[0], sy += a.inv[3]) {
             const int32_t col = held_index(sx, a.wMax), row = held_index(sy, a.hMax);
             for (int c = 0; c < WarpShape<L>::count; ++c)
@@ -209,15 +246,11 @@ template <class T, int L> void warp_linear(const WarpArgs &a)
     constexpr int lanes = sizeof(T) == 1 ? 2 : 1;
     /* The vector spans compare indices in float, exact below 2^24. */
     constexpr bool vec = kWarpVec8u<T, L> && !LUMI_IS_M7;
-    const bool small = a.wMax < (1 << 24) && a.hMax < (1 << 24);
+    if constexpr (vec) {
+        if (a.wMax < (1 << 24) && a.hMax < (1 << 24))
+            return walk_spans_banded<WarpLinear8u<WarpShape<L>::stride>>(a, WarpShape<L>::stride);
+    }
     walk_spans(a, [&](int32_t k, int32_t first, int32_t last, double sx, double sy) {
-        if constexpr (vec) {
-            if (small) {
-                warp_linear_span8u<WarpShape<L>::stride>(s.base[0], s.step, (Lum8u *)d.at(0, first, k),
-                                                         last - first + 1, sx, sy, a.inv[0], a.inv[3], a.wMax, a.hMax);
-                return;
-            }
-        }
         double px[2] = {sx, sx + a.inv[0]}, py[2] = {sy, sy + a.inv[3]};
         const double stepx = lanes == 2 ? a.inv[0] + a.inv[0] : a.inv[0];
         const double stepy = lanes == 2 ? a.inv[3] + a.inv[3] : a.inv[3];

@@ -20,28 +20,30 @@
  * store's 0 for a negative value or a NaN.  Samples are gathered per pixel
  * (two bytes of two rows for one channel, six for three); for three
  * channels a pixel's elements sit in lanes 0..2 with its weights spread over
- * them.  SSE2 only, so every tier computes the same lanes; the SSE3 tier,
- * whose linear axis rule differs, keeps its scalar kernel.
+ * them, and the bytes are arranged by one shuffle (SSSE3 tiers).  Eight-byte
+ * loads serve a group whose columns leave two pixels to the image's right
+ * edge, exact six-byte loads any other.  The arithmetic is SSE2 and the
+ * same in every tier; the SSE3 tier, whose linear axis rule differs, keeps
+ * its scalar linear kernel.  Results are stored straight from registers, so
+ * no wide load ever reads back bytes just stored in pieces.
  */
 #ifndef LUMI_PIWARPA_VEC_H
 #define LUMI_PIWARPA_VEC_H
 
 #include <emmintrin.h>
+#include <math.h>
 #include <stddef.h>
+#include <stdint.h>
 #include <string.h>
 
 #include "piremap_vec.h"
 
-namespace LUMI_NS {
+#include "tier.h"
+#if LUMI_HAS_AVX
+#include <immintrin.h>
+#endif
 
-/* Writes the first m (1..4) of four pixels of S bytes each. */
-template <int S> inline void warp_store4(Lum8u *d, const Lum8u *out, int32_t m)
-{
-    if (m >= 4)
-        memcpy(d, out, 4 * S);
-    else
-        memcpy(d, out, (size_t)m * S);
-}
+namespace LUMI_NS {
 
 /* ------------------------------------------------------------- nearest -- */
 
@@ -51,26 +53,51 @@ inline __m128i warp_nn_index(__m128d p, __m128d lim)
     return _mm_cvttpd_epi32(_mm_min_pd(_mm_max_pd(p, _mm_setzero_pd()), lim));
 }
 
-/* n pixels from the point (sx, sy) (0.5 already added), stepping by
- * (i0, i3). */
-template <int S>
-void warp_nn_span8u(const Lum8u *src, ptrdiff_t step, Lum8u *d, int32_t n, double sx, double sy, double i0,
-                    double i3, int32_t wMax, int32_t hMax)
+/* What every segment of a span needs: the source's first pixel and step,
+ * the inverse increments along a row, the image's last column and row. */
+struct WarpSrc8u {
+    const Lum8u *src;
+    ptrdiff_t step;
+    double i0, i3;
+    int32_t wMax, hMax;
+    /* Bytes from a sample to where the span a few rows further down will
+     * sample; only ever prefetched, never read. */
+    ptrdiff_t ahead;
+};
+
+/* Asks for the cache line that a later span will read.  A walk across a
+ * turned image enters a new source row every few pixels, a pattern the
+ * hardware's own prefetch does not follow. */
+inline void warp_prefetch(const Lum8u *p, ptrdiff_t ahead)
 {
-    const __m128d st = _mm_setr_pd(i0, i3), lim = _mm_setr_pd((double)wMax, (double)hMax);
-    __m128d p = _mm_setr_pd(sx, sy);
-    for (int32_t j = 0; j < n; j += 4, d += 4 * S) {
-        const __m128d p1 = _mm_add_pd(p, st), p2 = _mm_add_pd(p1, st), p3 = _mm_add_pd(p2, st);
-        int32_t cr[8];
-        _mm_storeu_si128((__m128i *)cr, _mm_unpacklo_epi64(warp_nn_index(p, lim), warp_nn_index(p1, lim)));
-        _mm_storeu_si128((__m128i *)(cr + 4), _mm_unpacklo_epi64(warp_nn_index(p2, lim), warp_nn_index(p3, lim)));
-        p = _mm_add_pd(p3, st);
-        Lum8u out[4 * S];
-        for (int k = 0; k < 4; ++k)
-            memcpy(out + k * S, src + (ptrdiff_t)cr[2 * k + 1] * step + (ptrdiff_t)cr[2 * k] * S, S);
-        warp_store4<S>(d, out, n - j);
-    }
+    _mm_prefetch((const char *)((uintptr_t)p + (uintptr_t)ahead), _MM_HINT_T0);
 }
+
+/* The walk of one span, resumable: the point of the next pixel (0.5 added
+ * at the span's start), stepped by (i0, i3) per pixel. */
+template <int S> struct WarpNN8u {
+    __m128d p;
+
+    void start(double sx, double sy, double, double) { p = _mm_add_pd(_mm_setr_pd(sx, sy), _mm_set1_pd(0.5)); }
+
+    /* n pixels; the point then stands at the pixel after them when n is a
+     * multiple of four. */
+    void run(const WarpSrc8u &c, Lum8u *d, int32_t n)
+    {
+        const __m128d st = _mm_setr_pd(c.i0, c.i3), lim = _mm_setr_pd((double)c.wMax, (double)c.hMax);
+        for (int32_t j = 0; j < n; j += 4, d += 4 * S) {
+            const __m128d p1 = _mm_add_pd(p, st), p2 = _mm_add_pd(p1, st), p3 = _mm_add_pd(p2, st);
+            int32_t cr[8];
+            _mm_storeu_si128((__m128i *)cr, _mm_unpacklo_epi64(warp_nn_index(p, lim), warp_nn_index(p1, lim)));
+            _mm_storeu_si128((__m128i *)(cr + 4), _mm_unpacklo_epi64(warp_nn_index(p2, lim), warp_nn_index(p3, lim)));
+            p = _mm_add_pd(p3, st);
+            warp_prefetch(c.src + (ptrdiff_t)cr[1] * c.step + (ptrdiff_t)cr[0] * S, c.ahead);
+            const int32_t m = n - j < 4 ? n - j : 4;
+            for (int k = 0; k < m; ++k)
+                memcpy(d + k * S, c.src + (ptrdiff_t)cr[2 * k + 1] * c.step + (ptrdiff_t)cr[2 * k] * S, S);
+        }
+    }
+};
 
 /* -------------------------------------------------------------- linear -- */
 
@@ -102,6 +129,30 @@ inline __m128i warp_lerp(__m128 p00, __m128 p01, __m128 p10, __m128 p11, __m128 
     return _mm_cvttps_epi32(_mm_min_ps(_mm_set1_ps(255.0f), _mm_add_ps(v, _mm_set1_ps(0.5f))));
 }
 
+/* Two pixels' lerps from their 32-bit samples; the AVX tier does both in one
+ * eight-lane pass, the others one after the other, with the same lane
+ * arithmetic. */
+inline void warp_lerp2(const __m128i a[4], const __m128i b[4], __m128 fxa, __m128 fya, __m128 fxb, __m128 fyb,
+                       __m128i *ra, __m128i *rb)
+{
+#if LUMI_HAS_AVX
+    __m256 p[4];
+    for (int t = 0; t < 4; ++t)
+        p[t] = _mm256_cvtepi32_ps(_mm256_insertf128_si256(_mm256_castsi128_si256(a[t]), b[t], 1));
+    const __m256 fx = _mm256_insertf128_ps(_mm256_castps128_ps256(fxa), fxb, 1);
+    const __m256 fy = _mm256_insertf128_ps(_mm256_castps128_ps256(fya), fyb, 1);
+    const __m256 r0 = _mm256_add_ps(p[0], _mm256_mul_ps(_mm256_sub_ps(p[1], p[0]), fx));
+    const __m256 r1 = _mm256_add_ps(p[2], _mm256_mul_ps(_mm256_sub_ps(p[3], p[2]), fx));
+    const __m256 v = _mm256_add_ps(r0, _mm256_mul_ps(_mm256_sub_ps(r1, r0), fy));
+    const __m256i r = _mm256_cvttps_epi32(_mm256_min_ps(_mm256_set1_ps(255.0f), _mm256_add_ps(v, _mm256_set1_ps(0.5f))));
+    *ra = _mm256_castsi256_si128(r);
+    *rb = _mm256_extractf128_si256(r, 1);
+#else
+    *ra = warp_lerp(_mm_cvtepi32_ps(a[0]), _mm_cvtepi32_ps(a[1]), _mm_cvtepi32_ps(a[2]), _mm_cvtepi32_ps(a[3]), fxa, fya);
+    *rb = warp_lerp(_mm_cvtepi32_ps(b[0]), _mm_cvtepi32_ps(b[1]), _mm_cvtepi32_ps(b[2]), _mm_cvtepi32_ps(b[3]), fxb, fyb);
+#endif
+}
+
 /* Four pixels of one channel: two bytes of each of the two rows per pixel. */
 inline void warp_lin_pixels_c1(const Lum8u *src, ptrdiff_t step, const int32_t cx[4], const int32_t cy[4], __m128 fx,
                                __m128 fy, Lum8u out[4])
@@ -124,54 +175,91 @@ inline void warp_lin_pixels_c1(const Lum8u *src, ptrdiff_t step, const int32_t c
     memcpy(out, &packed, 4);
 }
 
-/* Four pixels of three channels: each pixel's elements in lanes 0..2. */
-inline void warp_lin_pixels_c3(const Lum8u *src, ptrdiff_t step, const int32_t cx[4], const int32_t cy[4], __m128 fx,
-                               __m128 fy, Lum8u out[12])
+/* Four pixels of three channels: each pixel's elements in lanes 0..2.  Wide:
+ * every base column is at most wMax - 2, so eight bytes from a base stay
+ * inside its row of the image; otherwise exactly six are read. */
+template <bool Wide>
+inline __m128i warp_lin_pixels_c3(const Lum8u *src, ptrdiff_t step, const int32_t cx[4], const int32_t cy[4],
+                                  __m128 fx, __m128 fy)
 {
-    const __m128i z = _mm_setzero_si128();
+    /* Element e of the left (p0) or right (p1) pixel of the top (bytes 0..5)
+     * or bottom (bytes 8..13) row, in 32-bit lanes. */
+    static const int8_t k00[16] = {0, -1, -1, -1, 1, -1, -1, -1, 2, -1, -1, -1, 2, -1, -1, -1};
+    static const int8_t k01[16] = {3, -1, -1, -1, 4, -1, -1, -1, 5, -1, -1, -1, 5, -1, -1, -1};
+    static const int8_t k10[16] = {8, -1, -1, -1, 9, -1, -1, -1, 10, -1, -1, -1, 10, -1, -1, -1};
+    static const int8_t k11[16] = {11, -1, -1, -1, 12, -1, -1, -1, 13, -1, -1, -1, 13, -1, -1, -1};
     __m128i v[4];
-    for (int k = 0; k < 4; ++k) {
-        const Lum8u *p = src + (ptrdiff_t)cy[k] * step + (ptrdiff_t)cx[k] * 3;
-        const __m128i w = _mm_unpacklo_epi64(remap_load_bytes(p, 6), remap_load_bytes(p + step, 6));
-        const __m128i top = _mm_unpacklo_epi8(w, z), bot = _mm_unpackhi_epi8(w, z);
-        v[k] = warp_lerp(_mm_cvtepi32_ps(_mm_unpacklo_epi16(top, z)),
-                         _mm_cvtepi32_ps(_mm_unpacklo_epi16(_mm_srli_si128(top, 6), z)),
-                         _mm_cvtepi32_ps(_mm_unpacklo_epi16(bot, z)),
-                         _mm_cvtepi32_ps(_mm_unpacklo_epi16(_mm_srli_si128(bot, 6), z)), RemapUnits<3>::spread(fx, k),
-                         RemapUnits<3>::spread(fy, k));
+    for (int k = 0; k < 4; k += 2) {
+        __m128i t[2][4];
+        for (int h = 0; h < 2; ++h) {
+            const Lum8u *p = src + (ptrdiff_t)cy[k + h] * step + (ptrdiff_t)cx[k + h] * 3;
+            const __m128i w = Wide ? _mm_unpacklo_epi64(_mm_loadl_epi64((const __m128i *)p),
+                                                        _mm_loadl_epi64((const __m128i *)(p + step)))
+                                   : _mm_unpacklo_epi64(remap_load_bytes(p, 6), remap_load_bytes(p + step, 6));
+            t[h][0] = remap_c3_arrange(w, k00), t[h][1] = remap_c3_arrange(w, k01);
+            t[h][2] = remap_c3_arrange(w, k10), t[h][3] = remap_c3_arrange(w, k11);
+        }
+        warp_lerp2(t[0], t[1], RemapUnits<3>::spread(fx, k), RemapUnits<3>::spread(fy, k),
+                   RemapUnits<3>::spread(fx, k + 1), RemapUnits<3>::spread(fy, k + 1), &v[k], &v[k + 1]);
     }
-    remap_pack<3>(v, out);
+    /* Lanes 0..2 of each pixel, saturated, to twelve bytes in order. */
+    static const int8_t pack[16] = {0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1};
+    const __m128i b = _mm_packus_epi16(_mm_packs_epi32(v[0], v[1]), _mm_packs_epi32(v[2], v[3]));
+    return remap_c3_arrange(b, pack);
 }
 
-/* n pixels from the point (sx, sy), the odd pixels from (sx + i0, sy + i3),
- * each accumulator stepping by twice the increment. */
-template <int S>
-void warp_linear_span8u(const Lum8u *src, ptrdiff_t step, Lum8u *d, int32_t n, double sx, double sy, double i0,
-                        double i3, int32_t wMax, int32_t hMax)
-{
-    const __m128d stx = _mm_set1_pd(i0 + i0), sty = _mm_set1_pd(i3 + i3);
-    __m128d ax = _mm_setr_pd(sx, sx + i0), ay = _mm_setr_pd(sy, sy + i3);
-    const WarpLinAxis xa(wMax), ya(hMax);
-    for (int32_t j = 0; j < n; j += 4, d += 4 * S) {
-        const __m128d bx = _mm_add_pd(ax, stx), by = _mm_add_pd(ay, sty);
-        const __m128 x = _mm_movelh_ps(_mm_cvtpd_ps(ax), _mm_cvtpd_ps(bx));
-        const __m128 y = _mm_movelh_ps(_mm_cvtpd_ps(ay), _mm_cvtpd_ps(by));
-        ax = _mm_add_pd(bx, stx), ay = _mm_add_pd(by, sty);
-        __m128i ix, iy;
-        __m128 fx, fy;
-        xa.split(x, &ix, &fx);
-        ya.split(y, &iy, &fy);
-        int32_t cx[4], cy[4];
-        remap_lanes_out(ix, cx);
-        remap_lanes_out(iy, cy);
-        Lum8u out[4 * S];
-        if constexpr (S == 1)
-            warp_lin_pixels_c1(src, step, cx, cy, fx, fy, out);
-        else
-            warp_lin_pixels_c3(src, step, cx, cy, fx, fy, out);
-        warp_store4<S>(d, out, n - j);
+/* The walk of one span, resumable: the even pixels' point and the odd
+ * pixels' point (x in one register, y in the other), each stepped by twice
+ * the increment. */
+template <int S> struct WarpLinear8u {
+    __m128d ax, ay;
+
+    void start(double sx, double sy, double i0, double i3)
+    {
+        ax = _mm_setr_pd(sx, sx + i0), ay = _mm_setr_pd(sy, sy + i3);
     }
-}
+
+    /* n pixels; the accumulators then stand at the pixels after them when n
+     * is a multiple of four. */
+    void run(const WarpSrc8u &c, Lum8u *d, int32_t n)
+    {
+        const __m128d stx = _mm_set1_pd(c.i0 + c.i0), sty = _mm_set1_pd(c.i3 + c.i3);
+        const WarpLinAxis xa(c.wMax), ya(c.hMax);
+        const __m128i wide = _mm_set1_epi32(c.wMax - 2);
+        for (int32_t j = 0; j < n; j += 4, d += 4 * S) {
+            const __m128d bx = _mm_add_pd(ax, stx), by = _mm_add_pd(ay, sty);
+            const __m128 x = _mm_movelh_ps(_mm_cvtpd_ps(ax), _mm_cvtpd_ps(bx));
+            const __m128 y = _mm_movelh_ps(_mm_cvtpd_ps(ay), _mm_cvtpd_ps(by));
+            ax = _mm_add_pd(bx, stx), ay = _mm_add_pd(by, sty);
+            __m128i ix, iy;
+            __m128 fx, fy;
+            xa.split(x, &ix, &fx);
+            ya.split(y, &iy, &fy);
+            int32_t cx[4], cy[4];
+            remap_lanes_out(ix, cx);
+            remap_lanes_out(iy, cy);
+            warp_prefetch(c.src + (ptrdiff_t)cy[0] * c.step + (ptrdiff_t)cx[0] * S, c.ahead);
+            if constexpr (S == 1) {
+                Lum8u out[4];
+                warp_lin_pixels_c1(c.src, c.step, cx, cy, fx, fy, out);
+                memcpy(d, out, n - j < 4 ? (size_t)(n - j) : 4);
+            } else {
+                const __m128i out = _mm_movemask_epi8(_mm_cmpgt_epi32(ix, wide)) == 0
+                                        ? warp_lin_pixels_c3<true>(c.src, c.step, cx, cy, fx, fy)
+                                        : warp_lin_pixels_c3<false>(c.src, c.step, cx, cy, fx, fy);
+                if (n - j >= 4) {
+                    _mm_storel_epi64((__m128i *)d, out);
+                    const int32_t last = _mm_cvtsi128_si32(_mm_srli_si128(out, 8));
+                    memcpy(d + 8, &last, 4);
+                } else {
+                    Lum8u tmp[16];
+                    _mm_storeu_si128((__m128i *)tmp, out);
+                    memcpy(d, tmp, (size_t)(n - j) * 3);
+                }
+            }
+        }
+    }
+};
 
 } // namespace LUMI_NS
 
