@@ -273,12 +273,13 @@ TEST_P(Rotate, QuarterTurnsAcrossBlockSizes)
 }
 
 // The nearest and linear spans of one and three channels against the
-// reference: spans longer than the segments the walk cuts them into and
-// bands of rows, spans that start and end at odd columns with lengths
-// around a multiple of four, points that run along the image's first and
-// last columns and rows (where the linear base is held back), and a region
-// at the image's right edge, whose samples must not be read past the row.
-TEST_P(Rotate, SpansMatchReferenceAcrossSegmentsAndEdges)
+// reference: long spans (many groups of four, the even and odd linear
+// accumulators far from their start), spans that start and end at odd
+// columns with lengths around a multiple of four, points that run along
+// the image's first and last columns and rows (where the linear base is
+// held back), and a region at the image's right edge, whose samples must
+// not be read past the row.
+TEST_P(Rotate, SpansMatchReferenceAcrossGroupsAndEdges)
 {
     struct G {
         double angle, xs, ys;

@@ -128,44 +128,20 @@ template <class Row> inline void walk_spans(const WarpArgs &a, Row row)
     }
 }
 
-/* The vector walks (piwarpa_vec.h) go through the spans in bands of rows,
- * and within a band in segments of a fixed number of pixels counted from
- * each span's first pixel: a segment reads a short run of source rows,
- * which the band's next span reads again while they are still in cache.
- * Each span's walk resumes where its previous segment stopped, and segments
- * other than the last are whole groups of four, so every point is the one
- * the plain walk computes. */
-template <class Walk> void walk_spans_banded(const WarpArgs &a, int32_t pixelBytes)
+/* The vector walks (piwarpa_vec.h) over every span, with the span's first
+ * point formed as walk_spans forms it. */
+template <class Walk> void walk_spans_vec(const WarpArgs &a, int32_t pixelBytes)
 {
-    constexpr int32_t kBand = 16, kSegment = 128;
-    /* Two rows ahead, clamped so that a wild transform gives a tame
-     * (if useless) distance; the prefetch only hints. */
-    const double down = fmin(fmax(2.0 * a.inv[4], -64.0), 64.0), across = fmin(fmax(2.0 * a.inv[1], -64.0), 64.0);
+    /* Prefetch four rows ahead, clamped so that a wild transform gives a
+     * tame (if useless) distance; a prefetch only hints. */
+    const double down = fmin(fmax(4.0 * a.inv[4], -64.0), 64.0), across = fmin(fmax(4.0 * a.inv[1], -64.0), 64.0);
     const WarpSrc8u c = {(const Lum8u *)a.src, a.srcStep, a.inv[0], a.inv[3], a.wMax, a.hMax,
                          (ptrdiff_t)(int32_t)down * a.srcStep + (ptrdiff_t)(int32_t)across * pixelBytes};
-    double rx = a.inv[1] * (double)a.yStart + a.inv[2];
-    double ry = a.inv[4] * (double)a.yStart + a.inv[5];
-    for (int32_t k0 = 0; k0 <= a.yEnd - a.yStart; k0 += kBand) {
-        const int32_t rows = a.yEnd - a.yStart + 1 - k0 < kBand ? a.yEnd - a.yStart + 1 - k0 : kBand;
-        Walk walk[kBand];
-        Lum8u *row[kBand];
-        int32_t count[kBand], longest = 0;
-        for (int32_t r = 0; r < rows; ++r) {
-            const int32_t first = a.spans[2 * (k0 + r)], last = a.spans[2 * (k0 + r) + 1];
-            count[r] = first <= last ? last - first + 1 : 0;
-            if (count[r]) {
-                walk[r].start(a.inv[0] * (double)first + rx, a.inv[3] * (double)first + ry, a.inv[0], a.inv[3]);
-                row[r] = (Lum8u *)a.dst + (ptrdiff_t)(k0 + r) * a.dstStep + (ptrdiff_t)first * pixelBytes;
-                longest = count[r] > longest ? count[r] : longest;
-            }
-            rx += a.inv[1];
-            ry += a.inv[4];
-        }
-        for (int32_t t = 0; t < longest; t += kSegment)
-            for (int32_t r = 0; r < rows; ++r)
-                if (count[r] > t)
-                    walk[r].run(c, row[r] + (ptrdiff_t)t * pixelBytes, count[r] - t < kSegment ? count[r] - t : kSegment);
-    }
+    walk_spans(a, [&](int32_t k, int32_t first, int32_t last, double sx, double sy) {
+        Walk w;
+        w.start(sx, sy, a.inv[0], a.inv[3]);
+        w.run(c, (Lum8u *)a.dst + (ptrdiff_t)k * a.dstStep + (ptrdiff_t)first * pixelBytes, last - first + 1);
+    });
 }
 
 /* ---------------------------------------------------------------- kernels -- */
@@ -177,7 +153,7 @@ template <class T, int L> constexpr bool kWarpVec8u = std::is_same<T, Lum8u>::va
 template <class T, int L> void warp_nn(const WarpArgs &a)
 {
     if constexpr (kWarpVec8u<T, L>)
-        return walk_spans_banded<WarpNN8u<WarpShape<L>::stride>>(a, WarpShape<L>::stride);
+        return walk_spans_vec<WarpNN8u<WarpShape<L>::stride>>(a, WarpShape<L>::stride);
     const WarpImg<T, L> s(a.src, a.srcStep), d(a.dst, a.dstStep);
     walk_spans(a, [&](int32_t k, int32_t first, int32_t last, double sx, double sy) {
         sx += 0.5;
@@ -248,7 +224,7 @@ template <class T, int L> void warp_linear(const WarpArgs &a)
     constexpr bool vec = kWarpVec8u<T, L> && !LUMI_IS_M7;
     if constexpr (vec) {
         if (a.wMax < (1 << 24) && a.hMax < (1 << 24))
-            return walk_spans_banded<WarpLinear8u<WarpShape<L>::stride>>(a, WarpShape<L>::stride);
+            return walk_spans_vec<WarpLinear8u<WarpShape<L>::stride>>(a, WarpShape<L>::stride);
     }
     walk_spans(a, [&](int32_t k, int32_t first, int32_t last, double sx, double sy) {
         double px[2] = {sx, sx + a.inv[0]}, py[2] = {sy, sy + a.inv[3]};

@@ -53,7 +53,7 @@ inline __m128i warp_nn_index(__m128d p, __m128d lim)
     return _mm_cvttpd_epi32(_mm_min_pd(_mm_max_pd(p, _mm_setzero_pd()), lim));
 }
 
-/* What every segment of a span needs: the source's first pixel and step,
+/* What every span needs: the source's first pixel and step,
  * the inverse increments along a row, the image's last column and row. */
 struct WarpSrc8u {
     const Lum8u *src;
@@ -73,15 +73,14 @@ inline void warp_prefetch(const Lum8u *p, ptrdiff_t ahead)
     _mm_prefetch((const char *)((uintptr_t)p + (uintptr_t)ahead), _MM_HINT_T0);
 }
 
-/* The walk of one span, resumable: the point of the next pixel (0.5 added
- * at the span's start), stepped by (i0, i3) per pixel. */
+/* The walk of one span: the point of the next pixel (0.5 added at the
+ * span's start), stepped by (i0, i3) per pixel. */
 template <int S> struct WarpNN8u {
     __m128d p;
 
     void start(double sx, double sy, double, double) { p = _mm_add_pd(_mm_setr_pd(sx, sy), _mm_set1_pd(0.5)); }
 
-    /* n pixels; the point then stands at the pixel after them when n is a
-     * multiple of four. */
+    /* The span's n pixels. */
     void run(const WarpSrc8u &c, Lum8u *d, int32_t n)
     {
         const __m128d st = _mm_setr_pd(c.i0, c.i3), lim = _mm_setr_pd((double)c.wMax, (double)c.hMax);
@@ -208,9 +207,9 @@ inline __m128i warp_lin_pixels_c3(const Lum8u *src, ptrdiff_t step, const int32_
     return remap_c3_arrange(b, pack);
 }
 
-/* The walk of one span, resumable: the even pixels' point and the odd
- * pixels' point (x in one register, y in the other), each stepped by twice
- * the increment. */
+/* The walk of one span: the even pixels' point and the odd pixels' point
+ * (x in one register, y in the other), each stepped by twice the
+ * increment. */
 template <int S> struct WarpLinear8u {
     __m128d ax, ay;
 
@@ -219,8 +218,7 @@ template <int S> struct WarpLinear8u {
         ax = _mm_setr_pd(sx, sx + i0), ay = _mm_setr_pd(sy, sy + i3);
     }
 
-    /* n pixels; the accumulators then stand at the pixels after them when n
-     * is a multiple of four. */
+    /* The span's n pixels. */
     void run(const WarpSrc8u &c, Lum8u *d, int32_t n)
     {
         const __m128d stx = _mm_set1_pd(c.i0 + c.i0), sty = _mm_set1_pd(c.i3 + c.i3);
