@@ -135,8 +135,11 @@ template <class Walk> void walk_spans_vec(const WarpArgs &a, int32_t pixelBytes)
     /* Prefetch four rows ahead, clamped so that a wild transform gives a
      * tame (if useless) distance; a prefetch only hints. */
     const double down = fmin(fmax(4.0 * a.inv[4], -64.0), 64.0), across = fmin(fmax(4.0 * a.inv[1], -64.0), 64.0);
+    const int64_t farthest = (a.srcStep < 0 ? -(int64_t)a.srcStep : (int64_t)a.srcStep) * a.hMax +
+                             (int64_t)pixelBytes * a.wMax;
     const WarpSrc8u c = {(const Lum8u *)a.src, a.srcStep, a.inv[0], a.inv[3], a.wMax, a.hMax,
-                         (ptrdiff_t)(int32_t)down * a.srcStep + (ptrdiff_t)(int32_t)across * pixelBytes};
+                         (ptrdiff_t)(int32_t)down * a.srcStep + (ptrdiff_t)(int32_t)across * pixelBytes,
+                         farthest < INT32_MAX, _mm_set1_epi32(a.srcStep)};
     walk_spans(a, [&](int32_t k, int32_t first, int32_t last, double sx, double sy) {
         Walk w;
         w.start(sx, sy, a.inv[0], a.inv[3]);

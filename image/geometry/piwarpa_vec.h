@@ -41,6 +41,8 @@
 #include "tier.h"
 #if LUMI_HAS_AVX
 #include <immintrin.h>
+#elif LUMI_HAS_SSE41
+#include <smmintrin.h>
 #endif
 
 namespace LUMI_NS {
@@ -63,6 +65,10 @@ struct WarpSrc8u {
     /* Bytes from a sample to where the span a few rows further down will
      * sample; only ever prefetched, never read. */
     ptrdiff_t ahead;
+    /* Every pixel's offset row * step + col * S fits in 32 bits; stepv holds
+     * the step in each lane. */
+    bool off32;
+    __m128i stepv;
 };
 
 /* Asks for the cache line that a later span will read.  A walk across a
@@ -112,7 +118,11 @@ struct WarpLinAxis {
         /* max_ps returns its second operand for a NaN, so a NaN takes 0 as
          * the scalar rule does. */
         const __m128 c = _mm_min_ps(_mm_max_ps(v, _mm_setzero_ps()), maxf);
+#if LUMI_HAS_SSE41
+        *i = _mm_min_epi32(_mm_cvttps_epi32(c), maxm1);
+#else
         *i = remap_min_epi32(_mm_cvttps_epi32(c), maxm1);
+#endif
         *f = _mm_sub_ps(v, _mm_cvtepi32_ps(*i));
     }
 };
@@ -128,37 +138,78 @@ inline __m128i warp_lerp(__m128 p00, __m128 p01, __m128 p10, __m128 p11, __m128 
     return _mm_cvttps_epi32(_mm_min_ps(_mm_set1_ps(255.0f), _mm_add_ps(v, _mm_set1_ps(0.5f))));
 }
 
-/* Two pixels' lerps from their 32-bit samples; the AVX tier does both in one
+/* Four bytes from p, in any alignment. */
+inline int warp_load4(const Lum8u *p)
+{
+    int v;
+    memcpy(&v, p, 4);
+    return v;
+}
+
+/* The lerps of pixels k and k + 1 of a group from their 32-bit samples,
+ * with their lanes of fx and fy as weights; the AVX tier does both in one
  * eight-lane pass, the others one after the other, with the same lane
  * arithmetic. */
-inline void warp_lerp2(const __m128i a[4], const __m128i b[4], __m128 fxa, __m128 fya, __m128 fxb, __m128 fyb,
-                       __m128i *ra, __m128i *rb)
+template <int k>
+inline void warp_lerp2(const __m128i a[4], const __m128i b[4], __m128 fx, __m128 fy, __m128i *ra, __m128i *rb)
 {
 #if LUMI_HAS_AVX
     __m256 p[4];
     for (int t = 0; t < 4; ++t)
         p[t] = _mm256_cvtepi32_ps(_mm256_insertf128_si256(_mm256_castsi128_si256(a[t]), b[t], 1));
-    const __m256 fx = _mm256_insertf128_ps(_mm256_castps128_ps256(fxa), fxb, 1);
-    const __m256 fy = _mm256_insertf128_ps(_mm256_castps128_ps256(fya), fyb, 1);
-    const __m256 r0 = _mm256_add_ps(p[0], _mm256_mul_ps(_mm256_sub_ps(p[1], p[0]), fx));
-    const __m256 r1 = _mm256_add_ps(p[2], _mm256_mul_ps(_mm256_sub_ps(p[3], p[2]), fx));
-    const __m256 v = _mm256_add_ps(r0, _mm256_mul_ps(_mm256_sub_ps(r1, r0), fy));
+    const __m256i pick = _mm256_setr_epi32(k, k, k, k, k + 1, k + 1, k + 1, k + 1);
+    const __m256 wx = _mm256_permutevar_ps(_mm256_insertf128_ps(_mm256_castps128_ps256(fx), fx, 1), pick);
+    const __m256 wy = _mm256_permutevar_ps(_mm256_insertf128_ps(_mm256_castps128_ps256(fy), fy, 1), pick);
+    const __m256 r0 = _mm256_add_ps(p[0], _mm256_mul_ps(_mm256_sub_ps(p[1], p[0]), wx));
+    const __m256 r1 = _mm256_add_ps(p[2], _mm256_mul_ps(_mm256_sub_ps(p[3], p[2]), wx));
+    const __m256 v = _mm256_add_ps(r0, _mm256_mul_ps(_mm256_sub_ps(r1, r0), wy));
     const __m256i r = _mm256_cvttps_epi32(_mm256_min_ps(_mm256_set1_ps(255.0f), _mm256_add_ps(v, _mm256_set1_ps(0.5f))));
     *ra = _mm256_castsi256_si128(r);
     *rb = _mm256_extractf128_si256(r, 1);
 #else
-    *ra = warp_lerp(_mm_cvtepi32_ps(a[0]), _mm_cvtepi32_ps(a[1]), _mm_cvtepi32_ps(a[2]), _mm_cvtepi32_ps(a[3]), fxa, fya);
-    *rb = warp_lerp(_mm_cvtepi32_ps(b[0]), _mm_cvtepi32_ps(b[1]), _mm_cvtepi32_ps(b[2]), _mm_cvtepi32_ps(b[3]), fxb, fyb);
+    *ra = warp_lerp(_mm_cvtepi32_ps(a[0]), _mm_cvtepi32_ps(a[1]), _mm_cvtepi32_ps(a[2]), _mm_cvtepi32_ps(a[3]),
+                    RemapUnits<3>::spread(fx, k), RemapUnits<3>::spread(fy, k));
+    *rb = warp_lerp(_mm_cvtepi32_ps(b[0]), _mm_cvtepi32_ps(b[1]), _mm_cvtepi32_ps(b[2]), _mm_cvtepi32_ps(b[3]),
+                    RemapUnits<3>::spread(fx, k + 1), RemapUnits<3>::spread(fy, k + 1));
 #endif
 }
 
+/* The first sample of each of four pixels: from 32-bit offsets row * step
+ * + col * S when the caller has found that every offset in the image fits
+ * (a multiply in lanes), else from 64-bit products. */
+template <int S>
+inline void warp_origins(const WarpSrc8u &c, __m128i ix, __m128i iy, const Lum8u *org[4])
+{
+    int32_t o[4];
+    if (c.off32) {
+#if LUMI_HAS_SSE41
+        const __m128i rows = _mm_mullo_epi32(iy, c.stepv);
+#else
+        /* Low halves of the even and the odd lanes' products. */
+        const __m128i even = _mm_mul_epu32(iy, c.stepv);
+        const __m128i odd = _mm_mul_epu32(_mm_srli_epi64(iy, 32), c.stepv);
+        const __m128i rows = _mm_unpacklo_epi32(_mm_shuffle_epi32(even, _MM_SHUFFLE(0, 0, 2, 0)),
+                                                _mm_shuffle_epi32(odd, _MM_SHUFFLE(0, 0, 2, 0)));
+#endif
+        const __m128i cols = S == 3 ? _mm_add_epi32(_mm_add_epi32(ix, ix), ix) : ix;
+        _mm_storeu_si128((__m128i *)o, _mm_add_epi32(rows, cols));
+        for (int k = 0; k < 4; ++k)
+            org[k] = c.src + o[k];
+        return;
+    }
+    int32_t x[4], y[4];
+    remap_lanes_out(ix, x);
+    remap_lanes_out(iy, y);
+    for (int k = 0; k < 4; ++k)
+        org[k] = c.src + (ptrdiff_t)y[k] * c.step + (ptrdiff_t)x[k] * S;
+}
+
 /* Four pixels of one channel: two bytes of each of the two rows per pixel. */
-inline void warp_lin_pixels_c1(const Lum8u *src, ptrdiff_t step, const int32_t cx[4], const int32_t cy[4], __m128 fx,
-                               __m128 fy, Lum8u out[4])
+inline void warp_lin_pixels_c1(const Lum8u *const org[4], ptrdiff_t step, __m128 fx, __m128 fy, Lum8u out[4])
 {
     uint16_t t[4], b[4];
     for (int k = 0; k < 4; ++k) {
-        const Lum8u *p = src + (ptrdiff_t)cy[k] * step + cx[k];
+        const Lum8u *p = org[k];
         memcpy(&t[k], p, 2);
         memcpy(&b[k], p + step, 2);
     }
@@ -178,8 +229,7 @@ inline void warp_lin_pixels_c1(const Lum8u *src, ptrdiff_t step, const int32_t c
  * every base column is at most wMax - 2, so eight bytes from a base stay
  * inside its row of the image; otherwise exactly six are read. */
 template <bool Wide>
-inline __m128i warp_lin_pixels_c3(const Lum8u *src, ptrdiff_t step, const int32_t cx[4], const int32_t cy[4],
-                                  __m128 fx, __m128 fy)
+inline __m128i warp_lin_pixels_c3(const Lum8u *const org[4], ptrdiff_t step, __m128 fx, __m128 fy)
 {
     /* Element e of the left (p0) or right (p1) pixel of the top (bytes 0..5)
      * or bottom (bytes 8..13) row, in 32-bit lanes. */
@@ -187,19 +237,31 @@ inline __m128i warp_lin_pixels_c3(const Lum8u *src, ptrdiff_t step, const int32_
     static const int8_t k01[16] = {3, -1, -1, -1, 4, -1, -1, -1, 5, -1, -1, -1, 5, -1, -1, -1};
     static const int8_t k10[16] = {8, -1, -1, -1, 9, -1, -1, -1, 10, -1, -1, -1, 10, -1, -1, -1};
     static const int8_t k11[16] = {11, -1, -1, -1, 12, -1, -1, -1, 13, -1, -1, -1, 13, -1, -1, -1};
-    __m128i v[4];
+    __m128i v[4], t[4][4];
     for (int k = 0; k < 4; k += 2) {
-        __m128i t[2][4];
-        for (int h = 0; h < 2; ++h) {
-            const Lum8u *p = src + (ptrdiff_t)cy[k + h] * step + (ptrdiff_t)cx[k + h] * 3;
+        for (int h = k; h < k + 2; ++h) {
+            const Lum8u *p = org[h];
+#if LUMI_HAS_SSE41
+            if (Wide) {
+                /* Four bytes from each tap's first element, widened as they
+                 * are loaded; the fourth lane is not used. */
+                t[h][0] = _mm_cvtepu8_epi32(_mm_cvtsi32_si128(warp_load4(p)));
+                t[h][1] = _mm_cvtepu8_epi32(_mm_cvtsi32_si128(warp_load4(p + 3)));
+                t[h][2] = _mm_cvtepu8_epi32(_mm_cvtsi32_si128(warp_load4(p + step)));
+                t[h][3] = _mm_cvtepu8_epi32(_mm_cvtsi32_si128(warp_load4(p + step + 3)));
+                continue;
+            }
+#endif
             const __m128i w = Wide ? _mm_unpacklo_epi64(_mm_loadl_epi64((const __m128i *)p),
                                                         _mm_loadl_epi64((const __m128i *)(p + step)))
                                    : _mm_unpacklo_epi64(remap_load_bytes(p, 6), remap_load_bytes(p + step, 6));
             t[h][0] = remap_c3_arrange(w, k00), t[h][1] = remap_c3_arrange(w, k01);
             t[h][2] = remap_c3_arrange(w, k10), t[h][3] = remap_c3_arrange(w, k11);
         }
-        warp_lerp2(t[0], t[1], RemapUnits<3>::spread(fx, k), RemapUnits<3>::spread(fy, k),
-                   RemapUnits<3>::spread(fx, k + 1), RemapUnits<3>::spread(fy, k + 1), &v[k], &v[k + 1]);
+        if (k == 0)
+            warp_lerp2<0>(t[0], t[1], fx, fy, &v[0], &v[1]);
+        else
+            warp_lerp2<2>(t[2], t[3], fx, fy, &v[2], &v[3]);
     }
     /* Lanes 0..2 of each pixel, saturated, to twelve bytes in order. */
     static const int8_t pack[16] = {0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1};
@@ -233,18 +295,17 @@ template <int S> struct WarpLinear8u {
             __m128 fx, fy;
             xa.split(x, &ix, &fx);
             ya.split(y, &iy, &fy);
-            int32_t cx[4], cy[4];
-            remap_lanes_out(ix, cx);
-            remap_lanes_out(iy, cy);
-            warp_prefetch(c.src + (ptrdiff_t)cy[0] * c.step + (ptrdiff_t)cx[0] * S, c.ahead);
+            const Lum8u *org[4];
+            warp_origins<S>(c, ix, iy, org);
+            warp_prefetch(org[0], c.ahead);
             if constexpr (S == 1) {
                 Lum8u out[4];
-                warp_lin_pixels_c1(c.src, c.step, cx, cy, fx, fy, out);
+                warp_lin_pixels_c1(org, c.step, fx, fy, out);
                 memcpy(d, out, n - j < 4 ? (size_t)(n - j) : 4);
             } else {
                 const __m128i out = _mm_movemask_epi8(_mm_cmpgt_epi32(ix, wide)) == 0
-                                        ? warp_lin_pixels_c3<true>(c.src, c.step, cx, cy, fx, fy)
-                                        : warp_lin_pixels_c3<false>(c.src, c.step, cx, cy, fx, fy);
+                                        ? warp_lin_pixels_c3<true>(org, c.step, fx, fy)
+                                        : warp_lin_pixels_c3<false>(org, c.step, fx, fy);
                 if (n - j >= 4) {
                     _mm_storel_epi64((__m128i *)d, out);
                     const int32_t last = _mm_cvtsi128_si32(_mm_srli_si128(out, 8));
