@@ -201,9 +201,12 @@ protected:
 
     // Runs one job on a fresh source and destination and compares the whole
     // destination buffer with the reference's.
-    ::testing::AssertionResult check(const Form &f, LumiSize srcSize, LumiSize dstSize, const Job &j)
+    // tight: the source has no padding and no margin, so a read past its
+    // last pixel leaves the buffer (which the sanitizer build reports).
+    ::testing::AssertionResult check(const Form &f, LumiSize srcSize, LumiSize dstSize, const Job &j, bool tight = false)
     {
-        GuardedImage src(srcSize.width, srcSize.height, f.channels), dst(dstSize.width, dstSize.height, f.channels);
+        GuardedImage src(srcSize.width, srcSize.height, f.channels, tight ? 0 : 7, tight ? 0 : 3, tight ? 0 : 64);
+        GuardedImage dst(dstSize.width, dstSize.height, f.channels);
         src.fill_guard(), src.fill_random(11), dst.fill_guard(), dst.fill_random(5);
         const GuardedImage before = dst;
         GuardedImage want = dst;
@@ -246,6 +249,52 @@ TEST_P(Rotate, QuarterTurnsCopyExactly)
                 for (const auto &s : shifts)
                     EXPECT_TRUE(check(f, src, {45, 44}, {roi, {3, 2, 37, 39}, ang, s[0], s[1], 99}))
                         << f.channels << " channels, angle " << ang << ", shift " << s[0] << "," << s[1];
+}
+
+// Turns whose sizes fall on and beside the blocks the byte forms move at
+// once (8 x 8 bytes, 4 x 4 pixels, 16-byte and four-pixel reversals), the
+// whole turned image and a dstRoi that cuts it at odd places, in every
+// channel count; the source is tight, so no block reads past it.
+TEST_P(Rotate, QuarterTurnsAcrossBlockSizes)
+{
+    const LumiSize sizes[] = {{8, 8}, {16, 24}, {17, 9}, {4, 4}, {3, 5}, {33, 20}, {1, 7}, {12, 1}};
+    for (const Form &f : kForms)
+        for (const LumiSize &sz : sizes)
+            for (double ang : {90.0, 180.0, 270.0}) {
+                const int n = (int)ang, W = sz.width, H = sz.height;
+                // Shifts that put the turned image at (2, 1) of the destination.
+                const double sx = n == 90 ? 2 : n == 180 ? W - 1 + 2 : H - 1 + 2;
+                const double sy = n == 90 ? W - 1 + 1 : n == 180 ? H - 1 + 1 : 1 - 0;
+                const LumiSize dsz = {std::max(W, H) + 4, std::max(W, H) + 3};
+                for (const LumiRect &d : {LumiRect{0, 0, dsz.width, dsz.height}, LumiRect{3, 2, 9, 6}})
+                    EXPECT_TRUE(check(f, sz, dsz, {{0, 0, W, H}, d, ang, sx, sy, LUMI_INTER_NN}, true))
+                        << f.channels << " channels, " << W << "x" << H << ", angle " << ang << ", dst " << d.x;
+            }
+}
+
+// The nearest and linear spans of one and three channels against the
+// reference: long spans (many groups of four, the even and odd linear
+// accumulators far from their start), spans that start and end at odd
+// columns with lengths around a multiple of four, points that run along
+// the image's first and last columns and rows (where the linear base is
+// held back), and a region at the image's right edge, whose samples must
+// not be read past the row.
+TEST_P(Rotate, SpansMatchReferenceAcrossGroupsAndEdges)
+{
+    struct G {
+        double angle, xs, ys;
+    };
+    const G turns[] = {{3, 4.25, -2.5}, {-7, 1.5, 20.75}, {88, 0.5, 150.25}, {180.5, 151.5, 40.25}, {0, 0.5, 0.25}};
+    const LumiRect rois[] = {{0, 0, 150, 41}, {137, 5, 13, 30}};
+    const LumiRect dsts[] = {{0, 0, 161, 160}, {5, 3, 131, 37}, {7, 0, 9, 160}};
+    for (int ch = 0; ch < 2; ++ch)
+        for (int sel : {LUMI_INTER_NN, LUMI_INTER_LINEAR})
+            for (const G &t : turns)
+                for (const LumiRect &roi : rois)
+                    for (const LumiRect &d : dsts)
+                        EXPECT_TRUE(check(kForms[ch], {150, 41}, {161, 160}, {roi, d, t.angle, t.xs, t.ys, sel}, true))
+                            << kForms[ch].channels << " channels, angle " << t.angle << ", selector " << sel
+                            << ", roi x " << roi.x << ", dst " << d.x << "," << d.width;
 }
 
 // A W x H image turned by 90 degrees with shift (0, W - 1) fills an H x W

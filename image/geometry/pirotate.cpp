@@ -31,6 +31,7 @@
 #include <string.h>
 
 #include "checks.h"
+#include "piremap_vec.h"
 #include "piwarpa.h"
 
 namespace LUMI_NS {
@@ -62,6 +63,125 @@ inline void move_elements(unsigned char *d, const unsigned char *s)
         memcpy(d + e * sizeof(E), s + e * sizeof(E), sizeof(E));
 }
 
+/* ---------------------------------------------- byte images in vectors -- */
+
+/* 8-bit images of one, three and four elements turn in registers: half
+ * turns reverse 16 bytes (one element), four pixels (three) or four pixels
+ * (four) at a time; quarter turns transpose blocks of 8 x 8 bytes (one
+ * element) or 4 x 4 pixels (three and four, the three-byte pixels widened to
+ * four bytes for the transpose and narrowed again).  Three-byte pixels are
+ * arranged by byte shuffles, so the SSE3 tier, which has none, keeps the
+ * element loops for them.  Every load and store covers exactly the pixels
+ * of the block; rows and columns left over go through the element loops. */
+template <int S> constexpr bool kTurnBlocks = S == 1 || S == 4 || (S == 3 && LUMI_HAS_SSSE3);
+
+/* The 16 bytes reversed (SSE2: dwords, then words in dwords, then bytes in
+ * words). */
+inline __m128i reverse_bytes(__m128i v)
+{
+    v = _mm_shuffle_epi32(v, _MM_SHUFFLE(0, 1, 2, 3));
+    v = _mm_shufflehi_epi16(_mm_shufflelo_epi16(v, _MM_SHUFFLE(2, 3, 0, 1)), _MM_SHUFFLE(2, 3, 0, 1));
+    return _mm_or_si128(_mm_slli_epi16(v, 8), _mm_srli_epi16(v, 8));
+}
+
+/* Four pixels of S bytes: load, store, reverse their order, and widen to
+ * (or narrow from) four bytes each. */
+template <int S> inline __m128i load4px(const unsigned char *p)
+{
+    if constexpr (S == 4)
+        return _mm_loadu_si128((const __m128i *)p);
+    else
+        return remap_load_bytes(p, 12);
+}
+template <int S> inline void store4px(unsigned char *p, __m128i v)
+{
+    if constexpr (S == 4) {
+        _mm_storeu_si128((__m128i *)p, v);
+    } else {
+        _mm_storel_epi64((__m128i *)p, v);
+        const int32_t hi = _mm_cvtsi128_si32(_mm_srli_si128(v, 8));
+        memcpy(p + 8, &hi, 4);
+    }
+}
+template <int S> inline __m128i reverse4px(__m128i v)
+{
+    static const int8_t idx[16] = {9, 10, 11, 6, 7, 8, 3, 4, 5, 0, 1, 2, -1, -1, -1, -1};
+    if constexpr (S == 4)
+        return _mm_shuffle_epi32(v, _MM_SHUFFLE(0, 1, 2, 3));
+    else
+        return remap_c3_arrange(v, idx);
+}
+template <int S> inline __m128i widen4px(__m128i v)
+{
+    static const int8_t idx[16] = {0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1};
+    if constexpr (S == 4)
+        return v;
+    else
+        return remap_c3_arrange(v, idx);
+}
+template <int S> inline __m128i narrow4px(__m128i v)
+{
+    static const int8_t idx[16] = {0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1};
+    if constexpr (S == 4)
+        return v;
+    else
+        return remap_c3_arrange(v, idx);
+}
+
+/* One row of a half turn: width pixels, the source read backwards from s;
+ * returns how many were done (whole vectors only). */
+template <int S> inline int32_t reverse_row(const unsigned char *s, unsigned char *d, int32_t width)
+{
+    int32_t j = 0;
+    if constexpr (S == 1) {
+        for (; j + 16 <= width; j += 16)
+            _mm_storeu_si128((__m128i *)(d + j), reverse_bytes(_mm_loadu_si128((const __m128i *)(s - j - 15))));
+    } else {
+        for (; j + 4 <= width; j += 4)
+            store4px<S>(d + j * S, reverse4px<S>(load4px<S>(s - (j + 3) * S)));
+    }
+    return j;
+}
+
+/* A block of a quarter turn: destination pixel (r, c) of the block is the
+ * source pixel at row c and pixel r * direction from s.  Eight by eight
+ * bytes for one element, four by four pixels otherwise. */
+template <int S>
+inline void turn_block(const unsigned char *s, unsigned char *d, ptrdiff_t srcStep, ptrdiff_t dstStep, int32_t direction)
+{
+    if constexpr (S == 1) {
+        /* Source row c's eight bytes, lowest address first. */
+        const unsigned char *b = direction > 0 ? s : s - 7;
+        __m128i in[8];
+        for (int c = 0; c < 8; ++c)
+            in[c] = _mm_loadl_epi64((const __m128i *)(b + c * srcStep));
+        const __m128i a0 = _mm_unpacklo_epi8(in[0], in[1]), a1 = _mm_unpacklo_epi8(in[2], in[3]);
+        const __m128i a2 = _mm_unpacklo_epi8(in[4], in[5]), a3 = _mm_unpacklo_epi8(in[6], in[7]);
+        const __m128i b0 = _mm_unpacklo_epi16(a0, a1), b1 = _mm_unpackhi_epi16(a0, a1);
+        const __m128i b2 = _mm_unpacklo_epi16(a2, a3), b3 = _mm_unpackhi_epi16(a2, a3);
+        /* Byte q of every source row, for q = 0..7, two per register. */
+        const __m128i q[4] = {_mm_unpacklo_epi32(b0, b2), _mm_unpackhi_epi32(b0, b2), _mm_unpacklo_epi32(b1, b3),
+                              _mm_unpackhi_epi32(b1, b3)};
+        for (int k = 0; k < 4; ++k) {
+            const int r0 = direction > 0 ? 2 * k : 7 - 2 * k, r1 = direction > 0 ? 2 * k + 1 : 6 - 2 * k;
+            _mm_storel_epi64((__m128i *)(d + r0 * dstStep), q[k]);
+            _mm_storel_epi64((__m128i *)(d + r1 * dstStep), _mm_unpackhi_epi64(q[k], q[k]));
+        }
+    } else {
+        const unsigned char *b = direction > 0 ? s : s - 3 * S;
+        __m128i in[4];
+        for (int c = 0; c < 4; ++c)
+            in[c] = widen4px<S>(load4px<S>(b + c * srcStep));
+        const __m128i t0 = _mm_unpacklo_epi32(in[0], in[1]), t1 = _mm_unpacklo_epi32(in[2], in[3]);
+        const __m128i t2 = _mm_unpackhi_epi32(in[0], in[1]), t3 = _mm_unpackhi_epi32(in[2], in[3]);
+        /* Pixel q of every source row, q = 0..3. */
+        const __m128i q[4] = {_mm_unpacklo_epi64(t0, t1), _mm_unpackhi_epi64(t0, t1), _mm_unpacklo_epi64(t2, t3),
+                              _mm_unpackhi_epi64(t2, t3)};
+        for (int k = 0; k < 4; ++k)
+            store4px<S>(d + (direction > 0 ? k : 3 - k) * dstStep, narrow4px<S>(q[k]));
+    }
+}
+
 template <class E, int Lc>
 void rotate180(const void *src, void *dst, int32_t height, int32_t width, ptrdiff_t srcStep,
                ptrdiff_t dstStep, int32_t)
@@ -71,9 +191,12 @@ void rotate180(const void *src, void *dst, int32_t height, int32_t width, ptrdif
         const unsigned char *s = (const unsigned char *)plane_of<E, Lc>(src, c);
         unsigned char *d = (unsigned char *)plane_of<E, Lc>(dst, c);
         for (int32_t i = 0; i < height; ++i, s -= srcStep, d += dstStep) {
-            const unsigned char *sp = s;
-            unsigned char *dp = d;
-            for (int32_t j = 0; j < width; ++j, sp -= S * sizeof(E), dp += S * sizeof(E))
+            int32_t j = 0;
+            if constexpr (sizeof(E) == 1 && S == M && kTurnBlocks<S>)
+                j = reverse_row<S>(s, d, width);
+            const unsigned char *sp = s - (ptrdiff_t)j * S;
+            unsigned char *dp = d + (ptrdiff_t)j * S;
+            for (; j < width; ++j, sp -= S * sizeof(E), dp += S * sizeof(E))
                 move_elements<E, M>(dp, sp);
         }
     }
@@ -93,6 +216,28 @@ inline void rotate90_tile(const unsigned char *src, unsigned char *dst, int32_t 
     }
 }
 
+/* A tile of a byte image's quarter turn in blocks; the rows and columns
+ * that no whole block covers go through the element loop. */
+template <int S>
+void turn_tile(const unsigned char *src, unsigned char *dst, int32_t height, int32_t width, ptrdiff_t srcStep,
+               ptrdiff_t dstStep, int32_t direction)
+{
+    constexpr int32_t B = S == 1 ? 8 : 4;
+    const int32_t bw = width - width % B, bh = height - height % B;
+    for (int32_t i = 0; i < bh; i += B) {
+        const unsigned char *s = src + (ptrdiff_t)i * direction * S;
+        unsigned char *d = dst + (ptrdiff_t)i * dstStep;
+        for (int32_t j = 0; j < bw; j += B)
+            turn_block<S>(s + (ptrdiff_t)j * srcStep, d + (ptrdiff_t)j * S, srcStep, dstStep, direction);
+    }
+    if (bw < width)
+        rotate90_tile<Lum8u, S, S>(src + (ptrdiff_t)bw * srcStep, dst + (ptrdiff_t)bw * S, bh, width - bw, srcStep,
+                                   dstStep, direction);
+    if (bh < height)
+        rotate90_tile<Lum8u, S, S>(src + (ptrdiff_t)bh * direction * S, dst + (ptrdiff_t)bh * dstStep, height - bh,
+                                   width, srcStep, dstStep, direction);
+}
+
 template <class E, int Lc>
 void rotate90(const void *src, void *dst, int32_t height, int32_t width, ptrdiff_t srcStep,
               ptrdiff_t dstStep, int32_t direction)
@@ -102,9 +247,15 @@ void rotate90(const void *src, void *dst, int32_t height, int32_t width, ptrdiff
     for (int c = 0; c < TurnShape<Lc>::planes; ++c) {
         const unsigned char *s = (const unsigned char *)plane_of<E, Lc>(src, c);
         unsigned char *d = (unsigned char *)plane_of<E, Lc>(dst, c);
-        for (int32_t t = 0; t < width; t += tile)
-            rotate90_tile<E, S, M>(s + (ptrdiff_t)t * srcStep, d + (ptrdiff_t)t * S * (ptrdiff_t)sizeof(E), height,
-                                   width - t < tile ? width - t : tile, srcStep, dstStep, direction);
+        for (int32_t t = 0; t < width; t += tile) {
+            const unsigned char *st = s + (ptrdiff_t)t * srcStep;
+            unsigned char *dt = d + (ptrdiff_t)t * S * (ptrdiff_t)sizeof(E);
+            const int32_t tw = width - t < tile ? width - t : tile;
+            if constexpr (sizeof(E) == 1 && S == M && kTurnBlocks<S>)
+                turn_tile<S>(st, dt, height, tw, srcStep, dstStep, direction);
+            else
+                rotate90_tile<E, S, M>(st, dt, height, tw, srcStep, dstStep, direction);
+        }
     }
 }
 

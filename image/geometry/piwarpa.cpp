@@ -60,6 +60,7 @@
 #include "checks.h"
 #include "pigeom.h"
 #include "piremap.h"
+#include "piwarpa_vec.h"
 #include "workmem.h"
 
 namespace LUMI_NS {
@@ -128,10 +129,35 @@ template <class Row> inline void walk_spans(const WarpArgs &a, Row row)
     }
 }
 
+/* The vector walks (piwarpa_vec.h) over every span, with the span's first
+ * point formed as walk_spans forms it. */
+template <class Walk> void walk_spans_vec(const WarpArgs &a, int32_t pixelBytes)
+{
+    /* Prefetch four rows ahead, clamped so that a wild transform gives a
+     * tame (if useless) distance; a prefetch only hints. */
+    const double down = fmin(fmax(4.0 * a.inv[4], -64.0), 64.0), across = fmin(fmax(4.0 * a.inv[1], -64.0), 64.0);
+    const int64_t farthest = (a.srcStep < 0 ? -(int64_t)a.srcStep : (int64_t)a.srcStep) * a.hMax +
+                             (int64_t)pixelBytes * a.wMax;
+    const WarpSrc8u c = {(const Lum8u *)a.src, a.srcStep, a.inv[0], a.inv[3], a.wMax, a.hMax,
+                         (ptrdiff_t)(int32_t)down * a.srcStep + (ptrdiff_t)(int32_t)across * pixelBytes,
+                         farthest < INT32_MAX, _mm_set1_epi32(a.srcStep)};
+    walk_spans(a, [&](int32_t k, int32_t first, int32_t last, double sx, double sy) {
+        Walk w;
+        w.start(sx, sy, a.inv[0], a.inv[3]);
+        w.run(c, (Lum8u *)a.dst + (ptrdiff_t)k * a.dstStep + (ptrdiff_t)first * pixelBytes, last - first + 1);
+    });
+}
+
 /* ---------------------------------------------------------------- kernels -- */
+
+/* The 8-bit one- and three-channel spans have vector forms
+ * (piwarpa_vec.h). */
+template <class T, int L> constexpr bool kWarpVec8u = std::is_same<T, Lum8u>::value && (L == kRemapC1 || L == kRemapC3);
 
 template <class T, int L> void warp_nn(const WarpArgs &a)
 {
+    if constexpr (kWarpVec8u<T, L>)
+        return walk_spans_vec<WarpNN8u<WarpShape<L>::stride>>(a, WarpShape<L>::stride);
     const WarpImg<T, L> s(a.src, a.srcStep), d(a.dst, a.dstStep);
     walk_spans(a, [&](int32_t k, int32_t first, int32_t last, double sx, double sy) {
         sx += 0.5;
@@ -198,6 +224,12 @@ template <class T, int L> void warp_linear(const WarpArgs &a)
     const WarpImg<T, L> s(a.src, a.srcStep), d(a.dst, a.dstStep);
     /* 8-bit rows keep one accumulator for even and one for odd pixels. */
     constexpr int lanes = sizeof(T) == 1 ? 2 : 1;
+    /* The vector spans compare indices in float, exact below 2^24. */
+    constexpr bool vec = kWarpVec8u<T, L> && !LUMI_IS_M7;
+    if constexpr (vec) {
+        if (a.wMax < (1 << 24) && a.hMax < (1 << 24))
+            return walk_spans_vec<WarpLinear8u<WarpShape<L>::stride>>(a, WarpShape<L>::stride);
+    }
     walk_spans(a, [&](int32_t k, int32_t first, int32_t last, double sx, double sy) {
         double px[2] = {sx, sx + a.inv[0]}, py[2] = {sy, sy + a.inv[3]};
         const double stepx = lanes == 2 ? a.inv[0] + a.inv[0] : a.inv[0];
