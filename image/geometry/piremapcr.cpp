@@ -247,8 +247,10 @@ void interior_row8u(const Src &s, const RemapArgs &a, const float *xm, const flo
         /* Lanes left to the border form read from the image's corner. */
         const __m128i off = _mm_set1_epi32(back);
         const Lum8u *org[4];
-        remap_origins<S>(s.base[0], s.step, _mm_and_si128(in, _mm_sub_epi32(ix, off)),
-                         _mm_and_si128(in, _mm_sub_epi32(iy, off)), org);
+        const __m128i bx = _mm_and_si128(in, _mm_sub_epi32(ix, off));
+        remap_origins<S>(s.base[0], s.step, bx, _mm_and_si128(in, _mm_sub_epi32(iy, off)), org);
+        /* A row's wide loads reach 16 bytes from the origin (and 8 from tap 4). */
+        const bool wide = remap_wide<S>(bx, a.wMax, K == 4 ? 5 : 6);
         constexpr int G = RemapUnits<S>::kGroups;
         __m128i v[G];
         for (int g = 0; g < G; ++g) {
@@ -258,7 +260,7 @@ void interior_row8u(const Src &s, const RemapArgs &a, const float *xm, const flo
             __m128 sum = _mm_setzero_ps();
             for (int r = 0; r < K; ++r) {
                 __m128 t[K];
-                remap_taps_ps<S, K>(org, g, r * s.step, t);
+                remap_taps_ps<S, K>(org, g, r * s.step, wide, t);
                 __m128 h = _mm_mul_ps(t[0], wxg[0]);
                 for (int k = 1; k < K; ++k)
                     h = _mm_add_ps(h, _mm_mul_ps(t[k], wxg[k]));

@@ -113,10 +113,11 @@ template <class T, int L, bool Soft> struct RemapLin {
             const __m128i wb = _mm_or_si128(_mm_sub_epi32(one, fb), _mm_slli_epi32(fb, 16));
             const Lum8u *org[4];
             remap_origins<S>(s.base[0], s.step, ix, iy, org);
+            const bool wide = remap_wide<S>(ix, a.wMax, 2);
             constexpr int G = RemapUnits<S>::kGroups;
             __m128i v[G];
             for (int g = 0; g < G; ++g) {
-                const __m128i q = remap_pairs2<S>(org, g, s.step);
+                const __m128i q = remap_pairs2<S>(org, g, s.step, wide);
                 const __m128i wag = RemapUnits<S>::spread(wa, g), wbg = RemapUnits<S>::spread(wb, g);
                 const __m128i r0 = _mm_srai_epi32(_mm_madd_epi16(_mm_unpacklo_epi8(q, zero), wag), 8);
                 const __m128i r1 = _mm_srai_epi32(_mm_madd_epi16(_mm_unpackhi_epi8(q, zero), wag), 8);
