@@ -250,41 +250,37 @@ inline void remap_taps_ps(const Lum8u *const org[4], int g, ptrdiff_t off, bool 
     }
 }
 
-/* Writes the S bytes of each pixel whose lane is in the mask; out holds the
- * four pixels' bytes in destination order. */
-template <int S> inline void remap_store(Lum8u *d, const Lum8u *out, int mask)
-{
-    if (mask == 0xF) {
-        memcpy(d, out, 4 * S);
-        return;
-    }
-    for (int lane = 0; lane < 4; ++lane)
-        if (mask & (1 << lane))
-            memcpy(d + lane * S, out + lane * S, S);
-}
-
 /* Group results (32-bit lanes; the packs limit them to 0..255) to the
- * destination bytes of the four pixels. */
-template <int S> inline void remap_pack(const __m128i *v, Lum8u *out)
+ * destination: the S bytes of each pixel whose lane is in the mask.  All
+ * four go out straight from the register; fewer through a copy on the
+ * stack, pixel by pixel. */
+template <int S> inline void remap_put(const __m128i *v, Lum8u *d, int mask)
 {
     const __m128i z = _mm_setzero_si128();
-    Lum8u tmp[16];
+    __m128i b;
     if constexpr (S == 1) {
-        _mm_storeu_si128((__m128i *)tmp, _mm_packus_epi16(_mm_packs_epi32(v[0], z), z));
-        memcpy(out, tmp, 4);
+        b = _mm_packus_epi16(_mm_packs_epi32(v[0], z), z);
     } else {
-        const __m128i b = _mm_packus_epi16(_mm_packs_epi32(v[0], v[1]), _mm_packs_epi32(v[2], v[3]));
+        b = _mm_packus_epi16(_mm_packs_epi32(v[0], v[1]), _mm_packs_epi32(v[2], v[3]));
 #if LUMI_HAS_SSSE3
         /* Bytes 0-2, 4-6, 8-10, 12-14 together. */
-        const __m128i idx = _mm_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1);
-        _mm_storeu_si128((__m128i *)tmp, _mm_shuffle_epi8(b, idx));
-        memcpy(out, tmp, 12);
-#else
-        _mm_storeu_si128((__m128i *)tmp, b);
-        for (int p = 0; p < 4; ++p)
-            memcpy(out + 3 * p, tmp + 4 * p, 3);
+        b = _mm_shuffle_epi8(b, _mm_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1));
 #endif
     }
+    constexpr bool packed = S == 1 || LUMI_HAS_SSSE3;
+    if (packed && mask == 0xF) {
+        const int32_t last = _mm_cvtsi128_si32(S == 1 ? b : _mm_srli_si128(b, 8));
+        if (S == 3)
+            _mm_storel_epi64((__m128i *)d, b);
+        memcpy(d + 4 * S - 4, &last, 4);
+        return;
+    }
+    Lum8u tmp[16];
+    _mm_storeu_si128((__m128i *)tmp, b);
+    const int from = packed ? S : 4; /* bytes between pixels in tmp */
+    for (int lane = 0; lane < 4; ++lane)
+        if (mask & (1 << lane))
+            memcpy(d + lane * S, tmp + lane * from, S);
 }
 
 /* A whole plain row of an 8-bit C1 or C3 kernel: Batch(lanes, x, y, mask,

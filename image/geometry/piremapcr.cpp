@@ -269,9 +269,7 @@ void interior_row8u(const Src &s, const RemapArgs &a, const float *xm, const flo
             }
             v[g] = _mm_cvtps_epi32(_mm_max_ps(_mm_min_ps(sum, _mm_set1_ps(255.0f)), _mm_setzero_ps()));
         }
-        Lum8u out[12];
-        remap_pack<S>(v, out);
-        remap_store<S>(o, out, inner);
+        remap_put<S>(v, o, inner);
     });
 }
 

@@ -182,9 +182,7 @@ template <class T, int L, bool Soft> struct RemapCub {
                 v[g] = _mm_srai_epi32(_mm_add_epi32(sum, _mm_set1_epi32(524288)), 20);
             }
             /* The packs limit each result to 0..255. */
-            Lum8u out[12];
-            remap_pack<S>(v, out);
-            remap_store<S>(o, out, mask);
+            remap_put<S>(v, o, mask);
         });
     }
 

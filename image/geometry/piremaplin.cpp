@@ -124,9 +124,7 @@ template <class T, int L, bool Soft> struct RemapLin {
                 const __m128i rr = _mm_or_si128(r0, _mm_slli_epi32(r1, 16));
                 v[g] = _mm_srai_epi32(_mm_add_epi32(_mm_madd_epi16(rr, wbg), _mm_set1_epi32(33)), 20);
             }
-            Lum8u out[12];
-            remap_pack<S>(v, out);
-            remap_store<S>(o, out, mask);
+            remap_put<S>(v, o, mask);
         });
     }
 
