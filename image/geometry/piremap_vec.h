@@ -188,23 +188,16 @@ template <int S> inline __m128i remap_pairs45(const Lum8u *const org[4], int g, 
     }
 }
 
-/* Two taps of two rows (off and off + step): each unit's pair of row 0,
- * then of row 1, as bytes; wide reads 8 bytes a row (remap_wide with
- * reach 2). */
-template <int S> inline __m128i remap_pairs2(const Lum8u *const org[4], int g, ptrdiff_t step, bool wide)
+/* Two taps of two rows (off and off + step) of four one-element pixels:
+ * each pixel's pair of row 0, then of row 1, as bytes. */
+inline __m128i remap_pairs2_c1(const Lum8u *const org[4], ptrdiff_t step)
 {
-    if constexpr (S == 1) {
-        uint16_t v[8];
-        for (int lane = 0; lane < 4; ++lane) {
-            memcpy(&v[lane], org[lane], 2);
-            memcpy(&v[4 + lane], org[lane] + step, 2);
-        }
-        return _mm_loadu_si128((const __m128i *)v);
-    } else {
-        static const int8_t idx[16] = {0, 3, 1, 4, 2, 5, 2, 5, 8, 11, 9, 12, 10, 13, 10, 13};
-        const __m128i r0 = remap_load_row(org[g], 6, wide), r1 = remap_load_row(org[g] + step, 6, wide);
-        return remap_c3_arrange(_mm_unpacklo_epi64(r0, r1), idx);
+    uint16_t v[8];
+    for (int lane = 0; lane < 4; ++lane) {
+        memcpy(&v[lane], org[lane], 2);
+        memcpy(&v[4 + lane], org[lane] + step, 2);
     }
+    return _mm_loadu_si128((const __m128i *)v);
 }
 
 /* K taps (4 or 6) of the units' rows at offset off, one float vector per
@@ -250,25 +243,12 @@ inline void remap_taps_ps(const Lum8u *const org[4], int g, ptrdiff_t off, bool 
     }
 }
 
-/* Group results (32-bit lanes; the packs limit them to 0..255) to the
- * destination: the S bytes of each pixel whose lane is in the mask.  All
- * four go out straight from the register; fewer through a copy on the
- * stack, pixel by pixel. */
-template <int S> inline void remap_put(const __m128i *v, Lum8u *d, int mask)
+/* Four pixels' bytes, in destination order in b, to the pixels whose lane
+ * is in the mask: all four straight from the register, fewer through a
+ * copy on the stack, pixel by pixel. */
+template <int S> inline void remap_put_bytes(__m128i b, Lum8u *d, int mask)
 {
-    const __m128i z = _mm_setzero_si128();
-    __m128i b;
-    if constexpr (S == 1) {
-        b = _mm_packus_epi16(_mm_packs_epi32(v[0], z), z);
-    } else {
-        b = _mm_packus_epi16(_mm_packs_epi32(v[0], v[1]), _mm_packs_epi32(v[2], v[3]));
-#if LUMI_HAS_SSSE3
-        /* Bytes 0-2, 4-6, 8-10, 12-14 together. */
-        b = _mm_shuffle_epi8(b, _mm_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1));
-#endif
-    }
-    constexpr bool packed = S == 1 || LUMI_HAS_SSSE3;
-    if (packed && mask == 0xF) {
+    if (mask == 0xF) {
         const int32_t last = _mm_cvtsi128_si32(S == 1 ? b : _mm_srli_si128(b, 8));
         if (S == 3)
             _mm_storel_epi64((__m128i *)d, b);
@@ -277,10 +257,24 @@ template <int S> inline void remap_put(const __m128i *v, Lum8u *d, int mask)
     }
     Lum8u tmp[16];
     _mm_storeu_si128((__m128i *)tmp, b);
-    const int from = packed ? S : 4; /* bytes between pixels in tmp */
     for (int lane = 0; lane < 4; ++lane)
         if (mask & (1 << lane))
-            memcpy(d + lane * S, tmp + lane * from, S);
+            memcpy(d + lane * S, tmp + lane * S, S);
+}
+
+/* Group results (32-bit lanes, one group per pixel for three elements; the
+ * packs limit them to 0..255) to the pixels in the mask. */
+template <int S> inline void remap_put(const __m128i *v, Lum8u *d, int mask)
+{
+    if constexpr (S == 1) {
+        const __m128i z = _mm_setzero_si128();
+        remap_put_bytes<1>(_mm_packus_epi16(_mm_packs_epi32(v[0], z), z), d, mask);
+    } else {
+        /* Bytes 0-2, 4-6, 8-10, 12-14 together. */
+        static const int8_t idx[16] = {0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1};
+        const __m128i b = _mm_packus_epi16(_mm_packs_epi32(v[0], v[1]), _mm_packs_epi32(v[2], v[3]));
+        remap_put_bytes<3>(remap_c3_arrange(b, idx), d, mask);
+    }
 }
 
 /* A whole plain row of an 8-bit C1 or C3 kernel: Batch(lanes, x, y, mask,
