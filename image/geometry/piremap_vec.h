@@ -13,6 +13,11 @@
  *     pixel's weights;
  *   - the bytes come out in destination order and only the lanes that passed
  *     the test are written.
+ * A three-element window row is taken by one whole-vector load (8 or 16
+ * bytes) when all four pixels' windows end far enough from the image's last
+ * column that the bytes past the window are pixels of the same row;
+ * otherwise by loads of exactly the window, so nothing past the image's
+ * last pixel is ever read.
  * The lane arithmetic repeats the scalar formulas operation for operation
  * (SSE2 but for one byte shuffle, no fused operations), so the tiers agree
  * and a row's tail, done by the scalar pixel, gives the same bytes.

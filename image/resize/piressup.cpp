@@ -26,7 +26,12 @@
  *
  * Speed: whole-ratio blocks of 2 to 4 elements are unrolled (pairs of one
  * channel four at a time), and the output step converts eight sums at once
- * through double lanes, the same expression as the scalar tail.
+ * through double lanes, the same expression as the scalar tail.  With both
+ * ratios whole and 2 across (halving, blocks up to 64 rows deep), an output
+ * row whose rows lie inside the image goes to piressuphalf.cpp instead: the
+ * same integer sums in 16-bit lanes, straight from the source rows, and an
+ * integer output step checked once per call to give every byte of the
+ * double one.
  *
  * Order of float additions in a block's whole terms: below eight terms one
  * at a time.  From eight on, the one-channel form runs eight lanes (lane l
