@@ -81,6 +81,32 @@ TEST_P(Remap, RowsOfEveryWidthMatchReference)
                 }
 }
 
+// Three-channel rows read a window row with whole-vector loads only when
+// every pixel of the four is far enough from the image's right edge.  One
+// lane of each four walks up to the last column on the last rows while the
+// others stay inside; the source ends at its last pixel, so a load that
+// reaches past the row leaves the buffer.
+TEST_P(Remap, RowsNearTheLastColumnMatchReference)
+{
+    const LumiSize src = {30, 8};
+    for (RemapFn fn : {&lumiRemap_8u_C1R, &lumiRemap_8u_C3R})
+        for (int sel : kSelectors) {
+            Case<uint8_t> c{fn == &lumiRemap_8u_C1R ? C1 : C3, src, {0, 0, 30, 8}, {160, 3}, sel, low(),
+                            m7_tblLanczos3};
+            c.place = [](std::vector<float> &xm, std::vector<float> &ym, int mapW, const Limits &g) {
+                for (size_t k = 0; k < xm.size(); ++k) {
+                    const int i = (int)(k % (size_t)mapW), r = (int)(k / (size_t)mapW), b = i / 4;
+                    xm[k] = i % 4 == b % 4 ? (float)g.wMax - 0.25f * (float)(b / 4) : 2.5f + (float)(i % 4);
+                    ym[k] = (float)g.hMax - 0.5f * (float)r;
+                }
+            };
+            EXPECT_TRUE(c.run([&](const void *s, int ss, const float *xm, int xs, const float *ym, int ys, void *d,
+                                  int ds) {
+                return fn((const Lum8u *)s, src, ss, {0, 0, 30, 8}, xm, xs, ym, ys, (Lum8u *)d, ds, {160, 3}, sel);
+            })) << "selector " << sel;
+        }
+}
+
 // Lanczos falls to cubic under 6 a side, the cubics to linear under 4, and a
 // side of 1 to nearest neighbour; all silently.
 TEST_P(Remap, SmallSourcesLowerTheSelector)

@@ -252,6 +252,29 @@ TEST_P(ResizeSuper, WidthsAroundOneBlock)
             }
 }
 
+// Whole ratio 2 across has 16-bit rows: every width from one block to past
+// two vector steps (odd widths end in a half block), regions flush with the
+// image's right and lower edges, block depths 1 to 64 and past it, and
+// factors a hair below 0.5, whose product is no power of two (halves then
+// round down, not up).
+TEST_P(ResizeSuper, HalvingAcross)
+{
+    for (int ch : {1, 3})
+        for (int w = 1; w <= 72; w += (w < 40 ? 1 : 7))
+            for (double yf : {0.5, 1.0, 1.0 / 3, 0.25}) {
+                run(ResizeCase{w + 3, 9, {3, 1, w, 8}, {64, 8}, 0.5, yf}, ch, false, 0);
+                run(ResizeCase{w, 9, {0, 0, w, 9}, {64, 8}, 0.5, yf}, ch, true);
+            }
+    for (int ch : {1, 3}) {
+        // The last output row's area reaches past the image: general rows.
+        run(ResizeCase{40, 10, {0, 5, 40, 5}, {20, 5}, 0.5, 1.0 / 3}, ch);
+        run(ResizeCase{41, 12, {1, 0, 40, 12}, {20, 5}, 0.5, 0.4}, ch); // rows of mode 1
+        for (double xf : {0.5, 1.0 / (2.0 + 5e-8)})
+            for (double yf : {0.5, 1.0 / (2.0 + 5e-8), 1.0 / 64, 1.0 / 65, 1.0 / 7})
+                run(ResizeCase{70, 140, {0, 0, 70, 140}, {40, 70}, xf, yf}, ch);
+    }
+}
+
 // Worked values: a 2 x 2 block 1 2 3 4 gives trunc(10 * 0.25 + 0.5) = 3;
 // uniform 255 stays 255 in every mode; a region narrower than one block
 // counts the missing columns as zeros in one channel and sums no block in

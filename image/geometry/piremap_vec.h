@@ -13,6 +13,11 @@
  *     pixel's weights;
  *   - the bytes come out in destination order and only the lanes that passed
  *     the test are written.
+ * A three-element window row is taken by one whole-vector load (8 or 16
+ * bytes) when all four pixels' windows end far enough from the image's last
+ * column that the bytes past the window are pixels of the same row;
+ * otherwise by loads of exactly the window, so nothing past the image's
+ * last pixel is ever read.
  * The lane arithmetic repeats the scalar formulas operation for operation
  * (SSE2 but for one byte shuffle, no fused operations), so the tiers agree
  * and a row's tail, done by the scalar pixel, gives the same bytes.
@@ -139,9 +144,28 @@ inline __m128i remap_c3_arrange(__m128i in, const int8_t idx[16])
 #endif
 }
 
+/* Whether whole-vector loads may serve the three-element rows of all four
+ * pixels: every window origin col lies at least reach pixels before the
+ * image's last column, so the bytes such a load takes past the window are
+ * pixels of the same row.  Otherwise the rows are read exactly. */
+template <int S> inline bool remap_wide(__m128i col, int32_t wMax, int32_t reach)
+{
+    return S == 3 && _mm_movemask_epi8(_mm_cmpgt_epi32(col, _mm_set1_epi32(wMax - reach))) == 0;
+}
+
+/* At least n (6 or 12) bytes from p: one load of 8 or 16 when wide. */
+inline __m128i remap_load_row(const Lum8u *p, int n, bool wide)
+{
+    if (!wide)
+        return remap_load_bytes(p, n);
+    return n > 8 ? _mm_loadu_si128((const __m128i *)p) : _mm_loadl_epi64((const __m128i *)p);
+}
+
 /* Four taps of the units' rows at offset off from their origins, unit-major
- * (unit 0's four bytes first), as the 16-bit multiply-add forms want them. */
-template <int S> inline __m128i remap_quads(const Lum8u *const org[4], int g, ptrdiff_t off)
+ * (unit 0's four bytes first), as the 16-bit multiply-add forms want them.
+ * wide (three elements): the row may be read by whole-vector loads, 16
+ * bytes from the origin (remap_wide with reach 5). */
+template <int S> inline __m128i remap_quads(const Lum8u *const org[4], int g, ptrdiff_t off, bool wide)
 {
     if constexpr (S == 1) {
         uint32_t v[4];
@@ -150,13 +174,13 @@ template <int S> inline __m128i remap_quads(const Lum8u *const org[4], int g, pt
         return _mm_setr_epi32((int32_t)v[0], (int32_t)v[1], (int32_t)v[2], (int32_t)v[3]);
     } else {
         static const int8_t idx[16] = {0, 3, 6, 9, 1, 4, 7, 10, 2, 5, 8, 11, 2, 5, 8, 11};
-        return remap_c3_arrange(remap_load_bytes(org[g] + off, 12), idx);
+        return remap_c3_arrange(remap_load_row(org[g] + off, 12, wide), idx);
     }
 }
 
 /* Taps 4 and 5 of the units' rows at offset off, as 32-bit lanes
- * t4 | t5 << 8. */
-template <int S> inline __m128i remap_pairs45(const Lum8u *const org[4], int g, ptrdiff_t off)
+ * t4 | t5 << 8; wide reads 8 bytes from tap 4 (remap_wide with reach 6). */
+template <int S> inline __m128i remap_pairs45(const Lum8u *const org[4], int g, ptrdiff_t off, bool wide)
 {
     if constexpr (S == 1) {
         uint16_t v[4];
@@ -165,34 +189,51 @@ template <int S> inline __m128i remap_pairs45(const Lum8u *const org[4], int g, 
         return _mm_setr_epi32(v[0], v[1], v[2], v[3]);
     } else {
         static const int8_t idx[16] = {0, 3, -1, -1, 1, 4, -1, -1, 2, 5, -1, -1, 2, 5, -1, -1};
-        return remap_c3_arrange(remap_load_bytes(org[g] + off + 12, 6), idx);
+        return remap_c3_arrange(remap_load_row(org[g] + off + 12, 6, wide), idx);
     }
 }
 
-/* Two taps of two rows (off and off + step): each unit's pair of row 0,
- * then of row 1, as bytes. */
-template <int S> inline __m128i remap_pairs2(const Lum8u *const org[4], int g, ptrdiff_t step)
+/* Two taps of two rows (off and off + step) of four one-element pixels:
+ * each pixel's pair of row 0, then of row 1, as bytes. */
+inline __m128i remap_pairs2_c1(const Lum8u *const org[4], ptrdiff_t step)
 {
-    if constexpr (S == 1) {
-        uint16_t v[8];
-        for (int lane = 0; lane < 4; ++lane) {
-            memcpy(&v[lane], org[lane], 2);
-            memcpy(&v[4 + lane], org[lane] + step, 2);
-        }
-        return _mm_loadu_si128((const __m128i *)v);
-    } else {
-        static const int8_t idx[16] = {0, 3, 1, 4, 2, 5, 2, 5, 8, 11, 9, 12, 10, 13, 10, 13};
-        const __m128i r0 = remap_load_bytes(org[g], 6), r1 = remap_load_bytes(org[g] + step, 6);
-        return remap_c3_arrange(_mm_unpacklo_epi64(r0, r1), idx);
+    uint16_t v[8];
+    for (int lane = 0; lane < 4; ++lane) {
+        memcpy(&v[lane], org[lane], 2);
+        memcpy(&v[4 + lane], org[lane] + step, 2);
     }
+    return _mm_loadu_si128((const __m128i *)v);
 }
 
 /* K taps (4 or 6) of the units' rows at offset off, one float vector per
- * tap with the units in lanes. */
-template <int S, int K> inline void remap_taps_ps(const Lum8u *const org[4], int g, ptrdiff_t off, __m128 t[K])
+ * tap with the units in lanes.  Three elements with SSSE3: each tap's
+ * bytes go straight to 32-bit lanes by one byte shuffle. */
+template <int S, int K>
+inline void remap_taps_ps(const Lum8u *const org[4], int g, ptrdiff_t off, bool wide, __m128 t[K])
 {
+#if LUMI_HAS_SSSE3
+    if constexpr (S == 3) {
+        /* Tap k of element e is byte 3k + e; lane 3 repeats element 2. */
+        const __m128i row = remap_load_row(org[g] + off, 12, wide);
+        for (int k = 0; k < 4; ++k) {
+            const __m128i idx = _mm_setr_epi8(3 * k, -1, -1, -1, 3 * k + 1, -1, -1, -1, 3 * k + 2, -1,
+                                              -1, -1, 3 * k + 2, -1, -1, -1);
+            t[k] = _mm_cvtepi32_ps(_mm_shuffle_epi8(row, idx));
+        }
+        if constexpr (K == 6) {
+            const __m128i p = remap_load_row(org[g] + off + 12, 6, wide);
+            for (int k = 4; k < 6; ++k) {
+                const int b = 3 * (k - 4);
+                const __m128i idx = _mm_setr_epi8(b, -1, -1, -1, b + 1, -1, -1, -1, b + 2, -1, -1, -1,
+                                                  b + 2, -1, -1, -1);
+                t[k] = _mm_cvtepi32_ps(_mm_shuffle_epi8(p, idx));
+            }
+        }
+        return;
+    }
+#endif
     const __m128i z = _mm_setzero_si128();
-    const __m128i q = remap_quads<S>(org, g, off);
+    const __m128i q = remap_quads<S>(org, g, off, wide);
     const __m128i a = _mm_unpacklo_epi8(q, z), b = _mm_unpackhi_epi8(q, z);
     const __m128i c = _mm_unpacklo_epi16(a, b), d = _mm_unpackhi_epi16(a, b);
     const __m128i e = _mm_unpacklo_epi16(c, d), f = _mm_unpackhi_epi16(c, d); /* taps 0 1, taps 2 3 */
@@ -201,39 +242,43 @@ template <int S, int K> inline void remap_taps_ps(const Lum8u *const org[4], int
     t[2] = _mm_cvtepi32_ps(_mm_unpacklo_epi16(f, z));
     t[3] = _mm_cvtepi32_ps(_mm_unpackhi_epi16(f, z));
     if constexpr (K == 6) {
-        const __m128i p = remap_pairs45<S>(org, g, off);
+        const __m128i p = remap_pairs45<S>(org, g, off, wide);
         t[4] = _mm_cvtepi32_ps(_mm_and_si128(p, _mm_set1_epi32(0xFF)));
         t[5] = _mm_cvtepi32_ps(_mm_srli_epi32(p, 8));
     }
 }
 
-/* Writes the S bytes of each pixel whose lane is in the mask; out holds the
- * four pixels' bytes in destination order. */
-template <int S> inline void remap_store(Lum8u *d, const Lum8u *out, int mask)
+/* Four pixels' bytes, in destination order in b, to the pixels whose lane
+ * is in the mask: all four straight from the register, fewer through a
+ * copy on the stack, pixel by pixel. */
+template <int S> inline void remap_put_bytes(__m128i b, Lum8u *d, int mask)
 {
     if (mask == 0xF) {
-        memcpy(d, out, 4 * S);
+        const int32_t last = _mm_cvtsi128_si32(S == 1 ? b : _mm_srli_si128(b, 8));
+        if (S == 3)
+            _mm_storel_epi64((__m128i *)d, b);
+        memcpy(d + 4 * S - 4, &last, 4);
         return;
     }
+    Lum8u tmp[16];
+    _mm_storeu_si128((__m128i *)tmp, b);
     for (int lane = 0; lane < 4; ++lane)
         if (mask & (1 << lane))
-            memcpy(d + lane * S, out + lane * S, S);
+            memcpy(d + lane * S, tmp + lane * S, S);
 }
 
-/* Group results (32-bit lanes; the packs limit them to 0..255) to the
- * destination bytes of the four pixels. */
-template <int S> inline void remap_pack(const __m128i *v, Lum8u *out)
+/* Group results (32-bit lanes, one group per pixel for three elements; the
+ * packs limit them to 0..255) to the pixels in the mask. */
+template <int S> inline void remap_put(const __m128i *v, Lum8u *d, int mask)
 {
-    const __m128i z = _mm_setzero_si128();
-    Lum8u tmp[16];
     if constexpr (S == 1) {
-        _mm_storeu_si128((__m128i *)tmp, _mm_packus_epi16(_mm_packs_epi32(v[0], z), z));
-        memcpy(out, tmp, 4);
+        const __m128i z = _mm_setzero_si128();
+        remap_put_bytes<1>(_mm_packus_epi16(_mm_packs_epi32(v[0], z), z), d, mask);
     } else {
-        _mm_storeu_si128((__m128i *)tmp,
-                         _mm_packus_epi16(_mm_packs_epi32(v[0], v[1]), _mm_packs_epi32(v[2], v[3])));
-        for (int p = 0; p < 4; ++p)
-            memcpy(out + 3 * p, tmp + 4 * p, 3);
+        /* Bytes 0-2, 4-6, 8-10, 12-14 together. */
+        static const int8_t idx[16] = {0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1};
+        const __m128i b = _mm_packus_epi16(_mm_packs_epi32(v[0], v[1]), _mm_packs_epi32(v[2], v[3]));
+        remap_put_bytes<3>(remap_c3_arrange(b, idx), d, mask);
     }
 }
 

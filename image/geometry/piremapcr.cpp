@@ -39,6 +39,9 @@
 #include <type_traits>
 
 #include "piremap_walk.h"
+#if LUMI_HAS_AVX
+#include <immintrin.h>
+#endif
 
 namespace LUMI_NS {
 namespace {
@@ -208,6 +211,63 @@ inline void l3_table_weights4(__m128 t, __m128 w[6])
         w[k] = _mm_div_ps(w[k], sum);
 }
 
+/* Units of group g (float lanes) to bytes: limited to 0..255, rounded to
+ * nearest, ties to even. */
+inline __m128i interior_out(__m128 sum)
+{
+    return _mm_cvtps_epi32(_mm_max_ps(_mm_min_ps(sum, _mm_set1_ps(255.0f)), _mm_setzero_ps()));
+}
+
+/* The float interior of every group: per window row the taps times the
+ * column weights, added in tap order, times the row weight, added in row
+ * order.  The AVX tier takes the groups of two three-element pixels side by
+ * side in its eight lanes, with the same operations per lane. */
+template <int S, int K>
+inline void interior_groups(const Lum8u *const org[4], ptrdiff_t step, bool wide, const __m128 *wx,
+                            const __m128 *wy, __m128i *v)
+{
+#if LUMI_HAS_AVX
+    if constexpr (S == 3) {
+        for (int g = 0; g < 4; g += 2) {
+            __m256 wxg[K];
+            for (int k = 0; k < K; ++k)
+                wxg[k] = _mm256_set_m128(RemapUnits<S>::spread(wx[k], g + 1), RemapUnits<S>::spread(wx[k], g));
+            __m256 sum = _mm256_setzero_ps();
+            for (int r = 0; r < K; ++r) {
+                __m128 t0[K], t1[K];
+                remap_taps_ps<S, K>(org, g, r * step, wide, t0);
+                remap_taps_ps<S, K>(org, g + 1, r * step, wide, t1);
+                __m256 h = _mm256_mul_ps(_mm256_set_m128(t1[0], t0[0]), wxg[0]);
+                for (int k = 1; k < K; ++k)
+                    h = _mm256_add_ps(h, _mm256_mul_ps(_mm256_set_m128(t1[k], t0[k]), wxg[k]));
+                const __m256 wyr = _mm256_set_m128(RemapUnits<S>::spread(wy[r], g + 1), RemapUnits<S>::spread(wy[r], g));
+                const __m256 hw = _mm256_mul_ps(h, wyr);
+                sum = r == 0 ? hw : _mm256_add_ps(sum, hw);
+            }
+            v[g] = interior_out(_mm256_castps256_ps128(sum));
+            v[g + 1] = interior_out(_mm256_extractf128_ps(sum, 1));
+        }
+        return;
+    }
+#endif
+    for (int g = 0; g < RemapUnits<S>::kGroups; ++g) {
+        __m128 wxg[K];
+        for (int k = 0; k < K; ++k)
+            wxg[k] = RemapUnits<S>::spread(wx[k], g);
+        __m128 sum = _mm_setzero_ps();
+        for (int r = 0; r < K; ++r) {
+            __m128 t[K];
+            remap_taps_ps<S, K>(org, g, r * step, wide, t);
+            __m128 h = _mm_mul_ps(t[0], wxg[0]);
+            for (int k = 1; k < K; ++k)
+                h = _mm_add_ps(h, _mm_mul_ps(t[k], wxg[k]));
+            const __m128 hw = _mm_mul_ps(h, RemapUnits<S>::spread(wy[r], g));
+            sum = r == 0 ? hw : _mm_add_ps(sum, hw);
+        }
+        v[g] = interior_out(sum);
+    }
+}
+
 /* A plain 8u C1 or C3 row of either family: the lanes whose window lies
  * inside the image take the float interior form in lanes, the others the
  * scalar pixel (the border form). */
@@ -247,29 +307,13 @@ void interior_row8u(const Src &s, const RemapArgs &a, const float *xm, const flo
         /* Lanes left to the border form read from the image's corner. */
         const __m128i off = _mm_set1_epi32(back);
         const Lum8u *org[4];
-        remap_origins<S>(s.base[0], s.step, _mm_and_si128(in, _mm_sub_epi32(ix, off)),
-                         _mm_and_si128(in, _mm_sub_epi32(iy, off)), org);
-        constexpr int G = RemapUnits<S>::kGroups;
-        __m128i v[G];
-        for (int g = 0; g < G; ++g) {
-            __m128 wxg[K];
-            for (int k = 0; k < K; ++k)
-                wxg[k] = RemapUnits<S>::spread(wx[k], g);
-            __m128 sum = _mm_setzero_ps();
-            for (int r = 0; r < K; ++r) {
-                __m128 t[K];
-                remap_taps_ps<S, K>(org, g, r * s.step, t);
-                __m128 h = _mm_mul_ps(t[0], wxg[0]);
-                for (int k = 1; k < K; ++k)
-                    h = _mm_add_ps(h, _mm_mul_ps(t[k], wxg[k]));
-                const __m128 hw = _mm_mul_ps(h, RemapUnits<S>::spread(wy[r], g));
-                sum = r == 0 ? hw : _mm_add_ps(sum, hw);
-            }
-            v[g] = _mm_cvtps_epi32(_mm_max_ps(_mm_min_ps(sum, _mm_set1_ps(255.0f)), _mm_setzero_ps()));
-        }
-        Lum8u out[12];
-        remap_pack<S>(v, out);
-        remap_store<S>(o, out, inner);
+        const __m128i bx = _mm_and_si128(in, _mm_sub_epi32(ix, off));
+        remap_origins<S>(s.base[0], s.step, bx, _mm_and_si128(in, _mm_sub_epi32(iy, off)), org);
+        /* A row's wide loads reach 16 bytes from the origin (and 8 from tap 4). */
+        const bool wide = remap_wide<S>(bx, a.wMax, K == 4 ? 5 : 6);
+        __m128i v[RemapUnits<S>::kGroups];
+        interior_groups<S, K>(org, s.step, wide, wx, wy, v);
+        remap_put<S>(v, o, inner);
     });
 }
 

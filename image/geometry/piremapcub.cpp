@@ -154,6 +154,7 @@ template <class T, int L, bool Soft> struct RemapCub {
             remap_lanes_out(_mm_cvtps_epi32(_mm_mul_ps(_mm_sub_ps(y, _mm_cvtepi32_ps(by)), scale)), ib);
             const Lum8u *org[4];
             remap_origins<S>(s.base[0], s.step, bx, by, org);
+            const bool wide = remap_wide<S>(bx, a.wMax, 5);
             constexpr int G = RemapUnits<S>::kGroups;
             __m128i v[G];
             for (int g = 0; g < G; ++g) {
@@ -167,7 +168,7 @@ template <class T, int L, bool Soft> struct RemapCub {
                 const __m128i wb23 = _mm_castps_si128(_mm_shuffle_ps(b01, b23, _MM_SHUFFLE(3, 1, 3, 1)));
                 __m128i h[4];
                 for (int r = 0; r < 4; ++r) {
-                    const __m128i q = remap_quads<S>(org, g, r * s.step);
+                    const __m128i q = remap_quads<S>(org, g, r * s.step, wide);
                     const __m128 lo = _mm_castsi128_ps(_mm_madd_epi16(_mm_unpacklo_epi8(q, zero), wa01));
                     const __m128 hi = _mm_castsi128_ps(_mm_madd_epi16(_mm_unpackhi_epi8(q, zero), wa23));
                     h[r] = _mm_srai_epi32(_mm_add_epi32(_mm_castps_si128(_mm_shuffle_ps(lo, hi, _MM_SHUFFLE(2, 0, 2, 0))),
@@ -181,9 +182,7 @@ template <class T, int L, bool Soft> struct RemapCub {
                 v[g] = _mm_srai_epi32(_mm_add_epi32(sum, _mm_set1_epi32(524288)), 20);
             }
             /* The packs limit each result to 0..255. */
-            Lum8u out[12];
-            remap_pack<S>(v, out);
-            remap_store<S>(o, out, mask);
+            remap_put<S>(v, o, mask);
         });
     }
 

@@ -75,6 +75,17 @@ namespace {
 template <class T, bool Soft> constexpr bool kLastOfImage =
     Soft || std::is_same<T, Lum16s>::value || std::is_same<T, Lum64f>::value;
 
+/* Plain 8u linear of four units: q holds each unit's pair of row 0, then
+ * of row 1, as bytes; wa and wb each unit's Q14 weight pairs. */
+inline __m128i lin_units(__m128i q, __m128i wa, __m128i wb)
+{
+    const __m128i zero = _mm_setzero_si128();
+    const __m128i r0 = _mm_srai_epi32(_mm_madd_epi16(_mm_unpacklo_epi8(q, zero), wa), 8);
+    const __m128i r1 = _mm_srai_epi32(_mm_madd_epi16(_mm_unpackhi_epi8(q, zero), wa), 8);
+    const __m128i rr = _mm_or_si128(r0, _mm_slli_epi32(r1, 16));
+    return _mm_srai_epi32(_mm_add_epi32(_mm_madd_epi16(rr, wb), _mm_set1_epi32(33)), 20);
+}
+
 inline int32_t linear_base(int32_t i, int32_t last) { return i == last && i > 0 ? i - 1 : i; }
 
 /* SSE3 tier, soft-edge 8u: one axis in 16.16. */
@@ -95,7 +106,10 @@ template <class T, int L, bool Soft> struct RemapLin {
 
     /* Plain 8u, four pixels at a time.  Per pixel the Q14 weight pairs
      * (16384 - a, a) and (16384 - b, b) sit in one 32-bit lane each, so one
-     * 16-bit multiply-add forms a row's two products and their sum. */
+     * 16-bit multiply-add forms a row's two products and their sum.  Three
+     * elements make twelve units, three groups of four: a group's lanes take
+     * their pixel's weights, and its samples come from the one or two
+     * pixels it spans. */
     static void row(const RemapSrc<T, L> &s, const RemapArgs &a, const float *xm, const float *ym,
                     Lum8u *d)
     {
@@ -113,19 +127,39 @@ template <class T, int L, bool Soft> struct RemapLin {
             const __m128i wb = _mm_or_si128(_mm_sub_epi32(one, fb), _mm_slli_epi32(fb, 16));
             const Lum8u *org[4];
             remap_origins<S>(s.base[0], s.step, ix, iy, org);
-            constexpr int G = RemapUnits<S>::kGroups;
-            __m128i v[G];
-            for (int g = 0; g < G; ++g) {
-                const __m128i q = remap_pairs2<S>(org, g, s.step);
-                const __m128i wag = RemapUnits<S>::spread(wa, g), wbg = RemapUnits<S>::spread(wb, g);
-                const __m128i r0 = _mm_srai_epi32(_mm_madd_epi16(_mm_unpacklo_epi8(q, zero), wag), 8);
-                const __m128i r1 = _mm_srai_epi32(_mm_madd_epi16(_mm_unpackhi_epi8(q, zero), wag), 8);
-                const __m128i rr = _mm_or_si128(r0, _mm_slli_epi32(r1, 16));
-                v[g] = _mm_srai_epi32(_mm_add_epi32(_mm_madd_epi16(rr, wbg), _mm_set1_epi32(33)), 20);
+            if constexpr (S == 1) {
+                const __m128i v = lin_units(remap_pairs2_c1(org, s.step), wa, wb);
+                remap_put<1>(&v, o, mask);
+            } else {
+                /* Pixel p's two rows, 8 bytes each (6 used): row 0 in bytes
+                 * 0-7, row 1 in 8-15. */
+                const bool wide = remap_wide<S>(ix, a.wMax, 2);
+                __m128i r[4];
+                for (int p = 0; p < 4; ++p)
+                    r[p] = _mm_unpacklo_epi64(remap_load_row(org[p], 6, wide),
+                                              remap_load_row(org[p] + s.step, 6, wide));
+                /* Units 0-3: pixel 0's elements and pixel 1's first; 4-7:
+                 * pixel 1's last two and pixel 2's first two; 8-11: pixel 2's
+                 * last and pixel 3's. */
+                static const int8_t i00[16] = {0, 3, 1, 4, 2, 5, -1, -1, 8, 11, 9, 12, 10, 13, -1, -1};
+                static const int8_t i01[16] = {-1, -1, -1, -1, -1, -1, 0, 3, -1, -1, -1, -1, -1, -1, 8, 11};
+                static const int8_t i11[16] = {1, 4, 2, 5, -1, -1, -1, -1, 9, 12, 10, 13, -1, -1, -1, -1};
+                static const int8_t i12[16] = {-1, -1, -1, -1, 0, 3, 1, 4, -1, -1, -1, -1, 8, 11, 9, 12};
+                static const int8_t i22[16] = {2, 5, -1, -1, -1, -1, -1, -1, 10, 13, -1, -1, -1, -1, -1, -1};
+                static const int8_t i23[16] = {-1, -1, 0, 3, 1, 4, 2, 5, -1, -1, 8, 11, 9, 12, 10, 13};
+                const __m128i q0 = _mm_or_si128(remap_c3_arrange(r[0], i00), remap_c3_arrange(r[1], i01));
+                const __m128i q1 = _mm_or_si128(remap_c3_arrange(r[1], i11), remap_c3_arrange(r[2], i12));
+                const __m128i q2 = _mm_or_si128(remap_c3_arrange(r[2], i22), remap_c3_arrange(r[3], i23));
+                const __m128i v0 = lin_units(q0, _mm_shuffle_epi32(wa, _MM_SHUFFLE(1, 0, 0, 0)),
+                                             _mm_shuffle_epi32(wb, _MM_SHUFFLE(1, 0, 0, 0)));
+                const __m128i v1 = lin_units(q1, _mm_shuffle_epi32(wa, _MM_SHUFFLE(2, 2, 1, 1)),
+                                             _mm_shuffle_epi32(wb, _MM_SHUFFLE(2, 2, 1, 1)));
+                const __m128i v2 = lin_units(q2, _mm_shuffle_epi32(wa, _MM_SHUFFLE(3, 3, 3, 2)),
+                                             _mm_shuffle_epi32(wb, _MM_SHUFFLE(3, 3, 3, 2)));
+                /* The packs limit each result to 0..255; the twelve bytes
+                 * come out in destination order. */
+                remap_put_bytes<3>(_mm_packus_epi16(_mm_packs_epi32(v0, v1), _mm_packs_epi32(v2, v2)), o, mask);
             }
-            Lum8u out[12];
-            remap_pack<S>(v, out);
-            remap_store<S>(o, out, mask);
         });
     }
 

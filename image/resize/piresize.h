@@ -113,6 +113,8 @@ struct ResizeSuperArgs {
     int32_t rx, ry, mode;
     double xRatio, yRatio, fx, fy, norm;
     bool vectorOut; /* mode 0 sums stay below 2^31 */
+    bool pairs;     /* mode 0, rx 2: the 16-bit rows of piressuphalf.cpp */
+    uint16_t outMul, outAdd; /* their output step, ((s + outAdd) * outMul) >> 16 */
     void *acc;
     const SuperBlock *blocks; /* modes 2 and 3 */
     int32_t blockCount;
@@ -122,6 +124,18 @@ struct ResizeSuperArgs {
  * (piressup.cpp); roiWidth is the cut region's width. */
 LumStatus run_super(const ResizeFrame &frame, int32_t roiWidth, int32_t rowsAvail,
                     double xFactor, double yFactor);
+
+/* The output step of supersampling: trunc(a * norm + 0.5) in double, of
+ * which the byte keeps the low 8 bits. */
+inline int64_t super_out_value(double a, double norm) { return (int64_t)(a * norm + 0.5); }
+inline Lum8u super_out_byte(double a, double norm) { return (Lum8u)super_out_value(a, norm); }
+
+/* Whole ratio 2 across (piressuphalf.cpp): the 16-bit output step that
+ * gives super_out_value for every sum 0..maxSum, if one exists, and the
+ * row routine that uses it for one output row whose ry rows lie inside the
+ * image. */
+bool super_fit_out16(double norm, int32_t maxSum, uint16_t *mul, uint16_t *add);
+void super_pairs_row(const ResizeSuperArgs *a, const Lum8u *src, Lum8u *dst);
 
 typedef void (*ResizeNNFn)(const ResizeNNArgs *args);
 typedef void (*ResizeLinearFn)(const ResizeLinearArgs *args);

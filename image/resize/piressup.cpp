@@ -26,7 +26,12 @@
  *
  * Speed: whole-ratio blocks of 2 to 4 elements are unrolled (pairs of one
  * channel four at a time), and the output step converts eight sums at once
- * through double lanes, the same expression as the scalar tail.
+ * through double lanes, the same expression as the scalar tail.  With both
+ * ratios whole and 2 across (halving, blocks up to 64 rows deep), an output
+ * row whose rows lie inside the image goes to piressuphalf.cpp instead: the
+ * same integer sums in 16-bit lanes, straight from the source rows, and an
+ * integer output step checked once per call to give every byte of the
+ * double one.
  *
  * Order of float additions in a block's whole terms: below eight terms one
  * at a time.  From eight on, the one-channel form runs eight lanes (lane l
@@ -314,7 +319,7 @@ void output_row(const Acc *a, Lum8u *d, int32_t n, double norm, bool vector)
             out8(a + e, d + e, vn, half);
     }
     for (; e < n; ++e)
-        d[e] = (Lum8u)(int64_t)((double)a[e] * norm + 0.5);
+        d[e] = super_out_byte((double)a[e], norm);
 }
 
 /* ----------------------------------------------------------------- rows -- */
@@ -351,8 +356,13 @@ void decimate(const ResizeSuperArgs *a)
     if (a->mode == 0) {
         Lum32u *acc = (Lum32u *)a->acc;
         for (int32_t i = 0; i < f.height; ++i, dst += f.dstStep) {
-            /* The row sum writes every element, so it clears as well. */
             const int64_t avail = a->rowsAvail - r;
+            if (a->pairs && avail >= a->ry) {
+                super_pairs_row(a, source_row(a, r), dst);
+                r += a->ry;
+                continue;
+            }
+            /* The row sum writes every element, so it clears as well. */
             const int32_t rows = (int32_t)(avail < a->ry ? (avail > 0 ? avail : 0) : a->ry);
             const Lum8u *s = rows > 0 ? source_row(a, r) : f.src;
             if (C == 1)
@@ -473,6 +483,10 @@ LumStatus run_super(const ResizeFrame &frame, int32_t roiWidth, int32_t rowsAvai
     a.mode = a.fx == 0.0 ? (a.fy == 0.0 ? 0 : 1) : (a.fy == 0.0 ? 2 : 3);
     /* Sums of whole pixels below 2^31 convert exactly through signed lanes. */
     a.vectorOut = 255.0 * rxd * ryd < 2147483648.0;
+    /* Exact halving across, blocks at most 64 rows deep: 16-bit rows, when
+     * their output step agrees with the double one on every sum. */
+    a.pairs = a.mode == 0 && a.rx == 2 && a.ry <= 64 &&
+              super_fit_out16(a.norm, 510 * a.ry, &a.outMul, &a.outAdd);
 
     /* One block: the accumulator, then (modes 2 and 3) the plan of the
      * blocks across, at most one per accumulated pixel. */

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <limits>
 #include <random>
+#include <functional>
 #include <type_traits>
 #include <vector>
 
@@ -346,6 +347,8 @@ template <class T> struct Case {
     const float *tbl;  // the Lanczos table
     uint32_t seed = 1;
     int margin = 48;   // elements before and after each destination plane
+    // When set, places the coordinates itself: place(xm, ym, mapW, limits).
+    std::function<void(std::vector<M> &, std::vector<M> &, int, const Limits &)> place;
 
     // call(src, srcStep, xMap, xStep, yMap, yStep, dst, dstStep): src and dst
     // are the first pixel or the array of plane pointers.
@@ -373,6 +376,8 @@ template <class T> struct Case {
         const auto ys = probe_coords<M>(lim.yMin, lim.yMax, lim.hMax, (int)ym.size(), g);
         xm.assign(xs.begin(), xs.end());
         ym.assign(ys.begin(), ys.end());
+        if (place)
+            place(xm, ym, mapW, lim);
 
         const T *sp[4];
         T *dp[4];
