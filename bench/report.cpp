@@ -88,11 +88,19 @@ cv::Mat chart(const std::vector<ResultRow> &rows)
     return img;
 }
 
+// Creates the directory and any missing parents; one that exists already is fine.
+void make_dirs(const std::string &dir)
+{
+    for (size_t at = dir.find('/', 1); at != std::string::npos; at = dir.find('/', at + 1))
+        mkdir(dir.substr(0, at).c_str(), 0777);
+    mkdir(dir.c_str(), 0777);
+}
+
 } // namespace
 
 bool write_report(const std::string &dir, const std::vector<ResultRow> &rows, std::string *err)
 {
-    mkdir(dir.c_str(), 0777);
+    make_dirs(dir);
     std::string csv = "case,lumi_ns_per_px,opencv_ns_per_px,ratio,max_diff,note\n";
     std::string json = "[\n";
     char num[160];
