@@ -358,10 +358,11 @@ std::vector<float> random_float_kernel(int n, uint32_t seed)
 // Random kernels with inexact sums over every shape and width class, each
 // checked against the order and rounding of the engine its tier must take;
 // the accumulator's odd last row, the block engine's remainder columns and
-// its 8-byte tail are all in the sweep.
+// its 8-byte tail, and rows just short of, at and past a whole group of
+// vectors rounded in registers (64 bytes on e9) are all in the sweep.
 TEST_P(Filter, FloatMatchesItsEngine)
 {
-    const int widths[] = {1, 3, 4, 5, 6, 7, 8, 9, 15, 16, 17, 24, 33};
+    const int widths[] = {1, 3, 4, 5, 6, 7, 8, 9, 15, 16, 17, 21, 22, 24, 33, 63, 64, 65};
     const Shape shapes[] = {{1, 1}, {2, 3}, {3, 3}, {4, 1}, {5, 5}, {7, 2},
                             {8, 2}, {9, 3}, {13, 2}, {17, 1}, {1, 6}};
     for (int ch : {1, 3})

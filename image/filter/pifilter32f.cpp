@@ -219,18 +219,19 @@ struct Lane8 {
 };
 #endif
 
-/* M vectors of sums from output byte x: footprint rows in order, columns
- * t0..t1 - 1 of each, every tap a product then a sum.  rows[r] is footprint
- * row r at the strip's first byte (floats or bytes). */
+/* Adds to M vectors of sums from output byte x: footprint rows in order,
+ * columns t0..t1 - 1 of each, every tap a product then a sum; with
+ * skipFirst the tap (0, t0), already in the sums, is left out.  rows[r] is
+ * footprint row r at the strip's first byte (floats or bytes). */
 template <class V, int M, class Src>
 inline void add_taps(typename V::T s[M], const Src *const *rows, intptr_t x, const Job &j,
-                     const Lum32f *kernel, int32_t t0, int32_t t1)
+                     const Lum32f *kernel, int32_t t0, int32_t t1, bool skipFirst)
 {
     const intptr_t ch = j.channels;
     for (int32_t r = 0; r < j.kh; ++r) {
         const Src *row = rows[r] + x;
         const Lum32f *k = kernel + (intptr_t)(j.kh - 1 - r) * j.kw + (j.kw - 1);
-        for (int32_t t = t0; t < t1; ++t) {
+        for (int32_t t = r == 0 && skipFirst ? t0 + 1 : t0; t < t1; ++t) {
             const typename V::T c = V::bcast(k - t);
             const Src *q = row + t * ch;
             for (int m = 0; m < M; ++m)
@@ -241,19 +242,22 @@ inline void add_taps(typename V::T s[M], const Src *const *rows, intptr_t x, con
 
 /* Sums of output bytes x.. in groups of M vectors: the columns below split
  * of every kernel row first, then the rest (split = kw keeps plain row
- * order).  Out::put rounds a group straight into the destination; without
- * it the sums go to acc for the row conversion.  Returns the first byte
- * left over. */
+ * order).  Both orders begin with tap (0, 0), whose product starts the sums
+ * rather than being added to zero: 0 + p is p but for -0 becoming +0, and
+ * both round to the byte 0.  Out::put rounds a group straight into the
+ * destination; without it the sums go to acc for the row conversion.
+ * Returns the first byte left over. */
 template <class V, int M, class Out, class Src>
 inline int32_t sum_blocks(const Src *const *rows, int32_t x, int32_t n, const Job &j,
                           const Lum32f *kernel, int32_t split, Lum32f *acc, Lum8u *dst)
 {
+    const typename V::T c0 = V::bcast(kernel + (intptr_t)(j.kh - 1) * j.kw + (j.kw - 1));
     for (; x + M * V::N <= n; x += M * V::N) {
         typename V::T s[M];
         for (int m = 0; m < M; ++m)
-            s[m] = V::zero();
-        add_taps<V, M>(s, rows, x, j, kernel, 0, split);
-        add_taps<V, M>(s, rows, x, j, kernel, split, j.kw);
+            s[m] = V::mul(c0, V::load(rows[0] + x + m * V::N));
+        add_taps<V, M>(s, rows, x, j, kernel, 0, split, true);
+        add_taps<V, M>(s, rows, x, j, kernel, split, j.kw, split == 0);
         if (Out::kFused)
             Out::put(s, dst + x);
         else
@@ -265,17 +269,18 @@ inline int32_t sum_blocks(const Src *const *rows, int32_t x, int32_t n, const Jo
 
 struct ToAcc {
     enum { kFused = 0 };
+    enum { M = 1 };
     template <class T> static void put(const T *, Lum8u *) {}
 };
 
-/* n output bytes of one strip row: groups of four vectors rounded in
+/* n output bytes of one strip row: groups of Out::M vectors rounded in
  * registers by Out, which must give what convert gives; the rest through
  * acc and convert. */
 template <class V, class Out, class Src, class Convert>
 void sum_strip(const Src *const *rows, int32_t n, const Job &j, const Lum32f *kernel,
                int32_t split, Lum32f *acc, Lum8u *dst, Convert convert)
 {
-    const int32_t x0 = sum_blocks<V, 4, Out>(rows, 0, n, j, kernel, split, acc, dst);
+    const int32_t x0 = sum_blocks<V, Out::M, Out>(rows, 0, n, j, kernel, split, acc, dst);
     const int32_t x1 = sum_blocks<V, 1, ToAcc>(rows, x0, n, j, kernel, split, acc, dst);
     sum_blocks<Lane1, 1, ToAcc>(rows, x1, n, j, kernel, split, acc, dst);
     if (x0 < n)
@@ -284,7 +289,7 @@ void sum_strip(const Src *const *rows, int32_t n, const Job &j, const Lum32f *ke
 
 /* min(f, 255), nearest even, saturated: what the row conversion does. */
 struct EvenOut {
-    enum { kFused = 1 };
+    enum { kFused = 1, M = 4 };
     static void put(const __m128 s[4], Lum8u *d)
     {
         const __m128 top = _mm_set1_ps(255.0f);
@@ -326,7 +331,7 @@ Plan plan_work(const Job &j)
 {
     Plan p;
     p.ptrs = (intptr_t)(((int64_t)j.kh * (int64_t)(sizeof(void *) / sizeof(Lum32f)) + 7) & ~7);
-    const conv::RingShape r = conv::ring_shape(j, 32, 8);
+    const conv::RingShape r = conv::ring_shape(j, 64, 8);
     p.strip = r.strip;
     p.slot = r.slot;
     p.floats = p.ptrs + ((p.strip + 7) & ~7) + (int64_t)j.kh * p.slot;
@@ -367,21 +372,22 @@ void accumulator_engine(const Job &j, const Lum32f *kernel, Lum32f *work, const 
 }
 
 #if LUMI_HAS_AVX
-/* Ties away from zero, as convert_away. */
+/* Ties away from zero, as convert_away.  Eight vectors a group: each sum is
+ * a chain of dependent additions, and eight chains keep the adders busy. */
 struct AwayOut {
-    enum { kFused = 1 };
+    enum { kFused = 1, M = 8 };
     static __m128i half(__m256i v, int hi) { return hi ? _mm256_extractf128_si256(v, 1) : _mm256_castsi256_si128(v); }
-    static void put(const __m256 s[4], Lum8u *d)
+    static void put(const __m256 s[M], Lum8u *d)
     {
         const __m256 top = _mm256_set1_ps(255.0f), h = _mm256_set1_ps(0.5f), sign = _mm256_set1_ps(-0.0f);
-        __m256i v[4];
-        for (int m = 0; m < 4; ++m) {
-            const __m256 c = _mm256_min_ps(s[m], top);
-            v[m] = _mm256_cvttps_epi32(_mm256_add_ps(c, _mm256_or_ps(h, _mm256_and_ps(c, sign))));
-        }
-        for (int m = 0; m < 4; m += 2) {
-            const __m128i a = _mm_packs_epi32(half(v[m], 0), half(v[m], 1));
-            const __m128i b = _mm_packs_epi32(half(v[m + 1], 0), half(v[m + 1], 1));
+        for (int m = 0; m < M; m += 2) {
+            __m256i v[2];
+            for (int i = 0; i < 2; ++i) {
+                const __m256 c = _mm256_min_ps(s[m + i], top);
+                v[i] = _mm256_cvttps_epi32(_mm256_add_ps(c, _mm256_or_ps(h, _mm256_and_ps(c, sign))));
+            }
+            const __m128i a = _mm_packs_epi32(half(v[0], 0), half(v[0], 1));
+            const __m128i b = _mm_packs_epi32(half(v[1], 0), half(v[1], 1));
             _mm_storeu_si128((__m128i *)(d + 8 * m), _mm_packus_epi16(a, b));
         }
     }
