@@ -68,6 +68,11 @@ FilterImages filter_images(int channels, int k);
 // "<family>_<k>x<k>_C<channels>/1920x1080"
 std::string filter_case_name(const char *family, int k, int channels);
 
+// A resize case from the 1920x1080 test picture to outW x outH, Lumi's
+// lumiMethod on the whole picture beside cv::resize with cvMethod, with
+// pixels, both calls and max_diff filled; name and note are the caller's.
+Pair resize_pair(int channels, int outW, int outH, int lumiMethod, int cvMethod);
+
 struct Registrar {
     explicit Registrar(void (*fn)()) { fn(); }
 };

@@ -18,6 +18,7 @@
 #include <vector>
 
 #include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
 
 #include "bench_common.h"
 #include "report.h"
@@ -115,6 +116,25 @@ std::string filter_case_name(const char *family, int k, int channels)
 {
     return std::string(family) + "_" + std::to_string(k) + "x" + std::to_string(k) + "_C" +
            std::to_string(channels) + "/1920x1080";
+}
+
+Pair resize_pair(int channels, int outW, int outH, int lumiMethod, int cvMethod)
+{
+    const int inW = 1920, inH = 1080;
+    auto src = std::make_shared<cv::Mat>(test_image(inW, inH, channels));
+    auto ours = std::make_shared<cv::Mat>(outH, outW, CV_8UC(channels), cv::Scalar::all(0));
+    auto theirs = std::make_shared<cv::Mat>(outH, outW, CV_8UC(channels), cv::Scalar::all(0));
+    auto fn = channels == 1 ? LUMI_BENCH_GET(lumiResize_8u_C1R) : LUMI_BENCH_GET(lumiResize_8u_C3R);
+    const double xf = (double)outW / inW, yf = (double)outH / inH;
+    Pair p;
+    p.pixels = (double)outW * outH;
+    p.lumi = [=] {
+        fn(src->data, LumiSize{inW, inH}, (int32_t)src->step, LumiRect{0, 0, inW, inH},
+           ours->data, (int32_t)ours->step, LumiSize{outW, outH}, xf, yf, lumiMethod);
+    };
+    p.opencv = [=] { cv::resize(*src, *theirs, cv::Size(outW, outH), 0, 0, cvMethod); };
+    p.max_diff = [=] { return max_abs_diff(*ours, *theirs); };
+    return p;
 }
 
 int max_abs_diff(const cv::Mat &a, const cv::Mat &b)

@@ -8,8 +8,6 @@
 // corners (first and last output on the first and last source pixel) where
 // OpenCV aligns cell centres.  At exactly half size OpenCV's INTER_LINEAR
 // switches to a 2x2 average, which corner alignment cannot use.
-#include <memory>
-
 #include <opencv2/imgproc.hpp>
 
 #include "bench_common.h"
@@ -18,27 +16,13 @@ namespace {
 
 void add_case(int channels, int method, int outW, int outH, const char *label)
 {
-    const int inW = 1920, inH = 1080;
-    auto src = std::make_shared<cv::Mat>(lumibench::test_image(inW, inH, channels));
-    auto ours = std::make_shared<cv::Mat>(outH, outW, CV_8UC(channels), cv::Scalar::all(0));
-    auto theirs = std::make_shared<cv::Mat>(outH, outW, CV_8UC(channels), cv::Scalar::all(0));
-    auto fn = channels == 1 ? LUMI_BENCH_GET(lumiResize_8u_C1R) : LUMI_BENCH_GET(lumiResize_8u_C3R);
-    const double xf = (double)outW / inW, yf = (double)outH / inH;
     const int cvMethod = method == LUMI_INTER_NN ? cv::INTER_NEAREST : cv::INTER_LINEAR;
-
-    lumibench::Pair p;
+    lumibench::Pair p = lumibench::resize_pair(channels, outW, outH, method, cvMethod);
     p.name = std::string("resize_") + (method == LUMI_INTER_NN ? "nn" : "linear") + "_C" +
              std::to_string(channels) + "/" + label;
-    p.pixels = (double)outW * outH;
-    p.lumi = [=] {
-        fn(src->data, LumiSize{inW, inH}, (int32_t)src->step, LumiRect{0, 0, inW, inH},
-           ours->data, (int32_t)ours->step, LumiSize{outW, outH}, xf, yf, method);
-    };
-    p.opencv = [=] { cv::resize(*src, *theirs, cv::Size(outW, outH), 0, 0, cvMethod); };
-    p.max_diff = [=] { return lumibench::max_abs_diff(*ours, *theirs); };
     p.note = method == LUMI_INTER_NN ? "cell centres vs floor(j*scale)"
                                      : "corner vs centre alignment";
-    if (method == LUMI_INTER_LINEAR && outW * 2 == inW)
+    if (method == LUMI_INTER_LINEAR && outW * 2 == 1920)
         p.note = "OpenCV takes its 2x2 average here; no target";
     lumibench::add(p);
 }

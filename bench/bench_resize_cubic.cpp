@@ -8,8 +8,6 @@
 // Lagrange cubic where OpenCV's has a = -0.75, and Lumi's Lanczos has six
 // taps where OpenCV's has eight.  The work per output pixel is comparable
 // (OpenCV's Lanczos does a third more).
-#include <memory>
-
 #include <opencv2/imgproc.hpp>
 
 #include "bench_common.h"
@@ -18,23 +16,9 @@ namespace {
 
 void add_case(const char *method, int lumiMethod, int cvMethod, int channels, int dstW, int dstH)
 {
-    const int srcW = 1920, srcH = 1080;
-    auto src = std::make_shared<cv::Mat>(lumibench::test_image(srcW, srcH, channels));
-    auto ours = std::make_shared<cv::Mat>(dstH, dstW, CV_8UC(channels));
-    auto theirs = std::make_shared<cv::Mat>(dstH, dstW, CV_8UC(channels));
-    const auto fn = channels == 1 ? LUMI_BENCH_GET(lumiResize_8u_C1R) : LUMI_BENCH_GET(lumiResize_8u_C3R);
-    const double xf = (double)dstW / srcW, yf = (double)dstH / srcH;
-
-    lumibench::Pair p;
+    lumibench::Pair p = lumibench::resize_pair(channels, dstW, dstH, lumiMethod, cvMethod);
     p.name = std::string("resize_") + method + (channels == 1 ? "_C1R/" : "_C3R/") +
              std::to_string(dstW) + "x" + std::to_string(dstH);
-    p.pixels = (double)dstW * dstH;
-    p.lumi = [=] {
-        fn(src->data, LumiSize{srcW, srcH}, (int32_t)src->step, LumiRect{0, 0, srcW, srcH},
-           ours->data, (int32_t)ours->step, LumiSize{dstW, dstH}, xf, yf, lumiMethod);
-    };
-    p.opencv = [=] { cv::resize(*src, *theirs, theirs->size(), 0, 0, cvMethod); };
-    p.max_diff = [=] { return lumibench::max_abs_diff(*ours, *theirs); };
     p.note = "corner vs centre alignment";
     lumibench::add(p);
 }

@@ -3,8 +3,6 @@
 // 480x270 (whole ratios, exact integer sums), beside cv::resize with
 // INTER_AREA.  Both average the covered area; they round differently (here
 // a double product plus one half, truncated), so a byte may differ by one.
-#include <memory>
-
 #include <opencv2/imgproc.hpp>
 
 #include "bench_common.h"
@@ -13,23 +11,9 @@ namespace {
 
 void add_case(int channels, int outW, int outH)
 {
-    const int inW = 1920, inH = 1080;
-    auto src = std::make_shared<cv::Mat>(lumibench::test_image(inW, inH, channels));
-    auto ours = std::make_shared<cv::Mat>(outH, outW, CV_8UC(channels), cv::Scalar::all(0));
-    auto theirs = std::make_shared<cv::Mat>(outH, outW, CV_8UC(channels), cv::Scalar::all(0));
-    auto fn = channels == 1 ? LUMI_BENCH_GET(lumiResize_8u_C1R) : LUMI_BENCH_GET(lumiResize_8u_C3R);
-    const double xf = (double)outW / inW, yf = (double)outH / inH;
-
-    lumibench::Pair p;
+    lumibench::Pair p = lumibench::resize_pair(channels, outW, outH, LUMI_INTER_SUPER, cv::INTER_AREA);
     p.name = "resize_super_C" + std::to_string(channels) + "/1920x1080_to_" +
              std::to_string(outW) + "x" + std::to_string(outH);
-    p.pixels = (double)outW * outH;
-    p.lumi = [=] {
-        fn(src->data, LumiSize{inW, inH}, (int32_t)src->step, LumiRect{0, 0, inW, inH},
-           ours->data, (int32_t)ours->step, LumiSize{outW, outH}, xf, yf, LUMI_INTER_SUPER);
-    };
-    p.opencv = [=] { cv::resize(*src, *theirs, cv::Size(outW, outH), 0, 0, cv::INTER_AREA); };
-    p.max_diff = [=] { return lumibench::max_abs_diff(*ours, *theirs); };
     p.note = "rounding: double product + 0.5, truncated";
     lumibench::add(p);
 }
