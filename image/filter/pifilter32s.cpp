@@ -377,16 +377,16 @@ ByteSums byte_sums(const Lum32s *kernel, int32_t kw, int32_t kh)
     return kNoByteSums;
 }
 
-/* Sixteen 16-bit sums from byte x of a row; KW is the kernel width when it
- * is known at compile time (0: read it from the job). */
-template <int KW>
+/* Sixteen 16-bit sums from byte x of a row; KW and KH are the kernel's
+ * sides when they are known at compile time (0: read them from the job). */
+template <int KW, int KH>
 inline void byte_sums_16(const Job &j, const Lum8u *src, const Lum32s *packed, __m128i *lo,
                          __m128i *hi)
 {
-    const int32_t kw = KW ? KW : j.kw;
+    const int32_t kw = KW ? KW : j.kw, kh = KH ? KH : j.kh;
     const intptr_t ch = j.channels;
     __m128i sl = _mm_setzero_si128(), sh = sl;
-    for (int32_t r = 0; r < j.kh; ++r) {
+    for (int32_t r = 0; r < kh; ++r) {
         const Lum8u *row = src + (intptr_t)r * j.srcStep;
         const __m128i *c = (const __m128i *)(packed + (intptr_t)r * kw * 4);
         int32_t t = 0;
@@ -457,16 +457,20 @@ inline __m128i scale_16_narrow(__m128i lo, __m128i hi, const Divisor &d, ByteSum
     return scale_16(s, d);
 }
 
-template <int KW>
+template <int KW, int KH>
 void byte_path(const Job &j, const Lum32s *packed, Lum32s *acc, const Divisor &d, ByteSums how)
 {
     const int32_t body = j.bytes & ~15;
+    const intptr_t reach = j.bytes + (intptr_t)(j.kw - 1) * j.channels;
     for (int32_t y = 0; y < j.height; ++y) {
         const Lum8u *src = j.src + (intptr_t)y * j.srcStep;
         Lum8u *dst = j.dst + (intptr_t)y * j.dstStep;
+        /* the one footprint row the next output row adds */
+        if (y + 1 < j.height)
+            conv::prefetch_bytes(src + (intptr_t)j.kh * j.srcStep, reach);
         for (int32_t x = 0; x < body; x += 16) {
             __m128i lo, hi;
-            byte_sums_16<KW>(j, src + x, packed, &lo, &hi);
+            byte_sums_16<KW, KH>(j, src + x, packed, &lo, &hi);
             _mm_storeu_si128((__m128i *)(dst + x), scale_16_narrow(lo, hi, d, how));
         }
         if (body < j.bytes) {
@@ -479,10 +483,15 @@ void byte_path(const Job &j, const Lum32s *packed, Lum32s *acc, const Divisor &d
 void byte_path(const Job &j, const Lum32s *packed, Lum32s *acc, const Divisor &d, ByteSums how)
 {
     switch (j.kw) {
-    case 3: byte_path<3>(j, packed, acc, d, how); break;
-    case 5: byte_path<5>(j, packed, acc, d, how); break;
-    case 7: byte_path<7>(j, packed, acc, d, how); break;
-    default: byte_path<0>(j, packed, acc, d, how); break;
+    case 3:
+        if (j.kh == 3)
+            byte_path<3, 3>(j, packed, acc, d, how);
+        else
+            byte_path<3, 0>(j, packed, acc, d, how);
+        break;
+    case 5: byte_path<5, 0>(j, packed, acc, d, how); break;
+    case 7: byte_path<7, 0>(j, packed, acc, d, how); break;
+    default: byte_path<0, 0>(j, packed, acc, d, how); break;
     }
 }
 #endif
