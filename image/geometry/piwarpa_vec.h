@@ -233,14 +233,16 @@ typedef __m256 WarpBlockF;
 /* One axis of eight float points, as WarpLinAxis: the base is found in
  * float (exact below 2^24) and converted once. */
 struct WarpLinAxis8 {
-    __m256 maxf, maxm1f;
+    __m256 maxm1f;
 
-    explicit WarpLinAxis8(int32_t max) : maxf(_mm256_set1_ps((float)max)), maxm1f(_mm256_set1_ps((float)(max - 1))) {}
+    explicit WarpLinAxis8(int32_t max) : maxm1f(_mm256_set1_ps((float)(max - 1))) {}
 
     void split(__m256 v, __m128i i[2], __m256 *f) const
     {
-        const __m256 c = _mm256_min_ps(_mm256_max_ps(v, _mm256_setzero_ps()), maxf);
-        const __m256 b = _mm256_min_ps(_mm256_round_ps(c, _MM_FROUND_TO_ZERO | _MM_FROUND_NO_EXC), maxm1f);
+        /* trunc(v) held to 0..max - 1; min_ps returns its second operand
+         * for a NaN, and max_ps likewise, so a NaN takes 0. */
+        const __m256 t = _mm256_round_ps(v, _MM_FROUND_TO_ZERO | _MM_FROUND_NO_EXC);
+        const __m256 b = _mm256_max_ps(_mm256_min_ps(maxm1f, t), _mm256_setzero_ps());
         *f = _mm256_sub_ps(v, b);
         const __m256i n = _mm256_cvttps_epi32(b);
         i[0] = _mm256_castsi256_si128(n), i[1] = _mm256_extractf128_si256(n, 1);
