@@ -297,6 +297,25 @@ TEST_P(Rotate, SpansMatchReferenceAcrossGroupsAndEdges)
                             << ", roi x " << roi.x << ", dst " << d.x << "," << d.width;
 }
 
+// Three-channel linear spans of every length from 1 to 18, around the
+// groups of four and the blocks of eight pixels that the vector forms take,
+// starting at odd and even columns; some end on a slanted side of the
+// turned region, some sample the last columns and rows of a tight source,
+// where a block's window loads must stop at the row's end.
+TEST_P(Rotate, LinearThreeChannelSpansOfEveryLength)
+{
+    struct G {
+        double angle, xs, ys;
+    };
+    const G turns[] = {{3, 2.25, 1.5}, {-2.5, 1.75, 1.25}, {181, 31.5, 11.25}};
+    for (const G &t : turns)
+        for (int x0 : {1, 4, 19, 22})
+            for (int w = 1; w <= 18; ++w)
+                EXPECT_TRUE(check(kForms[1], {30, 10}, {41, 14}, {{0, 0, 30, 10}, {x0, 1, w, 12}, t.angle, t.xs, t.ys,
+                                                                  LUMI_INTER_LINEAR}, true))
+                    << "angle " << t.angle << ", dst x " << x0 << ", width " << w;
+}
+
 // A W x H image turned by 90 degrees with shift (0, W - 1) fills an H x W
 // destination exactly, and the centre forms reach the same copy through
 // whole shifts from half-pixel centres.
