@@ -6,6 +6,7 @@
 
 #include <stdint.h>
 
+#include <algorithm>
 #include <vector>
 
 #include "lumi.h"
@@ -129,6 +130,61 @@ TEST_P(MinMax, TallAndWideWindowsOverManyBlocks)
             }
 }
 
+// Windows up to 5x5 run one pass over the source, 16 outputs at a time with
+// 32 columns read ahead, and finish the last columns on the side.  Every
+// width around those blocks (no block, one, several, tails of 1 to 47
+// columns), region heights 1 to 8 (row pairs and an odd last row) and the
+// anchor anywhere.  Each footprint row sits in a wider row whose slack, and a
+// row above, hold the value that would win: a byte read outside the
+// footprint shows in the output; the last row ends the buffer, so a read past
+// it is caught by the address sanitizer.
+TEST_P(MinMax, SmallWindowsReadOnlyTheFootprint)
+{
+    const int widths[] = {1,  2,  3,  4,  5,  11, 12, 13, 15, 16, 17, 20, 27, 28,
+                          29, 31, 32, 33, 43, 44, 45, 47, 48, 49, 52, 59, 60, 61,
+                          63, 64, 65, 75, 76, 77, 80, 81, 100, 127, 128, 129};
+    uint32_t seed = 900;
+    for (const Filter &flt : kFilters)
+        for (int mw = 1; mw <= 5; ++mw)
+            for (int mh = 1; mh <= 5; ++mh) {
+                if (mw == 1 && mh == 1)
+                    continue;
+                const LumiSize m = {mw, mh};
+                int turn = 0;
+                for (int w : widths)
+                    for (int h = 1; h <= 8; ++h, ++turn) {
+                        const LumiPoint a = {turn % mw, (turn / mw) % mh};
+                        SCOPED_TRACE(testing::Message()
+                                     << flt.name << " mask " << mw << "x" << mh << " anchor "
+                                     << a.x << "," << a.y << " roi " << w << "x" << h);
+                        Footprint f(w + mw - 1, h + mh - 1, ++seed, seed % 3 == 0 ? 3 : 256);
+                        const int step = f.w + 16;
+                        std::vector<uint8_t> src((size_t)f.h * step + 8 + f.w,
+                                                 flt.max ? 255 : 0);
+                        for (int y = 0; y < f.h; ++y)
+                            std::copy(f.buf.begin() + (size_t)y * f.w,
+                                      f.buf.begin() + (size_t)(y + 1) * f.w,
+                                      src.begin() + (size_t)(y + 1) * step + 8);
+                        GuardedImage dst(w, h, 1, 5, (int)(seed % 16));
+                        ASSERT_EQ(flt.fn(src.data() + (size_t)(a.y + 1) * step + 8 + a.x, step,
+                                         dst.data(), dst.step, {w, h}, m, a),
+                                  lumStsNoErr);
+                        ASSERT_EQ(dst.region(), scan(f, w, h, m, flt.max));
+                        ASSERT_TRUE(dst.guard_intact());
+                    }
+            }
+}
+
+// On 1920 columns the blocks run over most of the row; the tiers agree with
+// the scan on the square masks measured for speed and their neighbours.
+TEST_P(MinMax, LongRowsOfSmallWindows)
+{
+    uint32_t seed = 40;
+    for (const Filter &flt : kFilters)
+        for (int k : {3, 4, 5})
+            check_case(flt, 1920, 5, {k, k}, {k / 2, k / 2}, ++seed, 256);
+}
+
 TEST_P(MinMax, StatusOrder)
 {
     std::vector<uint8_t> s(256, 1);
@@ -183,6 +239,33 @@ TEST_P(MinMax, AllocationFailure)
                   lumStsNoErr);
         EXPECT_EQ(none.allocations(), 0);
     }
+}
+
+// Every path takes the same one block, small windows included: failing it
+// gives the same status with nothing written and nothing held.
+TEST_P(MinMax, AllocationFailureOnEveryPath)
+{
+    const LumiSize masks[] = {{2, 1}, {5, 5}, {1, 5}, {6, 5}, {5, 6}, {16, 13}};
+    Footprint f(40 + 15, 9 + 12, 4);
+    GuardedImage d(40, 9, 1);
+    for (const Filter &flt : kFilters)
+        for (const LumiSize &m : masks) {
+            SCOPED_TRACE(testing::Message() << flt.name << " mask " << m.width << "x" << m.height);
+            d.fill_random(5);
+            const std::vector<uint8_t> before = d.region();
+            const int count = lumitest::for_each_alloc_failure(
+                [&] {
+                    d.fill_random(5);
+                    return flt.fn(f.buf.data(), f.w, d.data(), d.step, {40, 9}, m, {0, 0});
+                },
+                [&](LumStatus st, int, int outstanding) {
+                    EXPECT_EQ(st, lumStsMemAllocErr);
+                    EXPECT_EQ(outstanding, 0);
+                    EXPECT_EQ(d.region(), before);
+                    EXPECT_TRUE(d.guard_intact());
+                });
+            EXPECT_EQ(count, 1);
+        }
 }
 
 LUMI_INSTANTIATE_TIERS(MinMax);

@@ -39,12 +39,10 @@
 #include "tier.h"
 
 #include <emmintrin.h>
-#if LUMI_HAS_SSSE3
-#include <tmmintrin.h>
-#endif
 #include <stdint.h>
 #include <string.h>
 
+#include "pibytes.h"
 #include "pimedian.h"
 
 namespace LUMI_NS {
@@ -535,17 +533,6 @@ void scratch_range(SquareKernel<side> &k, const Lum8u *centre, int32_t srcStep, 
         j0 += m;
         m = kChunk;
     }
-}
-
-/* Bytes k..k+15 of the 32-byte pair lo:hi. */
-template <int k>
-inline __m128i bytes_from(__m128i hi, __m128i lo)
-{
-#if LUMI_HAS_SSSE3
-    return _mm_alignr_epi8(hi, lo, k);
-#else
-    return _mm_or_si128(_mm_srli_si128(lo, k), _mm_slli_si128(hi, 16 - k));
-#endif
 }
 
 struct Sorted3 {

@@ -15,7 +15,11 @@
  *                window's rows in some order, into the destination row.
  * The ring starts with the first maskSize.height - 1 footprint rows; every
  * output row adds the next one.  A 1x1 mask is a plain copy and takes no
- * memory.  The passes take the fastest form the window allows:
+ * memory.  Windows up to 5x5 skip the ring's rows altogether: one pass over
+ * the source makes two output rows at a time, columns first and then across
+ * in registers (piminmax_small.h).  The block is still taken for them, so a
+ * call fails for want of memory alike whatever its mask.  Larger windows take
+ * the fastest form of the passes the window allows:
  *   row pass     up to 6 wide, a loop over the taps; 7 or more, spans that
  *                double (pairs, 4, 8 ...) in a scratch row, so the work per
  *                byte grows with log2 of the width;
@@ -29,7 +33,8 @@
  * the total would not fit a 31-bit count the plain passes (taps across, the
  * ring's rows down) run instead.  Loops go 16 bytes at a time, then 8, then
  * single bytes, with unaligned loads that never leave the footprint or the
- * block.  All tiers run this SSE2 code and agree.
+ * block.  All tiers run this SSE2 code (the small windows' byte shifts
+ * aside) and agree.
  *
  * Failures: the checks (null, size, step, mask, anchor) and then a ring that
  * cannot be counted in 31 bits: a row whose padded length does not fit is a
@@ -44,6 +49,7 @@
 #include <emmintrin.h>
 
 #include "checks.h"
+#include "piminmax_small.h"
 
 namespace LUMI_NS {
 
@@ -450,7 +456,9 @@ LumStatus ownlumiFilterExtreme_8u(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDs
         if (fastRows)
             wk.doubled = more;
     }
-    if (wk.extra && h <= kPairMaxHeight) {
+    if (channels == 1 && taps <= kSmallMax && h <= kSmallMax) {
+        small_window_any<Op>(top, srcStep, pDst, dstStep, roi, mask);
+    } else if (wk.extra && h <= kPairMaxHeight) {
         drive_pairs<Op>(wk, top, srcStep, pDst, dstStep, roi, h, (int32_t)bytes, taps, channels);
     } else if (wk.extra) {
         drive_blocks<Op>(wk, top, srcStep, pDst, dstStep, roi, h, (int32_t)bytes, taps,
