@@ -267,8 +267,13 @@ inline void hls_32f(V r, V g, V b, V out[3])
     const V is_r = eq(mx, r), is_g = eq(mx, g);
     const V diff = select(is_r, sub(g, b), select(is_g, sub(b, r), sub(r, g)));
     const V q = div(mul(diff, splat<V>(60.0f)), delta);
-    V hue = select(is_r, q, add(q, select(is_g, splat<V>(120.0f), splat<V>(240.0f))));
-    hue = add(hue, band(lt(hue, splat<V>(0.0f)), splat<V>(360.0f)));
+    /* One addition per lane.  A red maximum adds 360 below 0 and +0 else
+     * (which turns -0 into +0).  A green or blue one adds 120 or 240 only:
+     * the two channels it subtracts lie between min and max, so q is at
+     * most about 60 in size and the sum is not below 0, unless q is -inf,
+     * which a further 360 would leave as it is. */
+    const V wrap = band(lt(q, splat<V>(0.0f)), splat<V>(360.0f));
+    const V hue = add(q, select(is_r, wrap, select(is_g, splat<V>(120.0f), splat<V>(240.0f))));
     out[0] = bandnot(grey, div(hue, splat<V>(360.0f)));
     out[1] = lum;
     out[2] = bandnot(grey, s);
