@@ -117,6 +117,7 @@ inline __m128 le(__m128 a, __m128 b) { return _mm_cmple_ps(a, b); }
 inline __m128 gt(__m128 a, __m128 b) { return _mm_cmpgt_ps(a, b); }
 inline __m128 band(__m128 a, __m128 b) { return _mm_and_ps(a, b); }
 inline __m128 bandnot(__m128 a, __m128 b) { return _mm_andnot_ps(a, b); }
+inline bool any(__m128 mask) { return _mm_movemask_ps(mask) != 0; }
 
 /* mask ? a : b, lane by lane. */
 inline __m128 select(__m128 mask, __m128 a, __m128 b)
@@ -148,6 +149,7 @@ inline __m256 le(__m256 a, __m256 b) { return _mm256_cmp_ps(a, b, _CMP_LE_OS); }
 inline __m256 gt(__m256 a, __m256 b) { return _mm256_cmp_ps(a, b, _CMP_GT_OS); }
 inline __m256 band(__m256 a, __m256 b) { return _mm256_and_ps(a, b); }
 inline __m256 bandnot(__m256 a, __m256 b) { return _mm256_andnot_ps(a, b); }
+inline bool any(__m256 mask) { return _mm256_movemask_ps(mask) != 0; }
 /* The blend is written out: the compiler turns the intrinsic into a generic
  * select on the sign bits, which without 256-bit integer compares it then
  * splits into one branch per lane. */

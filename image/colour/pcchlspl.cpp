@@ -255,9 +255,12 @@ struct Rgb32f {
     static void body(const V in[3], V out[3])
     {
         rgb_from_hls(mul(in[0], splat<V>(360.0f)), in[1], in[2], out);
+        /* S = 0 copies L; most blocks have no such pixel and skip the
+         * three selects. */
         const V grey = eq(in[2], splat<V>(0.0f));
-        for (int c = 0; c < 3; ++c)
-            out[c] = select(grey, in[1], out[c]);
+        if (any(grey))
+            for (int c = 0; c < 3; ++c)
+                out[c] = select(grey, in[1], out[c]);
     }
 };
 
