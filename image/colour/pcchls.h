@@ -276,9 +276,13 @@ inline void hls_32f(V r, V g, V b, V out[3])
      * which a further 360 would leave as it is. */
     const V wrap = band(lt(q, splat<V>(0.0f)), splat<V>(360.0f));
     const V hue = add(q, select(is_r, wrap, select(is_g, splat<V>(120.0f), splat<V>(240.0f))));
-    out[0] = bandnot(grey, div(hue, splat<V>(360.0f)));
+    out[0] = div(hue, splat<V>(360.0f));
     out[1] = lum;
-    out[2] = bandnot(grey, s);
+    out[2] = s;
+    if (any(grey)) { /* rare in most pictures: skip the masks without one */
+        out[0] = bandnot(grey, out[0]);
+        out[2] = bandnot(grey, out[2]);
+    }
 }
 
 /* ------------------------------------------------------- HLS -> RGB ------ */
