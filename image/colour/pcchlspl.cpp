@@ -45,7 +45,9 @@
  * The AVX build runs the body's arithmetic on eight lanes, two rounds at a
  * time; each lane sees the same operations, so its results are those of the
  * SSE4.1 build.  Blends and byte shuffles move pixels between interleaved
- * memory and channel registers.
+ * memory and channel registers.  The float bodies test a block for grey
+ * pixels (delta at most 2^-23, or S = 0) and apply the masks or selects
+ * that give them their values only when there is one.
  *
  * Steps are bytes.  A 16-bit or float row advances by the step divided by
  * the element size; a negative step that is no whole number of elements is
