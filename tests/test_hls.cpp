@@ -354,9 +354,15 @@ TEST_P(Hls, WorkedValues)
 
 // ------------------------------------------------------------------ 32f --
 
+// The larger and the smaller of two as the vector instructions give them:
+// the second operand when the two compare equal (+0 and -0) or either is
+// NaN.  Only the special values below can tell this from std::max.
+float lane_max(float a, float b) { return a > b ? a : b; }
+float lane_min(float a, float b) { return a < b ? a : b; }
+
 void ref_hls_32f(float r, float g, float b, float out[3])
 {
-    const float mx = std::max(std::max(r, g), b), mn = std::min(std::min(r, g), b);
+    const float mx = lane_max(lane_max(r, g), b), mn = lane_min(lane_min(r, g), b);
     const float delta = mx - mn;
     out[0] = out[2] = 0.0f;
     out[1] = 0.5f * (mx + mn);
@@ -365,8 +371,9 @@ void ref_hls_32f(float r, float g, float b, float out[3])
     out[2] = 0.5f * (mx + mn) <= 0.5f ? delta / (mx + mn) : delta / (2.0f - (mx + mn));
     float hue = mx == r ? (g - b) * 60.0f / delta
                         : mx == g ? (b - r) * 60.0f / delta + 120.0f : (r - g) * 60.0f / delta + 240.0f;
-    if (hue < 0.0f)
-        hue += 360.0f;
+    // The wrap adds 360 below 0 and +0 otherwise, so a hue of -0 (a red
+    // maximum over G = -0, B = +0) comes out as +0.
+    hue += hue < 0.0f ? 360.0f : 0.0f;
     out[0] = hue / 360.0f;
 }
 
@@ -403,12 +410,12 @@ void check_32f(bool forward, int w, int h, float (*fill)(int, int, int))
     EXPECT_TRUE(dst.guards_intact());
 }
 
-// Both directions at widths 1 to 11, in range and out of it (no clamp), and
+// Both directions at widths 1 to 27, in range and out of it (no clamp), and
 // the special values: a delta of exactly 2^-23 is grey, H = 1.0 is 360
 // degrees (G takes m1), S = 0 copies L.
 TEST_P(Hls, Float32)
 {
-    for (int w = 1; w <= 11; ++w)
+    for (int w = 1; w <= 27; ++w)
         for (bool fwd : {true, false}) {
             check_32f(fwd, w, 3, unit_noise);
             check_32f(fwd, w, 2, [](int x, int y, int c) { return unit_noise(x, y, c) * 3.0f - 1.0f; });
@@ -434,6 +441,72 @@ TEST_P(Hls, Float32)
     ASSERT_EQ(lumiHLSToRGB_32f_C3R(a.data(), a.step(), b.data(), b.step(), {6, 1}), lumStsNoErr);
     for (int x : {0, 5})
         EXPECT_EQ(b.at(x, 0, 1), 0.0f) << x; // m1 = 2 l - m2 = 0.5 - 0.5
+}
+
+// Every combination of three values from a list of special floats (signed
+// zeros, subnormals, the grey threshold and its neighbour, 0.5 and the next
+// float, out of range, overflowing, infinite, NaN), as pixel i of the list,
+// rotated by `shift` so that over all shifts each combination meets every
+// column of a row.
+struct SpecialGrid {
+    std::vector<float> px;
+    SpecialGrid()
+    {
+        const float v[] = {0.0f, -0.0f, from_bits(1), -from_bits(1), 1.1920929e-7f, 2.4e-7f,
+                           0.25f, 0.5f, from_bits(0x3f000001), 1.0f, -1.0f, 3.0f, 1e38f, -1e38f,
+                           from_bits(0x7f7fffff), INFINITY, -INFINITY, NAN};
+        for (float a : v)
+            for (float b : v)
+                for (float c : v)
+                    px.insert(px.end(), {a, b, c});
+    }
+    int count() const { return (int)px.size() / 3; }
+    void fill(Img<Lum32f> &img, int shift) const
+    {
+        for (int y = 0; y < img.h; ++y)
+            for (int x = 0; x < img.w; ++x)
+                memcpy(&img.at(x, y, 0), &px[3 * (size_t)((y * img.w + x + shift) % count())], 12);
+    }
+};
+
+bool same_float(float a, float b) { return memcmp(&a, &b, 4) == 0 || (a != a && b != b); }
+
+// Special values through both directions at widths whose rows hold blocks of
+// eight, a block of four and a tail of one (13), or four and three (7), on
+// every column; each output has the reference's bits (any NaN for a NaN),
+// including the sign of a zero.
+TEST_P(Hls, Float32SpecialValuesOnEveryPath)
+{
+    const SpecialGrid grid;
+    for (int w : {13, 7})
+        for (int shift = 0; shift < w; ++shift)
+            for (bool fwd : {true, false}) {
+                SCOPED_TRACE(::testing::Message() << (fwd ? "to HLS " : "to RGB ") << w << " shift " << shift);
+                const int h = (grid.count() + w - 1) / w;
+                Img<Lum32f> src(w, h, 2), dst(w, h, 1);
+                grid.fill(src, shift);
+                const LumStatus st = fwd
+                    ? lumiRGBToHLS_32f_C3R(src.data(), src.step(), dst.data(), dst.step(), {w, h})
+                    : lumiHLSToRGB_32f_C3R(src.data(), src.step(), dst.data(), dst.step(), {w, h});
+                ASSERT_EQ(st, lumStsNoErr);
+                int wrong = 0;
+                for (int y = 0; y < h; ++y)
+                    for (int x = 0; x < w; ++x) {
+                        const float *p = &src.at(x, y, 0);
+                        float want[3];
+                        if (fwd)
+                            ref_hls_32f(p[0], p[1], p[2], want);
+                        else
+                            ref_rgb(x < (w & ~3) ? kA : kB, p[0] * 360.0f, p[1], p[2], want);
+                        for (int c = 0; c < 3; ++c)
+                            if (!same_float(dst.at(x, y, c), want[c]) && ++wrong <= 3)
+                                ADD_FAILURE() << "column " << x << " channel " << c << " of (" << p[0]
+                                              << ", " << p[1] << ", " << p[2] << "): got "
+                                              << dst.at(x, y, c) << ", want " << want[c];
+                    }
+                ASSERT_EQ(wrong, 0);
+                ASSERT_TRUE(dst.guards_intact());
+            }
 }
 
 // ---------------------------------------------------------------- planes --
@@ -624,6 +697,20 @@ TEST(HlsTiers, AgreeWhereTheirModesAgree)
         out8.push_back(b.buf);
         out16.push_back(t.buf);
         out32.push_back(g.buf);
+    }
+    // The special floats at a width of 27 (three blocks of eight and a tail
+    // of three), both directions, appended to each index's float results.
+    const SpecialGrid grid;
+    const int sw = 27, sh = (grid.count() + sw - 1) / sw;
+    Img<Lum32f> sp(sw, sh);
+    grid.fill(sp, 0);
+    for (size_t k = 0; k < idx.size(); ++k) {
+        lumitest::force_index(idx[k]);
+        Img<Lum32f> o(sw, sh), o2(sw, sh);
+        lumiRGBToHLS_32f_C3R(sp.data(), sp.step(), o.data(), o.step(), {sw, sh});
+        lumiHLSToRGB_32f_C3R(sp.data(), sp.step(), o2.data(), o2.step(), {sw, sh});
+        out32[k].insert(out32[k].end(), o.buf.begin(), o.buf.end());
+        out32[k].insert(out32[k].end(), o2.buf.begin(), o2.buf.end());
     }
     lumStaticInit();
     for (size_t k = 1; k < idx.size(); ++k) {

@@ -117,6 +117,7 @@ inline __m128 le(__m128 a, __m128 b) { return _mm_cmple_ps(a, b); }
 inline __m128 gt(__m128 a, __m128 b) { return _mm_cmpgt_ps(a, b); }
 inline __m128 band(__m128 a, __m128 b) { return _mm_and_ps(a, b); }
 inline __m128 bandnot(__m128 a, __m128 b) { return _mm_andnot_ps(a, b); }
+inline bool any(__m128 mask) { return _mm_movemask_ps(mask) != 0; }
 
 /* mask ? a : b, lane by lane. */
 inline __m128 select(__m128 mask, __m128 a, __m128 b)
@@ -148,6 +149,7 @@ inline __m256 le(__m256 a, __m256 b) { return _mm256_cmp_ps(a, b, _CMP_LE_OS); }
 inline __m256 gt(__m256 a, __m256 b) { return _mm256_cmp_ps(a, b, _CMP_GT_OS); }
 inline __m256 band(__m256 a, __m256 b) { return _mm256_and_ps(a, b); }
 inline __m256 bandnot(__m256 a, __m256 b) { return _mm256_andnot_ps(a, b); }
+inline bool any(__m256 mask) { return _mm256_movemask_ps(mask) != 0; }
 /* The blend is written out: the compiler turns the intrinsic into a generic
  * select on the sign bits, which without 256-bit integer compares it then
  * splits into one branch per lane. */
@@ -267,11 +269,20 @@ inline void hls_32f(V r, V g, V b, V out[3])
     const V is_r = eq(mx, r), is_g = eq(mx, g);
     const V diff = select(is_r, sub(g, b), select(is_g, sub(b, r), sub(r, g)));
     const V q = div(mul(diff, splat<V>(60.0f)), delta);
-    V hue = select(is_r, q, add(q, select(is_g, splat<V>(120.0f), splat<V>(240.0f))));
-    hue = add(hue, band(lt(hue, splat<V>(0.0f)), splat<V>(360.0f)));
-    out[0] = bandnot(grey, div(hue, splat<V>(360.0f)));
+    /* One addition per lane.  A red maximum adds 360 below 0 and +0 else
+     * (which turns -0 into +0).  A green or blue one adds 120 or 240 only:
+     * the two channels it subtracts lie between min and max, so q is at
+     * most about 60 in size and the sum is not below 0, unless q is -inf,
+     * which a further 360 would leave as it is. */
+    const V wrap = band(lt(q, splat<V>(0.0f)), splat<V>(360.0f));
+    const V hue = add(q, select(is_r, wrap, select(is_g, splat<V>(120.0f), splat<V>(240.0f))));
+    out[0] = div(hue, splat<V>(360.0f));
     out[1] = lum;
-    out[2] = bandnot(grey, s);
+    out[2] = s;
+    if (any(grey)) { /* rare in most pictures: skip the masks without one */
+        out[0] = bandnot(grey, out[0]);
+        out[2] = bandnot(grey, out[2]);
+    }
 }
 
 /* ------------------------------------------------------- HLS -> RGB ------ */
@@ -349,47 +360,45 @@ inline void rgb_from_hls(V h, V l, V s, V out[3])
  * four-lane registers and the two halves of eight-lane ones alike. */
 template <int imm> inline __m128 shuf(__m128 a, __m128 b) { return _mm_shuffle_ps(a, b, imm); }
 inline __m128 unpack_lo(__m128 a, __m128 b) { return _mm_unpacklo_ps(a, b); }
+inline __m128 unpack_hi(__m128 a, __m128 b) { return _mm_unpackhi_ps(a, b); }
 #if LUMI_HAS_AVX
 template <int imm> inline __m256 shuf(__m256 a, __m256 b) { return _mm256_shuffle_ps(a, b, imm); }
 inline __m256 unpack_lo(__m256 a, __m256 b) { return _mm256_unpacklo_ps(a, b); }
+inline __m256 unpack_hi(__m256 a, __m256 b) { return _mm256_unpackhi_ps(a, b); }
 #endif
 
 /* Four pixels of three floats (a b c, 12 values) to one register per
  * channel, and back; on eight lanes, each half holds four pixels. */
 #if LUMI_HAS_SSE41
-/* Element k of every channel sits in a different place of a, b and c, so
- * two immediate blends gather each channel in a fixed order and one
- * permute within the register puts it right; the way back is the same
- * moves reversed.  Blends run on more ports than shuffles do. */
+/* Each channel is one two-source shuffle: lanes 0-1 come from one register
+ * and lanes 2-3 from another, so an immediate blend first brings the two
+ * elements a shuffle needs into one register where they sit in different
+ * lanes.  Seven moves gather the channels and eight scatter them back. */
 template <int imm> inline __m128 blend(__m128 a, __m128 b) { return _mm_blend_ps(a, b, imm); }
-template <int imm> inline __m128 permute(__m128 a) { return _mm_shuffle_ps(a, a, imm); }
 #if LUMI_HAS_AVX
 template <int imm> inline __m256 blend(__m256 a, __m256 b)
 {
     return _mm256_blend_ps(a, b, imm | imm << 4);
 }
-template <int imm> inline __m256 permute(__m256 a) { return _mm256_permute_ps(a, imm); }
 #endif
-
-constexpr int kOrderX = _MM_SHUFFLE(1, 2, 3, 0); /* x0 x3 x2 x1, its own inverse */
-constexpr int kOrderY = _MM_SHUFFLE(2, 3, 0, 1); /* y1 y0 y3 y2, likewise */
-constexpr int kOrderZ = _MM_SHUFFLE(3, 0, 1, 2); /* z2 z1 z0 z3, likewise */
 
 template <class V>
 inline void deinterleave(V a, V b, V c, V out[3])
 {
-    out[0] = permute<kOrderX>(blend<0x2>(blend<0x4>(a, b), c)); /* a0 c1 b2 a3 */
-    out[1] = permute<kOrderY>(blend<0x4>(blend<0x2>(b, a), c)); /* b0 a1 c2 b3 */
-    out[2] = permute<kOrderZ>(blend<0x4>(blend<0x2>(c, b), a)); /* c0 b1 a2 c3 */
+    /* a = r0 g0 b0 r1, b = g1 b1 r2 g2, c = b2 r3 g3 b3 */
+    out[0] = shuf<_MM_SHUFFLE(1, 2, 3, 0)>(a, blend<0x2>(b, c)); /* r0 r1 from a, r3 r2 from g1 r3 r2 g2 */
+    out[1] = shuf<_MM_SHUFFLE(2, 3, 0, 1)>(blend<0x1>(a, b),      /* g1 g0 b0 r1 */
+                                           blend<0x4>(b, c));     /* g1 b1 g3 g2 */
+    out[2] = shuf<_MM_SHUFFLE(3, 0, 1, 2)>(blend<0x2>(a, b), c); /* r0 b1 b0 r1; b2 .. b3 from c */
 }
 
 template <class V>
 inline void interleave(V r, V g, V b, V out[3])
 {
-    const V x = permute<kOrderX>(r), y = permute<kOrderY>(g), z = permute<kOrderZ>(b);
-    out[0] = blend<0x4>(blend<0x2>(x, y), z);
-    out[1] = blend<0x4>(blend<0x2>(y, z), x);
-    out[2] = blend<0x4>(blend<0x2>(z, x), y);
+    const V br = blend<0xa>(b, r);                                                /* b0 r1 b2 r3 */
+    out[0] = shuf<_MM_SHUFFLE(1, 0, 1, 0)>(unpack_lo(r, g), br);                  /* r0 g0 b0 r1 */
+    out[1] = shuf<_MM_SHUFFLE(1, 0, 3, 2)>(unpack_lo(g, b), unpack_hi(r, g));     /* g1 b1 r2 g2 */
+    out[2] = shuf<_MM_SHUFFLE(3, 2, 3, 2)>(br, unpack_hi(g, b));                  /* b2 r3 g3 b3 */
 }
 #else
 template <class V>
@@ -530,22 +539,21 @@ inline void store4(Lum32f *p, const __m128 q[3])
 
 #if LUMI_HAS_AVX
 /* Eight float pixels (24 values): pixels 0..3 in the low halves, 4..7 in
- * the high ones, so that the shuffles above never cross the halves. */
+ * the high ones, so that the shuffles above never cross the halves.  Three
+ * whole-register loads (or stores) and three moves between the halves cost
+ * less than six half-register ones. */
 inline void load8(const Lum32f *p, __m256 out[3])
 {
-    __m256 v[3];
-    for (int k = 0; k < 3; ++k)
-        v[k] = _mm256_insertf128_ps(_mm256_castps128_ps256(_mm_loadu_ps(p + 4 * k)),
-                                    _mm_loadu_ps(p + 12 + 4 * k), 1);
-    deinterleave(v[0], v[1], v[2], out);
+    const __m256 v0 = _mm256_loadu_ps(p), v1 = _mm256_loadu_ps(p + 8), v2 = _mm256_loadu_ps(p + 16);
+    deinterleave(_mm256_blend_ps(v0, v1, 0xf0), _mm256_permute2f128_ps(v0, v2, 0x21),
+                 _mm256_blend_ps(v1, v2, 0xf0), out);
 }
 
 inline void store8(Lum32f *p, const __m256 q[3])
 {
-    for (int k = 0; k < 3; ++k) {
-        _mm_storeu_ps(p + 4 * k, _mm256_castps256_ps128(q[k]));
-        _mm_storeu_ps(p + 12 + 4 * k, _mm256_extractf128_ps(q[k], 1));
-    }
+    _mm256_storeu_ps(p, _mm256_permute2f128_ps(q[0], q[1], 0x20));
+    _mm256_storeu_ps(p + 8, _mm256_blend_ps(q[2], q[0], 0xf0));
+    _mm256_storeu_ps(p + 16, _mm256_permute2f128_ps(q[1], q[2], 0x31));
 }
 #endif
 

@@ -45,7 +45,9 @@
  * The AVX build runs the body's arithmetic on eight lanes, two rounds at a
  * time; each lane sees the same operations, so its results are those of the
  * SSE4.1 build.  Blends and byte shuffles move pixels between interleaved
- * memory and channel registers.
+ * memory and channel registers.  The float bodies test a block for grey
+ * pixels (delta at most 2^-23, or S = 0) and apply the masks or selects
+ * that give them their values only when there is one.
  *
  * Steps are bytes.  A 16-bit or float row advances by the step divided by
  * the element size; a negative step that is no whole number of elements is
@@ -255,9 +257,12 @@ struct Rgb32f {
     static void body(const V in[3], V out[3])
     {
         rgb_from_hls(mul(in[0], splat<V>(360.0f)), in[1], in[2], out);
+        /* S = 0 copies L; most blocks have no such pixel and skip the
+         * three selects. */
         const V grey = eq(in[2], splat<V>(0.0f));
-        for (int c = 0; c < 3; ++c)
-            out[c] = select(grey, in[1], out[c]);
+        if (any(grey))
+            for (int c = 0; c < 3; ++c)
+                out[c] = select(grey, in[1], out[c]);
     }
 };
 
