@@ -15,6 +15,9 @@
 #include "tier.h"
 
 #include <emmintrin.h>
+#if LUMI_HAS_SSSE3
+#include <tmmintrin.h>
+#endif
 
 #include "pifbilateral.h"
 
@@ -31,7 +34,8 @@ inline __m128i absdiff(__m128i a, __m128i b)
     return _mm_or_si128(_mm_subs_epu8(a, b), _mm_subs_epu8(b, a));
 }
 
-/* t[idx[i]] for the 16 bytes of idx, as two vectors of eight 16-bit lanes. */
+/* t[idx[i]] for the 16 bytes of idx, as two vectors of eight 16-bit lanes:
+ * scalar reads. */
 inline void lookup16(const Lum16u *t, __m128i idx, __m128i *lo, __m128i *hi)
 {
     alignas(16) Lum8u i[16];
@@ -93,15 +97,94 @@ inline void row_blocks(int32_t width, Block block)
 
 /* -------------------------------------------------------- fixed windows -- */
 
+const int32_t kMaxRings = 4;  /* 9x9 at step 1 */
+const int32_t kMaxPieces = 8; /* entries 0..127 */
+
+/* The ring tables of one call, as the lookups read them.  `scalar` is each
+ * ring's 256 entries.  Where the tier has a byte shuffle and every ring's
+ * entries are 0 from some index below 127 on, `pieces` counts the 16-entry
+ * pieces that reach past the last nonzero entry (so the last cell of the
+ * last piece is 0), and `lo` and `hi` hold the low and high bytes of each
+ * piece, XORed with the piece before; otherwise `pieces` is 0.
+ *
+ * A lookup clamps the index i to the last cell of the last piece, which
+ * leaves its entry unchanged (0 from there on), so i < 128.  Piece k is
+ * shuffled with i - 16k: for pieces up to i's own that is i's place in the
+ * piece, for later ones it wraps to 144 or more and the shuffle gives 0.
+ * The XOR of pieces 0 to j telescopes to piece j's entry. */
+struct RingTables {
+    const Lum16u *scalar[kMaxRings];
+    int32_t pieces;
+    __m128i lo[kMaxRings][kMaxPieces], hi[kMaxRings][kMaxPieces];
+};
+
+void ring_tables(const Lum16u *tables, int32_t rings, RingTables *rt)
+{
+    int32_t last = -1;
+    for (int32_t r = 0; r < rings; ++r) {
+        rt->scalar[r] = tables + r * 256;
+        for (int32_t d = 255; d > last; --d)
+            if (rt->scalar[r][d] != 0) {
+                last = d;
+                break;
+            }
+    }
+    rt->pieces = 0;
+#if LUMI_HAS_SSSE3
+    const int32_t pieces = (last + 1) / 16 + 1;
+    if (pieces > kMaxPieces)
+        return;
+    rt->pieces = pieces;
+    for (int32_t r = 0; r < rings; ++r)
+        for (int32_t k = 0; k < pieces; ++k) {
+            alignas(16) Lum8u lo[16], hi[16];
+            for (int32_t i = 0; i < 16; ++i) {
+                const int32_t d = 16 * k + i;
+                const int32_t e = rt->scalar[r][d] ^ (k > 0 ? rt->scalar[r][d - 16] : 0);
+                lo[i] = (Lum8u)e;
+                hi[i] = (Lum8u)(e >> 8);
+            }
+            rt->lo[r][k] = _mm_load_si128((const __m128i *)lo);
+            rt->hi[r][k] = _mm_load_si128((const __m128i *)hi);
+        }
+#endif
+}
+
+/* The entries of ring `ring` at the 16 indices of idx, as two vectors of
+ * eight 16-bit lanes; kNarrow when every entry fits a byte (kind 101), so
+ * only the low bytes are looked up. */
+template <bool kPieces, bool kNarrow>
+inline void ring_entries(const RingTables &rt, int32_t ring, __m128i idx, __m128i *t0,
+                         __m128i *t1)
+{
+#if LUMI_HAS_SSSE3
+    if (kPieces) {
+        const __m128i *lo = rt.lo[ring], *hi = rt.hi[ring], sixteen = _mm_set1_epi8(16);
+        idx = _mm_min_epu8(idx, _mm_set1_epi8((char)(16 * rt.pieces - 1)));
+        __m128i l = _mm_shuffle_epi8(lo[0], idx);
+        __m128i h = kNarrow ? _mm_setzero_si128() : _mm_shuffle_epi8(hi[0], idx);
+        for (int32_t k = 1; k < rt.pieces; ++k) {
+            idx = _mm_sub_epi8(idx, sixteen);
+            l = _mm_xor_si128(l, _mm_shuffle_epi8(lo[k], idx));
+            if (!kNarrow)
+                h = _mm_xor_si128(h, _mm_shuffle_epi8(hi[k], idx));
+        }
+        *t0 = _mm_unpacklo_epi8(l, h);
+        *t1 = _mm_unpackhi_epi8(l, h);
+        return;
+    }
+#endif
+    lookup16(rt.scalar[ring], idx, t0, t1);
+}
+
 struct Neighbours {
     int32_t count;
     intptr_t offset[kMaxNeighbours];
-    const Lum16u *table[kMaxNeighbours];
+    int32_t ring[kMaxNeighbours]; /* 0 for the first ring of the window */
 };
 
-/* Every sample of the window but the centre, in row order, with its ring's
- * table. */
-void list_neighbours(const Rows &rows, int32_t q, int32_t s, const Lum16u *tables, Neighbours *nb)
+/* Every sample of the window but the centre, in row order, with its ring. */
+void list_neighbours(const Rows &rows, int32_t q, int32_t s, Neighbours *nb)
 {
     nb->count = 0;
     for (int32_t dy = -q; dy <= q; dy += s)
@@ -111,14 +194,15 @@ void list_neighbours(const Rows &rows, int32_t q, int32_t s, const Lum16u *table
             if (r == 0)
                 continue;
             nb->offset[nb->count] = dy * rows.srcStep + dx;
-            nb->table[nb->count] = tables + (r / s - 1) * 256;
+            nb->ring[nb->count] = r / s - 1;
             ++nb->count;
         }
 }
 
 /* Kind 100: 32-bit sums, c << 14 and 1 << 14 to start, two neighbours a
  * multiply-add; one shared division. */
-void gauss_block(const Lum8u *src, Lum8u *dst, const Neighbours &nb)
+template <bool kPieces>
+void gauss_block(const Lum8u *src, Lum8u *dst, const Neighbours &nb, const RingTables &rt)
 {
     const __m128i z = _mm_setzero_si128(), ones = _mm_set1_epi16(1);
     const __m128i c = load16(src);
@@ -131,8 +215,8 @@ void gauss_block(const Lum8u *src, Lum8u *dst, const Neighbours &nb)
     for (int32_t i = 0; i + 1 < nb.count; i += 2) {
         const __m128i pa = load16(src + nb.offset[i]), pb = load16(src + nb.offset[i + 1]);
         __m128i ta[2], tb[2];
-        lookup16(nb.table[i], absdiff(pa, c), &ta[0], &ta[1]);
-        lookup16(nb.table[i + 1], absdiff(pb, c), &tb[0], &tb[1]);
+        ring_entries<kPieces, false>(rt, nb.ring[i], absdiff(pa, c), &ta[0], &ta[1]);
+        ring_entries<kPieces, false>(rt, nb.ring[i + 1], absdiff(pb, c), &tb[0], &tb[1]);
         const __m128i va[2] = {_mm_unpacklo_epi8(pa, z), _mm_unpackhi_epi8(pa, z)};
         const __m128i vb[2] = {_mm_unpacklo_epi8(pb, z), _mm_unpackhi_epi8(pb, z)};
         for (int h = 0; h < 2; ++h) {
@@ -158,7 +242,8 @@ void gauss_block(const Lum8u *src, Lum8u *dst, const Neighbours &nb)
  * (the centre's c << 4 and 14 neighbours) fit an unsigned 16-bit lane; the
  * numerators move to 32-bit sums every 14 neighbours.  The denominator,
  * at most 16 * 81, stays in 16 bits. */
-void gauss_fast_block(const Lum8u *src, Lum8u *dst, const Neighbours &nb)
+template <bool kPieces>
+void gauss_fast_block(const Lum8u *src, Lum8u *dst, const Neighbours &nb, const RingTables &rt)
 {
     const __m128i z = _mm_setzero_si128();
     const __m128i c = load16(src);
@@ -169,7 +254,7 @@ void gauss_fast_block(const Lum8u *src, Lum8u *dst, const Neighbours &nb)
     for (int32_t i = 0; i < nb.count; ++i) {
         const __m128i p = load16(src + nb.offset[i]);
         __m128i t[2];
-        lookup16(nb.table[i], absdiff(p, c), &t[0], &t[1]);
+        ring_entries<kPieces, true>(rt, nb.ring[i], absdiff(p, c), &t[0], &t[1]);
         n16[0] = _mm_add_epi16(n16[0], _mm_mullo_epi16(t[0], _mm_unpacklo_epi8(p, z)));
         n16[1] = _mm_add_epi16(n16[1], _mm_mullo_epi16(t[1], _mm_unpackhi_epi8(p, z)));
         d16[0] = _mm_add_epi16(d16[0], t[0]);
@@ -188,6 +273,21 @@ void gauss_fast_block(const Lum8u *src, Lum8u *dst, const Neighbours &nb)
     for (int k = 0; k < 4; ++k)
         q[k] = _mm_mul_ps(_mm_cvtepi32_ps(num.v[k]), _mm_rcp_ps(_mm_cvtepi32_ps(den.v[k])));
     store_pixels(dst, q);
+}
+
+template <bool kPieces>
+void fixed_rows(const Rows &rows, bool fast, const Neighbours &nb, const RingTables &rt)
+{
+    for (int32_t y = 0; y < rows.height; ++y) {
+        const Lum8u *src = rows.src + y * rows.srcStep;
+        Lum8u *dst = rows.dst + y * rows.dstStep;
+        if (fast)
+            row_blocks(rows.width,
+                       [&](int32_t x) { gauss_fast_block<kPieces>(src + x, dst + x, nb, rt); });
+        else
+            row_blocks(rows.width,
+                       [&](int32_t x) { gauss_block<kPieces>(src + x, dst + x, nb, rt); });
+    }
 }
 
 /* ------------------------------------------------------- general window -- */
@@ -233,15 +333,13 @@ void general_block(const Rows &rows, const Lum8u *src, Lum8u *dst, int32_t qx, i
 void fixed_kernel(const Rows &rows, int32_t q, int32_t s, bool fast, const Lum16u *tables)
 {
     Neighbours nb;
-    list_neighbours(rows, q, s, tables, &nb);
-    for (int32_t y = 0; y < rows.height; ++y) {
-        const Lum8u *src = rows.src + y * rows.srcStep;
-        Lum8u *dst = rows.dst + y * rows.dstStep;
-        if (fast)
-            row_blocks(rows.width, [&](int32_t x) { gauss_fast_block(src + x, dst + x, nb); });
-        else
-            row_blocks(rows.width, [&](int32_t x) { gauss_block(src + x, dst + x, nb); });
-    }
+    list_neighbours(rows, q, s, &nb);
+    RingTables rt;
+    ring_tables(tables, q / s, &rt);
+    if (rt.pieces > 0)
+        fixed_rows<true>(rows, fast, nb, rt);
+    else
+        fixed_rows<false>(rows, fast, nb, rt);
 }
 
 void general_kernel(const Rows &rows, int32_t qx, int32_t qy, int32_t s, const Lum32f *value0,
