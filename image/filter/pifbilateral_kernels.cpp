@@ -152,18 +152,19 @@ void ring_tables(const Lum16u *tables, int32_t rings, RingTables *rt)
 
 /* The entries of ring `ring` at the 16 indices of idx, as two vectors of
  * eight 16-bit lanes; kNarrow when every entry fits a byte (kind 101), so
- * only the low bytes are looked up. */
-template <bool kPieces, bool kNarrow>
+ * only the low bytes are looked up.  kPieces is rt.pieces, as a constant so
+ * that the shuffles unroll; 0 reads the scalar tables. */
+template <int32_t kPieces, bool kNarrow>
 inline void ring_entries(const RingTables &rt, int32_t ring, __m128i idx, __m128i *t0,
                          __m128i *t1)
 {
 #if LUMI_HAS_SSSE3
-    if (kPieces) {
+    if (kPieces > 0) {
         const __m128i *lo = rt.lo[ring], *hi = rt.hi[ring], sixteen = _mm_set1_epi8(16);
-        idx = _mm_min_epu8(idx, _mm_set1_epi8((char)(16 * rt.pieces - 1)));
+        idx = _mm_min_epu8(idx, _mm_set1_epi8((char)(16 * kPieces - 1)));
         __m128i l = _mm_shuffle_epi8(lo[0], idx);
         __m128i h = kNarrow ? _mm_setzero_si128() : _mm_shuffle_epi8(hi[0], idx);
-        for (int32_t k = 1; k < rt.pieces; ++k) {
+        for (int32_t k = 1; k < kPieces; ++k) {
             idx = _mm_sub_epi8(idx, sixteen);
             l = _mm_xor_si128(l, _mm_shuffle_epi8(lo[k], idx));
             if (!kNarrow)
@@ -177,32 +178,96 @@ inline void ring_entries(const RingTables &rt, int32_t ring, __m128i idx, __m128
     lookup16(rt.scalar[ring], idx, t0, t1);
 }
 
-struct Neighbours {
-    int32_t count;
-    intptr_t offset[kMaxNeighbours];
-    int32_t ring[kMaxNeighbours]; /* 0 for the first ring of the window */
-};
-
-/* Every sample of the window but the centre, in row order, with its ring. */
-void list_neighbours(const Rows &rows, int32_t q, int32_t s, Neighbours *nb)
+/* Weights of 16 pairs of samples, one per lane of idx (their |difference|):
+ * 16-bit entries for kind 100, entries in bytes for kind 101, whose entries
+ * are at most 16. */
+template <int32_t kPieces>
+inline void ring_entries16(const RingTables &rt, int32_t ring, __m128i idx, __m128i *t0,
+                           __m128i *t1)
 {
-    nb->count = 0;
-    for (int32_t dy = -q; dy <= q; dy += s)
-        for (int32_t dx = -q; dx <= q; dx += s) {
-            const int32_t r = (dx < 0 ? -dx : dx) > (dy < 0 ? -dy : dy) ? (dx < 0 ? -dx : dx)
-                                                                      : (dy < 0 ? -dy : dy);
-            if (r == 0)
-                continue;
-            nb->offset[nb->count] = dy * rows.srcStep + dx;
-            nb->ring[nb->count] = r / s - 1;
-            ++nb->count;
-        }
+    ring_entries<kPieces, false>(rt, ring, idx, t0, t1);
 }
 
-/* Kind 100: 32-bit sums, c << 14 and 1 << 14 to start, two neighbours a
- * multiply-add; one shared division. */
-template <bool kPieces>
-void gauss_block(const Lum8u *src, Lum8u *dst, const Neighbours &nb, const RingTables &rt)
+template <int32_t kPieces>
+inline __m128i ring_entries8(const RingTables &rt, int32_t ring, __m128i idx)
+{
+    __m128i t0, t1;
+    ring_entries<kPieces, true>(rt, ring, idx, &t0, &t1);
+    return _mm_packus_epi16(t0, t1);
+}
+
+/* The weight of a pair of samples is the same seen from either of them
+ * (the ring and |p - c| are symmetric), so each pair is looked up once.
+ * For every offset o = (dx, dy) of the forward half of the window (dy > 0,
+ * or dy = 0 and dx > 0), a row of pair weights
+ *     W_o(x, y) = T_ring(o)[|I(x, y) - I(x + dx, y + dy)|]
+ * is made for each source row; pixel (x, y) then reads its neighbour at
+ * +o with weight W_o(x, y) and its neighbour at -o with W_o(x - dx, y - dy).
+ * The weight rows of an offset live in a ring of dy + 1 rows.  Every sum
+ * is an exact integer that cannot wrap, so the order in which neighbours
+ * are added leaves num and den, and so the pixels, as they were.
+ *
+ * The rows are kept to a strip of columns so that all rings fit a fixed
+ * amount of automatic storage (the filter takes no memory); strips are a
+ * multiple of 16 wide and output blocks keep their places in the row (the
+ * shared division of kind 100 depends on which pixels share a block). */
+const int32_t kMaxPairs = kMaxNeighbours / 2;
+const int32_t kPairBytes = 40960;
+
+struct Pair {
+    int32_t dx, dy, ring;
+    intptr_t offset; /* dy * srcStep + dx */
+    int32_t base;    /* first element of the offset's ring of weight rows */
+};
+
+struct PairPlan {
+    int32_t q, count;
+    Pair pair[kMaxPairs];
+    int32_t strip;  /* output columns per strip, a multiple of 16 */
+    int32_t stride; /* elements per weight row */
+};
+
+void plan_pairs(const Rows &rows, int32_t q, int32_t s, int32_t elemBytes, PairPlan *pl)
+{
+    pl->q = q;
+    pl->count = 0;
+    int32_t slots = 0;
+    for (int32_t dy = 0; dy <= q; dy += s)
+        for (int32_t dx = -q; dx <= q; dx += s) {
+            if (dy == 0 && dx <= 0)
+                continue;
+            const int32_t ax = dx < 0 ? -dx : dx;
+            Pair &p = pl->pair[pl->count++];
+            p.dx = dx;
+            p.dy = dy;
+            p.ring = (ax > dy ? ax : dy) / s - 1;
+            p.offset = dy * rows.srcStep + dx;
+            p.base = slots;
+            slots += dy + 1;
+        }
+    /* A strip's weight row spans the window's reach either side and the
+     * last block of the row, which may end up to 15 columns further. */
+    const int32_t row = kPairBytes / elemBytes / slots;
+    pl->strip = (row - 16 - 2 * q) & ~15;
+    pl->stride = pl->strip + 16 + 2 * q;
+    for (int32_t i = 0; i < pl->count; ++i)
+        pl->pair[i].base *= pl->stride;
+}
+
+/* Calls f(x) for blocks of 16 covering columns lo..hi (at least 16), the
+ * last one moved back to end on hi. */
+template <typename F>
+inline void column_blocks(int32_t lo, int32_t hi, F f)
+{
+    for (int32_t x = lo; x < hi - 15; x += 16)
+        f(x);
+    f(hi - 15);
+}
+
+/* Kind 100: two neighbours (the pair at +o and -o) a multiply-add into
+ * 32-bit sums started at c << 14 and 1 << 14; one shared division. */
+void gauss_pairs_block(const Lum8u *src, Lum8u *dst, const PairPlan &pl,
+                       const Lum16u *const *fwd, const Lum16u *const *bwd, int32_t col)
 {
     const __m128i z = _mm_setzero_si128(), ones = _mm_set1_epi16(1);
     const __m128i c = load16(src);
@@ -212,11 +277,14 @@ void gauss_block(const Lum8u *src, Lum8u *dst, const Neighbours &nb, const RingT
         num.v[k] = _mm_slli_epi32(num.v[k], 14);
         den.v[k] = _mm_set1_epi32(1 << 14);
     }
-    for (int32_t i = 0; i + 1 < nb.count; i += 2) {
-        const __m128i pa = load16(src + nb.offset[i]), pb = load16(src + nb.offset[i + 1]);
-        __m128i ta[2], tb[2];
-        ring_entries<kPieces, false>(rt, nb.ring[i], absdiff(pa, c), &ta[0], &ta[1]);
-        ring_entries<kPieces, false>(rt, nb.ring[i + 1], absdiff(pb, c), &tb[0], &tb[1]);
+    for (int32_t i = 0; i < pl.count; ++i) {
+        const Pair &o = pl.pair[i];
+        const __m128i pa = load16(src + o.offset), pb = load16(src - o.offset);
+        const Lum16u *wa = fwd[i] + col, *wb = bwd[i] + col - o.dx;
+        const __m128i ta[2] = {_mm_loadu_si128((const __m128i *)wa),
+                               _mm_loadu_si128((const __m128i *)(wa + 8))};
+        const __m128i tb[2] = {_mm_loadu_si128((const __m128i *)wb),
+                               _mm_loadu_si128((const __m128i *)(wb + 8))};
         const __m128i va[2] = {_mm_unpacklo_epi8(pa, z), _mm_unpackhi_epi8(pa, z)};
         const __m128i vb[2] = {_mm_unpacklo_epi8(pb, z), _mm_unpackhi_epi8(pb, z)};
         for (int h = 0; h < 2; ++h) {
@@ -238,12 +306,34 @@ void gauss_block(const Lum8u *src, Lum8u *dst, const Neighbours &nb, const RingT
     divide_store(dst, n, d);
 }
 
+/* Ta * pa + Tb * pb into n and Ta + Tb into d, 16-bit lanes, for entries
+ * of at most 16 (so each sum of two is at most 8160).  With SSSE3 one
+ * multiply-add of unsigned by signed bytes does both products. */
+inline void fast_pair(__m128i pa, __m128i pb, __m128i ta, __m128i tb, __m128i n[2], __m128i d[2])
+{
+    const __m128i z = _mm_setzero_si128();
+#if LUMI_HAS_SSSE3
+    n[0] = _mm_add_epi16(n[0], _mm_maddubs_epi16(_mm_unpacklo_epi8(pa, pb),
+                                                 _mm_unpacklo_epi8(ta, tb)));
+    n[1] = _mm_add_epi16(n[1], _mm_maddubs_epi16(_mm_unpackhi_epi8(pa, pb),
+                                                 _mm_unpackhi_epi8(ta, tb)));
+#else
+    n[0] = _mm_add_epi16(n[0], _mm_mullo_epi16(_mm_unpacklo_epi8(ta, z), _mm_unpacklo_epi8(pa, z)));
+    n[0] = _mm_add_epi16(n[0], _mm_mullo_epi16(_mm_unpacklo_epi8(tb, z), _mm_unpacklo_epi8(pb, z)));
+    n[1] = _mm_add_epi16(n[1], _mm_mullo_epi16(_mm_unpackhi_epi8(ta, z), _mm_unpackhi_epi8(pa, z)));
+    n[1] = _mm_add_epi16(n[1], _mm_mullo_epi16(_mm_unpackhi_epi8(tb, z), _mm_unpackhi_epi8(pb, z)));
+#endif
+    const __m128i t = _mm_add_epi8(ta, tb);
+    d[0] = _mm_add_epi16(d[0], _mm_unpacklo_epi8(t, z));
+    d[1] = _mm_add_epi16(d[1], _mm_unpackhi_epi8(t, z));
+}
+
 /* Kind 101: entries up to 16, so T * p is at most 4080 and 15 such terms
  * (the centre's c << 4 and 14 neighbours) fit an unsigned 16-bit lane; the
- * numerators move to 32-bit sums every 14 neighbours.  The denominator,
- * at most 16 * 81, stays in 16 bits. */
-template <bool kPieces>
-void gauss_fast_block(const Lum8u *src, Lum8u *dst, const Neighbours &nb, const RingTables &rt)
+ * numerators move to 32-bit sums every 7 pairs.  The denominator, at most
+ * 16 * 81, stays in 16 bits. */
+void gauss_fast_pairs_block(const Lum8u *src, Lum8u *dst, const PairPlan &pl,
+                            const Lum8u *const *fwd, const Lum8u *const *bwd, int32_t col)
 {
     const __m128i z = _mm_setzero_si128();
     const __m128i c = load16(src);
@@ -251,15 +341,12 @@ void gauss_fast_block(const Lum8u *src, Lum8u *dst, const Neighbours &nb, const 
                       _mm_slli_epi16(_mm_unpackhi_epi8(c, z), 4)};
     __m128i d16[2] = {_mm_set1_epi16(16), _mm_set1_epi16(16)};
     Sums num = {{z, z, z, z}};
-    for (int32_t i = 0; i < nb.count; ++i) {
-        const __m128i p = load16(src + nb.offset[i]);
-        __m128i t[2];
-        ring_entries<kPieces, true>(rt, nb.ring[i], absdiff(p, c), &t[0], &t[1]);
-        n16[0] = _mm_add_epi16(n16[0], _mm_mullo_epi16(t[0], _mm_unpacklo_epi8(p, z)));
-        n16[1] = _mm_add_epi16(n16[1], _mm_mullo_epi16(t[1], _mm_unpackhi_epi8(p, z)));
-        d16[0] = _mm_add_epi16(d16[0], t[0]);
-        d16[1] = _mm_add_epi16(d16[1], t[1]);
-        if (i % 14 == 13 || i + 1 == nb.count) {
+    for (int32_t i = 0; i < pl.count; ++i) {
+        const Pair &o = pl.pair[i];
+        const __m128i ta = _mm_loadu_si128((const __m128i *)(fwd[i] + col));
+        const __m128i tb = _mm_loadu_si128((const __m128i *)(bwd[i] + col - o.dx));
+        fast_pair(load16(src + o.offset), load16(src - o.offset), ta, tb, n16, d16);
+        if (i % 7 == 6 || i + 1 == pl.count) {
             Sums part;
             widen16(n16[0], n16[1], &part);
             for (int k = 0; k < 4; ++k)
@@ -275,18 +362,84 @@ void gauss_fast_block(const Lum8u *src, Lum8u *dst, const Neighbours &nb, const 
     store_pixels(dst, q);
 }
 
-template <bool kPieces>
-void fixed_rows(const Rows &rows, bool fast, const Neighbours &nb, const RingTables &rt)
+/* One strip, output columns xa..xb - 1, walked down the image: the weight
+ * rows of source row y (from -q, the first row the window reaches) and
+ * then, from row 0, output row y, whose backward weights are already made.
+ * Elem is Lum16u for kind 100 and Lum8u for kind 101. */
+template <typename Elem, int32_t kPieces>
+void paired_strip(const Rows &rows, const PairPlan &pl, const RingTables &rt, Elem *weights,
+                  int32_t xa, int32_t xb)
 {
-    for (int32_t y = 0; y < rows.height; ++y) {
+    const int32_t q = pl.q;
+    const Elem *fwd[kMaxPairs], *bwd[kMaxPairs];
+    for (int32_t y = -q; y < rows.height; ++y) {
         const Lum8u *src = rows.src + y * rows.srcStep;
+        for (int32_t i = 0; i < pl.count; ++i) {
+            const Pair &o = pl.pair[i];
+            const int32_t ax = o.dx < 0 ? -o.dx : o.dx;
+            Elem *w = weights + o.base + (y + q) % (o.dy + 1) * pl.stride + q;
+            const int32_t lo = xa - (o.dx > 0 ? o.dx : 0), hi = lo + (xb - xa) + ax - 1;
+            column_blocks(lo, hi, [&](int32_t x) {
+                const __m128i idx = absdiff(load16(src + x), load16(src + x + o.offset));
+                if constexpr (sizeof(Elem) == 2) {
+                    __m128i t0, t1;
+                    ring_entries16<kPieces>(rt, o.ring, idx, &t0, &t1);
+                    _mm_storeu_si128((__m128i *)(w + (x - xa)), t0);
+                    _mm_storeu_si128((__m128i *)(w + (x - xa) + 8), t1);
+                } else {
+                    _mm_storeu_si128((__m128i *)(w + (x - xa)),
+                                     ring_entries8<kPieces>(rt, o.ring, idx));
+                }
+            });
+        }
+        if (y < 0)
+            continue;
+        for (int32_t i = 0; i < pl.count; ++i) {
+            const Pair &o = pl.pair[i];
+            const Elem *ring = weights + o.base;
+            fwd[i] = ring + (y + q) % (o.dy + 1) * pl.stride;
+            bwd[i] = ring + (y + q - o.dy) % (o.dy + 1) * pl.stride;
+        }
         Lum8u *dst = rows.dst + y * rows.dstStep;
-        if (fast)
-            row_blocks(rows.width,
-                       [&](int32_t x) { gauss_fast_block<kPieces>(src + x, dst + x, nb, rt); });
-        else
-            row_blocks(rows.width,
-                       [&](int32_t x) { gauss_block<kPieces>(src + x, dst + x, nb, rt); });
+        column_blocks(xa, xb - 1, [&](int32_t x) {
+            if constexpr (sizeof(Elem) == 2)
+                gauss_pairs_block(src + x, dst + x, pl, fwd, bwd, x - xa + q);
+            else
+                gauss_fast_pairs_block(src + x, dst + x, pl, fwd, bwd, x - xa + q);
+        });
+    }
+}
+
+template <typename Elem, int32_t kPieces>
+void paired_rows(const Rows &rows, int32_t q, int32_t s, const RingTables &rt)
+{
+    PairPlan pl;
+    plan_pairs(rows, q, s, (int32_t)sizeof(Elem), &pl);
+    alignas(16) Elem weights[kPairBytes / sizeof(Elem)];
+    /* Strips of pl.strip columns; the one holding the row's last block
+     * runs to the end of the row. */
+    for (int32_t xa = 0;; xa += pl.strip) {
+        const bool last = rows.width - 16 < xa + pl.strip;
+        paired_strip<Elem, kPieces>(rows, pl, rt, weights, xa, last ? rows.width : xa + pl.strip);
+        if (last)
+            break;
+    }
+}
+
+template <typename Elem>
+void paired_rows_by_pieces(const Rows &rows, int32_t q, int32_t s, const RingTables &rt)
+{
+    static_assert(kMaxPieces == 8, "one case per piece count");
+    switch (rt.pieces) {
+    case 1: return paired_rows<Elem, 1>(rows, q, s, rt);
+    case 2: return paired_rows<Elem, 2>(rows, q, s, rt);
+    case 3: return paired_rows<Elem, 3>(rows, q, s, rt);
+    case 4: return paired_rows<Elem, 4>(rows, q, s, rt);
+    case 5: return paired_rows<Elem, 5>(rows, q, s, rt);
+    case 6: return paired_rows<Elem, 6>(rows, q, s, rt);
+    case 7: return paired_rows<Elem, 7>(rows, q, s, rt);
+    case 8: return paired_rows<Elem, 8>(rows, q, s, rt);
+    default: return paired_rows<Elem, 0>(rows, q, s, rt);
     }
 }
 
@@ -332,14 +485,12 @@ void general_block(const Rows &rows, const Lum8u *src, Lum8u *dst, int32_t qx, i
 
 void fixed_kernel(const Rows &rows, int32_t q, int32_t s, bool fast, const Lum16u *tables)
 {
-    Neighbours nb;
-    list_neighbours(rows, q, s, &nb);
     RingTables rt;
     ring_tables(tables, q / s, &rt);
-    if (rt.pieces > 0)
-        fixed_rows<true>(rows, fast, nb, rt);
+    if (fast)
+        paired_rows_by_pieces<Lum8u>(rows, q, s, rt);
     else
-        fixed_rows<false>(rows, fast, nb, rt);
+        paired_rows_by_pieces<Lum16u>(rows, q, s, rt);
 }
 
 void general_kernel(const Rows &rows, int32_t qx, int32_t qy, int32_t s, const Lum32f *value0,
