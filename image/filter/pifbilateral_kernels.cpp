@@ -102,73 +102,86 @@ const int32_t kMaxPieces = 8; /* entries 0..127 */
 
 /* The ring tables of one call, as the lookups read them.  `scalar` is each
  * ring's 256 entries.  Where the tier has a byte shuffle and every ring's
- * entries are 0 from some index below 127 on, `pieces` counts the 16-entry
- * pieces that reach past the last nonzero entry (so the last cell of the
- * last piece is 0), and `lo` and `hi` hold the low and high bytes of each
- * piece, XORed with the piece before; otherwise `pieces` is 0.
+ * entries are 0 from index 127 on, the entries are also kept as 16-entry
+ * pieces of their low and high bytes: `pieces` of them reach the last
+ * nonzero entry, `hiPieces` the last entry of 256 or more; otherwise
+ * `pieces` is 0 and the scalar tables serve.
  *
- * A lookup clamps the index i to the last cell of the last piece, which
- * leaves its entry unchanged (0 from there on), so i < 128.  Piece k is
- * shuffled with i - 16k: for pieces up to i's own that is i's place in the
- * piece, for later ones it wraps to 144 or more and the shuffle gives 0.
- * The XOR of pieces 0 to j telescopes to piece j's entry. */
+ * Piece k of a plane (k = 1 up to its count) holds the XOR of the plane's
+ * 16 entries from 16(k - 1) with the 16 from 16k (0 past the count).  A
+ * lookup clamps the index i to 127 (the entry stays 0) and shuffles piece k
+ * with i + 128 - 16k: for i below 16k that is i's place in the piece, for
+ * i at or above it the top bit is set and the shuffle gives 0.  For i in
+ * the j-th 16 entries the pieces from j + 1 up are XORed, which telescopes
+ * to the entry itself; past the count no piece is, which gives the 0 that
+ * stands there.  So the high bytes, 0 sooner, take fewer shuffles. */
 struct RingTables {
     const Lum16u *scalar[kMaxRings];
-    int32_t pieces;
+    int32_t pieces, hiPieces;
     __m128i lo[kMaxRings][kMaxPieces], hi[kMaxRings][kMaxPieces];
 };
 
+#if LUMI_HAS_SSSE3
+/* Piece k (from 1) of one plane of a 256-entry table, `shift` picking the
+ * byte, in lanes of `out`. */
+void table_piece(const Lum16u *t, int32_t k, int32_t count, int32_t shift, __m128i *out)
+{
+    alignas(16) Lum8u b[16];
+    for (int32_t i = 0; i < 16; ++i) {
+        const int32_t below = t[16 * (k - 1) + i] >> shift;
+        const int32_t above = k < count ? t[16 * k + i] >> shift : 0;
+        b[i] = (Lum8u)(below ^ above);
+    }
+    *out = _mm_load_si128((const __m128i *)b);
+}
+#endif
+
 void ring_tables(const Lum16u *tables, int32_t rings, RingTables *rt)
 {
-    int32_t last = -1;
+    int32_t last = -1, lastHi = -1;
     for (int32_t r = 0; r < rings; ++r) {
         rt->scalar[r] = tables + r * 256;
-        for (int32_t d = 255; d > last; --d)
-            if (rt->scalar[r][d] != 0) {
+        for (int32_t d = 0; d < 256; ++d) {
+            if (rt->scalar[r][d] != 0 && d > last)
                 last = d;
-                break;
-            }
-    }
-    rt->pieces = 0;
-#if LUMI_HAS_SSSE3
-    const int32_t pieces = (last + 1) / 16 + 1;
-    if (pieces > kMaxPieces)
-        return;
-    rt->pieces = pieces;
-    for (int32_t r = 0; r < rings; ++r)
-        for (int32_t k = 0; k < pieces; ++k) {
-            alignas(16) Lum8u lo[16], hi[16];
-            for (int32_t i = 0; i < 16; ++i) {
-                const int32_t d = 16 * k + i;
-                const int32_t e = rt->scalar[r][d] ^ (k > 0 ? rt->scalar[r][d - 16] : 0);
-                lo[i] = (Lum8u)e;
-                hi[i] = (Lum8u)(e >> 8);
-            }
-            rt->lo[r][k] = _mm_load_si128((const __m128i *)lo);
-            rt->hi[r][k] = _mm_load_si128((const __m128i *)hi);
+            if (rt->scalar[r][d] >= 256 && d > lastHi)
+                lastHi = d;
         }
+    }
+    rt->pieces = rt->hiPieces = 0;
+#if LUMI_HAS_SSSE3
+    if (last >= 16 * kMaxPieces - 1)
+        return;
+    rt->pieces = last < 0 ? 1 : (last + 16) / 16;
+    rt->hiPieces = (lastHi + 16) / 16;
+    for (int32_t r = 0; r < rings; ++r) {
+        for (int32_t k = 1; k <= rt->pieces; ++k)
+            table_piece(rt->scalar[r], k, rt->pieces, 0, &rt->lo[r][k - 1]);
+        for (int32_t k = 1; k <= rt->hiPieces; ++k)
+            table_piece(rt->scalar[r], k, rt->hiPieces, 8, &rt->hi[r][k - 1]);
+    }
 #endif
 }
 
 /* The entries of ring `ring` at the 16 indices of idx, as two vectors of
- * eight 16-bit lanes; kNarrow when every entry fits a byte (kind 101), so
- * only the low bytes are looked up.  kPieces is rt.pieces, as a constant so
- * that the shuffles unroll; 0 reads the scalar tables. */
-template <int32_t kPieces, bool kNarrow>
+ * eight 16-bit lanes.  kLo and kHi are rt.pieces and rt.hiPieces, as
+ * constants so that the shuffles unroll; kLo 0 reads the scalar tables. */
+template <int32_t kLo, int32_t kHi>
 inline void ring_entries(const RingTables &rt, int32_t ring, __m128i idx, __m128i *t0,
                          __m128i *t1)
 {
 #if LUMI_HAS_SSSE3
-    if (kPieces > 0) {
+    if (kLo > 0) {
         const __m128i *lo = rt.lo[ring], *hi = rt.hi[ring], sixteen = _mm_set1_epi8(16);
-        idx = _mm_min_epu8(idx, _mm_set1_epi8((char)(16 * kPieces - 1)));
-        __m128i l = _mm_shuffle_epi8(lo[0], idx);
-        __m128i h = kNarrow ? _mm_setzero_si128() : _mm_shuffle_epi8(hi[0], idx);
-        for (int32_t k = 1; k < kPieces; ++k) {
-            idx = _mm_sub_epi8(idx, sixteen);
-            l = _mm_xor_si128(l, _mm_shuffle_epi8(lo[k], idx));
-            if (!kNarrow)
-                h = _mm_xor_si128(h, _mm_shuffle_epi8(hi[k], idx));
+        idx = _mm_add_epi8(_mm_min_epu8(idx, _mm_set1_epi8(127)), _mm_set1_epi8(0x70));
+        __m128i l = _mm_setzero_si128(), h = _mm_setzero_si128();
+        for (int32_t k = 1; k <= (kLo > kHi ? kLo : kHi); ++k) {
+            if (k > 1)
+                idx = _mm_sub_epi8(idx, sixteen);
+            if (k <= kLo)
+                l = _mm_xor_si128(l, _mm_shuffle_epi8(lo[k - 1], idx));
+            if (k <= kHi)
+                h = _mm_xor_si128(h, _mm_shuffle_epi8(hi[k - 1], idx));
         }
         *t0 = _mm_unpacklo_epi8(l, h);
         *t1 = _mm_unpackhi_epi8(l, h);
@@ -176,24 +189,6 @@ inline void ring_entries(const RingTables &rt, int32_t ring, __m128i idx, __m128
     }
 #endif
     lookup16(rt.scalar[ring], idx, t0, t1);
-}
-
-/* Weights of 16 pairs of samples, one per lane of idx (their |difference|):
- * 16-bit entries for kind 100, entries in bytes for kind 101, whose entries
- * are at most 16. */
-template <int32_t kPieces>
-inline void ring_entries16(const RingTables &rt, int32_t ring, __m128i idx, __m128i *t0,
-                           __m128i *t1)
-{
-    ring_entries<kPieces, false>(rt, ring, idx, t0, t1);
-}
-
-template <int32_t kPieces>
-inline __m128i ring_entries8(const RingTables &rt, int32_t ring, __m128i idx)
-{
-    __m128i t0, t1;
-    ring_entries<kPieces, true>(rt, ring, idx, &t0, &t1);
-    return _mm_packus_epi16(t0, t1);
 }
 
 /* The weight of a pair of samples is the same seen from either of them
@@ -285,11 +280,10 @@ void gauss_pairs_block(const Lum8u *src, Lum8u *dst, const PairPlan &pl,
                                _mm_loadu_si128((const __m128i *)(wa + 8))};
         const __m128i tb[2] = {_mm_loadu_si128((const __m128i *)wb),
                                _mm_loadu_si128((const __m128i *)(wb + 8))};
-        const __m128i va[2] = {_mm_unpacklo_epi8(pa, z), _mm_unpackhi_epi8(pa, z)};
-        const __m128i vb[2] = {_mm_unpacklo_epi8(pb, z), _mm_unpackhi_epi8(pb, z)};
+        const __m128i ab[2] = {_mm_unpacklo_epi8(pa, pb), _mm_unpackhi_epi8(pa, pb)};
         for (int h = 0; h < 2; ++h) {
-            const __m128i p0 = _mm_unpacklo_epi16(va[h], vb[h]);
-            const __m128i p1 = _mm_unpackhi_epi16(va[h], vb[h]);
+            const __m128i p0 = _mm_unpacklo_epi8(ab[h], z);
+            const __m128i p1 = _mm_unpackhi_epi8(ab[h], z);
             const __m128i t0 = _mm_unpacklo_epi16(ta[h], tb[h]);
             const __m128i t1 = _mm_unpackhi_epi16(ta[h], tb[h]);
             num.v[2 * h] = _mm_add_epi32(num.v[2 * h], _mm_madd_epi16(p0, t0));
@@ -362,36 +356,77 @@ void gauss_fast_pairs_block(const Lum8u *src, Lum8u *dst, const PairPlan &pl,
     store_pixels(dst, q);
 }
 
+/* The weight rows of source row y for a strip of output columns xa..xb - 1:
+ * each offset's columns reach dx further left or right.  kLo and kHi as in
+ * ring_entries; kind 101 (Lum8u) has no high bytes. */
+template <typename Elem, int32_t kLo, int32_t kHi>
+void weigh_row(const Rows &rows, const PairPlan &pl, const RingTables &rt, Elem *weights,
+               int32_t y, int32_t xa, int32_t xb)
+{
+    const int32_t q = pl.q;
+    const Lum8u *src = rows.src + y * rows.srcStep;
+    for (int32_t i = 0; i < pl.count; ++i) {
+        const Pair &o = pl.pair[i];
+        const int32_t ax = o.dx < 0 ? -o.dx : o.dx;
+        Elem *w = weights + o.base + (y + q) % (o.dy + 1) * pl.stride + q;
+        const int32_t lo = xa - (o.dx > 0 ? o.dx : 0), hi = lo + (xb - xa) + ax - 1;
+        column_blocks(lo, hi, [&](int32_t x) {
+            const __m128i idx = absdiff(load16(src + x), load16(src + x + o.offset));
+            __m128i t0, t1;
+            ring_entries<kLo, kHi>(rt, o.ring, idx, &t0, &t1);
+            if constexpr (sizeof(Elem) == 2) {
+                _mm_storeu_si128((__m128i *)(w + (x - xa)), t0);
+                _mm_storeu_si128((__m128i *)(w + (x - xa) + 8), t1);
+            } else {
+                _mm_storeu_si128((__m128i *)(w + (x - xa)), _mm_packus_epi16(t0, t1));
+            }
+        });
+    }
+}
+
+template <typename Elem>
+using WeighRow = void (*)(const Rows &, const PairPlan &, const RingTables &, Elem *, int32_t,
+                          int32_t, int32_t);
+
+/* weigh_row for rt.pieces and rt.hiPieces, whose unrolled forms are made
+ * for every count up to kMaxPieces (high bytes for kind 100 only); the
+ * tier without a byte shuffle has the scalar form alone. */
+template <typename Elem, int32_t kLo, int32_t kHi = 0>
+WeighRow<Elem> weigh_row_hi(int32_t hiPieces)
+{
+    if constexpr (kHi >= kLo || sizeof(Elem) == 1)
+        return &weigh_row<Elem, kLo, kHi>;
+    else
+        return hiPieces <= kHi ? &weigh_row<Elem, kLo, kHi>
+                               : weigh_row_hi<Elem, kLo, kHi + 1>(hiPieces);
+}
+
+template <typename Elem, int32_t kLo = 1>
+WeighRow<Elem> weigh_row_for(const RingTables &rt)
+{
+    if constexpr (!LUMI_HAS_SSSE3)
+        return &weigh_row<Elem, 0, 0>;
+    else if constexpr (kLo >= kMaxPieces)
+        return weigh_row_hi<Elem, kLo>(rt.hiPieces);
+    else if (rt.pieces == 0)
+        return &weigh_row<Elem, 0, 0>;
+    else
+        return rt.pieces <= kLo ? weigh_row_hi<Elem, kLo>(rt.hiPieces)
+                                : weigh_row_for<Elem, kLo + 1>(rt);
+}
+
 /* One strip, output columns xa..xb - 1, walked down the image: the weight
  * rows of source row y (from -q, the first row the window reaches) and
  * then, from row 0, output row y, whose backward weights are already made.
  * Elem is Lum16u for kind 100 and Lum8u for kind 101. */
-template <typename Elem, int32_t kPieces>
-void paired_strip(const Rows &rows, const PairPlan &pl, const RingTables &rt, Elem *weights,
-                  int32_t xa, int32_t xb)
+template <typename Elem>
+void paired_strip(const Rows &rows, const PairPlan &pl, const RingTables &rt, WeighRow<Elem> weigh,
+                  Elem *weights, int32_t xa, int32_t xb)
 {
     const int32_t q = pl.q;
     const Elem *fwd[kMaxPairs], *bwd[kMaxPairs];
     for (int32_t y = -q; y < rows.height; ++y) {
-        const Lum8u *src = rows.src + y * rows.srcStep;
-        for (int32_t i = 0; i < pl.count; ++i) {
-            const Pair &o = pl.pair[i];
-            const int32_t ax = o.dx < 0 ? -o.dx : o.dx;
-            Elem *w = weights + o.base + (y + q) % (o.dy + 1) * pl.stride + q;
-            const int32_t lo = xa - (o.dx > 0 ? o.dx : 0), hi = lo + (xb - xa) + ax - 1;
-            column_blocks(lo, hi, [&](int32_t x) {
-                const __m128i idx = absdiff(load16(src + x), load16(src + x + o.offset));
-                if constexpr (sizeof(Elem) == 2) {
-                    __m128i t0, t1;
-                    ring_entries16<kPieces>(rt, o.ring, idx, &t0, &t1);
-                    _mm_storeu_si128((__m128i *)(w + (x - xa)), t0);
-                    _mm_storeu_si128((__m128i *)(w + (x - xa) + 8), t1);
-                } else {
-                    _mm_storeu_si128((__m128i *)(w + (x - xa)),
-                                     ring_entries8<kPieces>(rt, o.ring, idx));
-                }
-            });
-        }
+        weigh(rows, pl, rt, weights, y, xa, xb);
         if (y < 0)
             continue;
         for (int32_t i = 0; i < pl.count; ++i) {
@@ -400,6 +435,7 @@ void paired_strip(const Rows &rows, const PairPlan &pl, const RingTables &rt, El
             fwd[i] = ring + (y + q) % (o.dy + 1) * pl.stride;
             bwd[i] = ring + (y + q - o.dy) % (o.dy + 1) * pl.stride;
         }
+        const Lum8u *src = rows.src + y * rows.srcStep;
         Lum8u *dst = rows.dst + y * rows.dstStep;
         column_blocks(xa, xb - 1, [&](int32_t x) {
             if constexpr (sizeof(Elem) == 2)
@@ -410,36 +446,20 @@ void paired_strip(const Rows &rows, const PairPlan &pl, const RingTables &rt, El
     }
 }
 
-template <typename Elem, int32_t kPieces>
+template <typename Elem>
 void paired_rows(const Rows &rows, int32_t q, int32_t s, const RingTables &rt)
 {
     PairPlan pl;
     plan_pairs(rows, q, s, (int32_t)sizeof(Elem), &pl);
+    const WeighRow<Elem> weigh = weigh_row_for<Elem>(rt);
     alignas(16) Elem weights[kPairBytes / sizeof(Elem)];
     /* Strips of pl.strip columns; the one holding the row's last block
      * runs to the end of the row. */
     for (int32_t xa = 0;; xa += pl.strip) {
         const bool last = rows.width - 16 < xa + pl.strip;
-        paired_strip<Elem, kPieces>(rows, pl, rt, weights, xa, last ? rows.width : xa + pl.strip);
+        paired_strip<Elem>(rows, pl, rt, weigh, weights, xa, last ? rows.width : xa + pl.strip);
         if (last)
             break;
-    }
-}
-
-template <typename Elem>
-void paired_rows_by_pieces(const Rows &rows, int32_t q, int32_t s, const RingTables &rt)
-{
-    static_assert(kMaxPieces == 8, "one case per piece count");
-    switch (rt.pieces) {
-    case 1: return paired_rows<Elem, 1>(rows, q, s, rt);
-    case 2: return paired_rows<Elem, 2>(rows, q, s, rt);
-    case 3: return paired_rows<Elem, 3>(rows, q, s, rt);
-    case 4: return paired_rows<Elem, 4>(rows, q, s, rt);
-    case 5: return paired_rows<Elem, 5>(rows, q, s, rt);
-    case 6: return paired_rows<Elem, 6>(rows, q, s, rt);
-    case 7: return paired_rows<Elem, 7>(rows, q, s, rt);
-    case 8: return paired_rows<Elem, 8>(rows, q, s, rt);
-    default: return paired_rows<Elem, 0>(rows, q, s, rt);
     }
 }
 
@@ -488,9 +508,9 @@ void fixed_kernel(const Rows &rows, int32_t q, int32_t s, bool fast, const Lum16
     RingTables rt;
     ring_tables(tables, q / s, &rt);
     if (fast)
-        paired_rows_by_pieces<Lum8u>(rows, q, s, rt);
+        paired_rows<Lum8u>(rows, q, s, rt);
     else
-        paired_rows_by_pieces<Lum16u>(rows, q, s, rt);
+        paired_rows<Lum16u>(rows, q, s, rt);
 }
 
 void general_kernel(const Rows &rows, int32_t qx, int32_t qy, int32_t s, const Lum32f *value0,
