@@ -610,35 +610,35 @@ TEST_P(Bilateral, FixedWindowsExactlyAcrossStripsAndRows)
     const struct {
         int w, h;
     } regions[] = {{16, 9}, {17, 1}, {33, 6}, {130, 7}, {161, 11}, {307, 3}, {800, 4}, {2950, 2}};
-    const float sigmas[] = {900.0f, 2.0f, 1180.0f, 1200.0f, 60000.0f};
+    const float sigmas[] = {900.0f, 2.0f, 1180.0f, 1200.0f, 1215.0f, 60000.0f};
     uint32_t seed = 500;
-    int n = 0;
     for (int kind : {lumiFilterBilateralGauss, lumiFilterBilateralGaussFast})
         for (const auto &wnd : windows)
-            for (const auto &roi : regions) {
-                const Content content = (Content)(n % 4);
-                const float vs2 = sigmas[n % 5];
-                const float ps2 = n % 3 == 0 ? 1e6f : 9.0f;
-                const bool atEnd = (n & 1) != 0;
-                ++n;
-                SCOPED_TRACE(testing::Message()
-                             << "kind " << kind << " window " << wnd.side << " step " << wnd.step
-                             << " roi " << roi.w << "x" << roi.h << " content " << content
-                             << " sigma2 " << vs2 << "," << ps2);
-                const LumiSize k = {wnd.side, wnd.side};
-                PagedFootprint pf(roi.w, roi.h, k, seed++, content, atEnd);
-                ASSERT_NE(pf.data, nullptr);
-                Block b(buf_size(kind, {roi.w, roi.h}, k), (int)(seed % 8));
-                ASSERT_EQ(lumiFilterBilateralInit_8u_C1R(kind, k, vs2, ps2, wnd.step, b.data()),
-                          lumStsNoErr);
-                GuardedImage d(roi.w, roi.h, 1, 5, (int)(seed % 16));
-                ASSERT_EQ(lumiFilterBilateral_8u_C1R(pf.origin(), pf.f.fw, d.data(), d.step,
-                                                     {roi.w, roi.h}, k, b.data()),
-                          lumStsNoErr);
-                const int q = (wnd.side >> 1) - (wnd.side >> 1) % wnd.step;
-                check_fixed_exactly(pf.f, d.region(), record_of(b.data()), q);
-                EXPECT_TRUE(d.guard_intact());
-            }
+            for (const auto &roi : regions)
+                for (float vs2 : sigmas)
+                    for (Content content : {kPatches, kRandom, kAlternating, kFlat}) {
+                        const float ps2 = seed % 3 == 0 ? 1e6f : 9.0f;
+                        const bool atEnd = (seed & 1) != 0;
+                        SCOPED_TRACE(testing::Message()
+                                     << "kind " << kind << " window " << wnd.side << " step "
+                                     << wnd.step << " roi " << roi.w << "x" << roi.h
+                                     << " content " << content << " sigma2 " << vs2 << ","
+                                     << ps2);
+                        const LumiSize k = {wnd.side, wnd.side}, roiSize = {roi.w, roi.h};
+                        PagedFootprint pf(roi.w, roi.h, k, seed++, content, atEnd);
+                        ASSERT_NE(pf.data, nullptr);
+                        Block b(buf_size(kind, roiSize, k), (int)(seed % 8));
+                        ASSERT_EQ(lumiFilterBilateralInit_8u_C1R(kind, k, vs2, ps2, wnd.step,
+                                                                 b.data()),
+                                  lumStsNoErr);
+                        GuardedImage d(roi.w, roi.h, 1, 5, (int)(seed % 16));
+                        ASSERT_EQ(lumiFilterBilateral_8u_C1R(pf.origin(), pf.f.fw, d.data(),
+                                                             d.step, roiSize, k, b.data()),
+                                  lumStsNoErr);
+                        const int q = (wnd.side >> 1) - (wnd.side >> 1) % wnd.step;
+                        check_fixed_exactly(pf.f, d.region(), record_of(b.data()), q);
+                        EXPECT_TRUE(d.guard_intact());
+                    }
 }
 
 // One block serves calls with smaller kernels, other sizes and both paths;

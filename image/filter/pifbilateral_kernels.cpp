@@ -4,13 +4,16 @@
  * arithmetic is set out in the overview of pifbilateral.cpp.
  *
  * The vector kernels take 16 pixels a block.  Neighbour values come from
- * unaligned loads inside the window's footprint; the table entries of a
- * neighbour are read one lane at a time (a table lookup per pixel is the
- * nature of the filter).  In the kind-100 kernel two neighbours are
- * interleaved so that one multiply-add of signed 16-bit pairs gives
- * T_a * p_a + T_b * p_b per pixel, and another with ones T_a + T_b; entries
- * are at most 16384, so they fit a signed lane.  Lane group k of a block is
- * pixels 4k..4k+3.
+ * unaligned loads inside the window's footprint.  The fixed kernels look
+ * each pair of samples up once (the weight is the same from either end)
+ * into rows of pair weights, which the output blocks then read; the
+ * lookups are byte shuffles over 16-entry pieces of the ring tables on
+ * tiers with SSSE3 and scalar reads on the SSE3 tier or for tables that
+ * run past entry 127.  Kind 100 interleaves two neighbours so that one
+ * multiply-add of signed 16-bit pairs gives T_a * p_a + T_b * p_b per pixel,
+ * and another with ones T_a + T_b; entries are at most 16384, so they fit a
+ * signed lane.  Lane group k of a block is pixels 4k..4k+3.  The general
+ * kernel reads its float value cells one lane at a time.
  */
 #include "tier.h"
 
@@ -102,16 +105,17 @@ const int32_t kMaxPieces = 8; /* entries 0..127 */
 
 /* The ring tables of one call, as the lookups read them.  `scalar` is each
  * ring's 256 entries.  Where the tier has a byte shuffle and every ring's
- * entries are 0 from index 127 on, the entries are also kept as 16-entry
+ * entries are 0 from index 128 on, the entries are also kept as 16-entry
  * pieces of their low and high bytes: `pieces` of them reach the last
  * nonzero entry, `hiPieces` the last entry of 256 or more; otherwise
  * `pieces` is 0 and the scalar tables serve.
  *
  * Piece k of a plane (k = 1 up to its count) holds the XOR of the plane's
  * 16 entries from 16(k - 1) with the 16 from 16k (0 past the count).  A
- * lookup clamps the index i to 127 (the entry stays 0) and shuffles piece k
- * with i + 128 - 16k: for i below 16k that is i's place in the piece, for
- * i at or above it the top bit is set and the shuffle gives 0.  For i in
+ * lookup shuffles piece k with i + 128 - 16k: for i below 16k that is i's
+ * place in the piece, for i at or above it the top bit is set and the
+ * shuffle gives 0.  (The first sum saturates, so every i from 128 up keeps
+ * the top bit through all eight pieces and reads 0.)  For i in
  * the j-th 16 entries the pieces from j + 1 up are XORed, which telescopes
  * to the entry itself; past the count no piece is, which gives the 0 that
  * stands there.  So the high bytes, 0 sooner, take fewer shuffles. */
@@ -150,7 +154,7 @@ void ring_tables(const Lum16u *tables, int32_t rings, RingTables *rt)
     }
     rt->pieces = rt->hiPieces = 0;
 #if LUMI_HAS_SSSE3
-    if (last >= 16 * kMaxPieces - 1)
+    if (last >= 16 * kMaxPieces)
         return;
     rt->pieces = last < 0 ? 1 : (last + 16) / 16;
     rt->hiPieces = (lastHi + 16) / 16;
@@ -173,7 +177,7 @@ inline void ring_entries(const RingTables &rt, int32_t ring, __m128i idx, __m128
 #if LUMI_HAS_SSSE3
     if (kLo > 0) {
         const __m128i *lo = rt.lo[ring], *hi = rt.hi[ring], sixteen = _mm_set1_epi8(16);
-        idx = _mm_add_epi8(_mm_min_epu8(idx, _mm_set1_epi8(127)), _mm_set1_epi8(0x70));
+        idx = _mm_adds_epu8(idx, _mm_set1_epi8(0x70));
         __m128i l = _mm_setzero_si128(), h = _mm_setzero_si128();
         for (int32_t k = 1; k <= (kLo > kHi ? kLo : kHi); ++k) {
             if (k > 1)
