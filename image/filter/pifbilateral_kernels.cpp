@@ -167,32 +167,59 @@ void ring_tables(const Lum16u *tables, int32_t rings, RingTables *rt)
 #endif
 }
 
+#if LUMI_HAS_SSSE3
+/* The low and high bytes of the entries of ring `ring` at the 16 indices
+ * of idx, from the pieces.  kLo and kHi are rt.pieces and rt.hiPieces, as
+ * constants so that the shuffles unroll. */
+template <int32_t kLo, int32_t kHi>
+inline void ring_planes(const RingTables &rt, int32_t ring, __m128i idx, __m128i *l, __m128i *h)
+{
+    const __m128i *lo = rt.lo[ring], *hi = rt.hi[ring], sixteen = _mm_set1_epi8(16);
+    idx = _mm_adds_epu8(idx, _mm_set1_epi8(0x70));
+    *l = *h = _mm_setzero_si128();
+    for (int32_t k = 1; k <= (kLo > kHi ? kLo : kHi); ++k) {
+        if (k > 1)
+            idx = _mm_sub_epi8(idx, sixteen);
+        if (k <= kLo)
+            *l = _mm_xor_si128(*l, _mm_shuffle_epi8(lo[k - 1], idx));
+        if (k <= kHi)
+            *h = _mm_xor_si128(*h, _mm_shuffle_epi8(hi[k - 1], idx));
+    }
+}
+#endif
+
 /* The entries of ring `ring` at the 16 indices of idx, as two vectors of
- * eight 16-bit lanes.  kLo and kHi are rt.pieces and rt.hiPieces, as
- * constants so that the shuffles unroll; kLo 0 reads the scalar tables. */
+ * eight 16-bit lanes (kind 100); kLo 0 reads the scalar tables. */
 template <int32_t kLo, int32_t kHi>
 inline void ring_entries(const RingTables &rt, int32_t ring, __m128i idx, __m128i *t0,
                          __m128i *t1)
 {
 #if LUMI_HAS_SSSE3
     if (kLo > 0) {
-        const __m128i *lo = rt.lo[ring], *hi = rt.hi[ring], sixteen = _mm_set1_epi8(16);
-        idx = _mm_adds_epu8(idx, _mm_set1_epi8(0x70));
-        __m128i l = _mm_setzero_si128(), h = _mm_setzero_si128();
-        for (int32_t k = 1; k <= (kLo > kHi ? kLo : kHi); ++k) {
-            if (k > 1)
-                idx = _mm_sub_epi8(idx, sixteen);
-            if (k <= kLo)
-                l = _mm_xor_si128(l, _mm_shuffle_epi8(lo[k - 1], idx));
-            if (k <= kHi)
-                h = _mm_xor_si128(h, _mm_shuffle_epi8(hi[k - 1], idx));
-        }
+        __m128i l, h;
+        ring_planes<kLo, kHi>(rt, ring, idx, &l, &h);
         *t0 = _mm_unpacklo_epi8(l, h);
         *t1 = _mm_unpackhi_epi8(l, h);
         return;
     }
 #endif
     lookup16(rt.scalar[ring], idx, t0, t1);
+}
+
+/* The same as bytes, for kind 101, whose entries are at most 16. */
+template <int32_t kLo>
+inline __m128i ring_bytes(const RingTables &rt, int32_t ring, __m128i idx)
+{
+#if LUMI_HAS_SSSE3
+    if (kLo > 0) {
+        __m128i l, h;
+        ring_planes<kLo, 0>(rt, ring, idx, &l, &h);
+        return l;
+    }
+#endif
+    __m128i t0, t1;
+    lookup16(rt.scalar[ring], idx, &t0, &t1);
+    return _mm_packus_epi16(t0, t1);
 }
 
 /* The weight of a pair of samples is the same seen from either of them
@@ -376,13 +403,13 @@ void weigh_row(const Rows &rows, const PairPlan &pl, const RingTables &rt, Elem 
         const int32_t lo = xa - (o.dx > 0 ? o.dx : 0), hi = lo + (xb - xa) + ax - 1;
         column_blocks(lo, hi, [&](int32_t x) {
             const __m128i idx = absdiff(load16(src + x), load16(src + x + o.offset));
-            __m128i t0, t1;
-            ring_entries<kLo, kHi>(rt, o.ring, idx, &t0, &t1);
             if constexpr (sizeof(Elem) == 2) {
+                __m128i t0, t1;
+                ring_entries<kLo, kHi>(rt, o.ring, idx, &t0, &t1);
                 _mm_storeu_si128((__m128i *)(w + (x - xa)), t0);
                 _mm_storeu_si128((__m128i *)(w + (x - xa) + 8), t1);
             } else {
-                _mm_storeu_si128((__m128i *)(w + (x - xa)), _mm_packus_epi16(t0, t1));
+                _mm_storeu_si128((__m128i *)(w + (x - xa)), ring_bytes<kLo>(rt, o.ring, idx));
             }
         });
     }
