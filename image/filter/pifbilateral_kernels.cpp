@@ -272,7 +272,8 @@ void plan_pairs(const Rows &rows, int32_t q, int32_t s, int32_t elemBytes, PairP
             slots += dy + 1;
         }
     /* A strip's weight row spans the window's reach either side and the
-     * last block of the row, which may end up to 15 columns further. */
+     * last block of the row, which may end up to 15 columns further.  The
+     * narrowest strip, kind 100 on the 9x9 window (130 rows), is 128. */
     const int32_t row = kPairBytes / elemBytes / slots;
     pl->strip = (row - 16 - 2 * q) & ~15;
     pl->stride = pl->strip + 16 + 2 * q;
