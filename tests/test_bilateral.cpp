@@ -495,6 +495,152 @@ TEST_P(Bilateral, ShortValueTable)
             check_window(kind, wnd, 0.3f, 500.0f, seed++);
 }
 
+// ------------------------------------------------- fixed windows, exactly --
+
+// Footprints of a chosen content, copied into pages so that the first byte
+// follows, or the last byte precedes, a page that cannot be touched: a read
+// outside the window's reach faults.
+enum Content { kPatches, kRandom, kAlternating, kFlat };
+
+struct PagedFootprint {
+    Footprint f;
+    uint8_t *map = nullptr, *data = nullptr;
+    size_t span = 0, page = 0;
+    PagedFootprint(int w, int h, LumiSize k, uint32_t seed, Content content, bool atEnd)
+        : f(w, h, k, seed)
+    {
+        uint32_t s = seed;
+        for (size_t i = 0; i < f.buf.size(); ++i) {
+            const int x = (int)(i % f.fw), y = (int)(i / f.fw);
+            s = s * 1664525u + 1013904223u;
+            if (content == kRandom)
+                f.buf[i] = (uint8_t)(s >> 24);
+            else if (content == kAlternating)
+                f.buf[i] = ((x + y) & 1) ? 255 : 0;
+            else if (content == kFlat)
+                f.buf[i] = (seed & 1) ? 255 : (uint8_t)seed;
+        }
+        page = (size_t)sysconf(_SC_PAGESIZE);
+        span = (f.buf.size() + page - 1) / page * page;
+        map = (uint8_t *)mmap(nullptr, span + 2 * page, PROT_READ | PROT_WRITE,
+                              MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        if (map == MAP_FAILED) {
+            map = nullptr;
+            return;
+        }
+        mprotect(map, page, PROT_NONE);
+        mprotect(map + page + span, page, PROT_NONE);
+        data = atEnd ? map + page + span - f.buf.size() : map + page;
+        memcpy(data, f.buf.data(), f.buf.size());
+    }
+    ~PagedFootprint()
+    {
+        if (map)
+            munmap(map, span + 2 * page);
+    }
+    const uint8_t *origin() const { return data + (f.origin() - f.buf.data()); }
+};
+
+// num / den of a fixed window at (x, y), as exact integers, from the ring
+// tables round(V[d] * P[r] * 2^shift).
+void fixed_sums(const Footprint &f, const Record &st, int q, int x, int y, int64_t *num,
+                int64_t *den)
+{
+    const int s = st.step, shift = st.tag == 0x434D416Du ? 4 : 14;
+    const int c = f.at(x, y);
+    *num = (int64_t)c << shift;
+    *den = (int64_t)1 << shift;
+    for (int dy = -q; dy <= q; dy += s)
+        for (int dx = -q; dx <= q; dx += s) {
+            const int ring = std::max(std::abs(dx), std::abs(dy));
+            if (ring == 0)
+                continue;
+            const int p = f.at(x + dx, y + dy);
+            const float scaled = (st.value0[std::abs(p - c)] * st.position0[ring]) *
+                                 (float)(1 << shift);
+            const int t = (int)nearbyintf(scaled);
+            *num += (int64_t)t * p;
+            *den += t;
+        }
+}
+
+// Kind 101 divides by the processor's approximate reciprocal, one lane per
+// pixel, so its pixels are known exactly; kind 100 shares one division among
+// 16 pixels, so its quotient may differ from num / den in the last bits and
+// only a quotient near a half may go either way.
+void check_fixed_exactly(const Footprint &f, const std::vector<uint8_t> &out, const Record &st,
+                         int q)
+{
+    const bool fast = st.tag == 0x434D416Du;
+    int bad = 0;
+    for (int y = 0; y < f.h; ++y)
+        for (int x = 0; x < f.w; ++x) {
+            int64_t num, den;
+            fixed_sums(f, st, q, x, y, &num, &den);
+            const int v = out[(size_t)y * f.w + x];
+            bool ok;
+            if (fast) {
+                const float r = _mm_cvtss_f32(_mm_rcp_ss(_mm_set_ss((float)den)));
+                const int e = (int)nearbyintf((float)num * r);
+                ok = v == std::min(255, std::max(0, e));
+            } else {
+                const double qd = (double)num / (double)den;
+                ok = v == (int)nearbyint(qd) ||
+                     (fabs(qd - floor(qd) - 0.5) < 1e-4 && fabs(v - qd) < 0.6);
+            }
+            if (!ok && ++bad <= 5)
+                ADD_FAILURE() << "pixel " << x << "," << y << ": got " << v << " num " << num
+                              << " den " << den;
+        }
+    EXPECT_EQ(bad, 0);
+}
+
+// The six fixed windows on both kinds over regions from one block wide to
+// thousands of pixels (so rows are cut into several strips, and the last
+// block of a row moves back), heights past every ring of weight rows, images
+// that are flat (255 with the largest weights fills 16-bit partial sums the
+// most), alternate 0 and 255, or are noise, value sigmas whose table ends in
+// the first 16 cells, near cell 127 or 128, or runs to 255, and footprints
+// that start or end on an inaccessible page.
+TEST_P(Bilateral, FixedWindowsExactlyAcrossStripsAndRows)
+{
+    const struct {
+        int side, step;
+    } windows[] = {{3, 1}, {5, 1}, {5, 2}, {7, 1}, {9, 1}, {9, 2}};
+    const struct {
+        int w, h;
+    } regions[] = {{16, 9}, {17, 1}, {33, 6}, {130, 7}, {161, 11}, {307, 3}, {800, 4}, {2950, 2}};
+    const float sigmas[] = {900.0f, 2.0f, 1180.0f, 1200.0f, 1215.0f, 60000.0f};
+    uint32_t seed = 500;
+    for (int kind : {lumiFilterBilateralGauss, lumiFilterBilateralGaussFast})
+        for (const auto &wnd : windows)
+            for (const auto &roi : regions)
+                for (float vs2 : sigmas)
+                    for (Content content : {kPatches, kRandom, kAlternating, kFlat}) {
+                        const float ps2 = seed % 3 == 0 ? 1e6f : 9.0f;
+                        const bool atEnd = (seed & 1) != 0;
+                        SCOPED_TRACE(testing::Message()
+                                     << "kind " << kind << " window " << wnd.side << " step "
+                                     << wnd.step << " roi " << roi.w << "x" << roi.h
+                                     << " content " << content << " sigma2 " << vs2 << ","
+                                     << ps2);
+                        const LumiSize k = {wnd.side, wnd.side}, roiSize = {roi.w, roi.h};
+                        PagedFootprint pf(roi.w, roi.h, k, seed++, content, atEnd);
+                        ASSERT_NE(pf.data, nullptr);
+                        Block b(buf_size(kind, roiSize, k), (int)(seed % 8));
+                        ASSERT_EQ(lumiFilterBilateralInit_8u_C1R(kind, k, vs2, ps2, wnd.step,
+                                                                 b.data()),
+                                  lumStsNoErr);
+                        GuardedImage d(roi.w, roi.h, 1, 5, (int)(seed % 16));
+                        ASSERT_EQ(lumiFilterBilateral_8u_C1R(pf.origin(), pf.f.fw, d.data(),
+                                                             d.step, roiSize, k, b.data()),
+                                  lumStsNoErr);
+                        const int q = (wnd.side >> 1) - (wnd.side >> 1) % wnd.step;
+                        check_fixed_exactly(pf.f, d.region(), record_of(b.data()), q);
+                        EXPECT_TRUE(d.guard_intact());
+                    }
+}
+
 // One block serves calls with smaller kernels, other sizes and both paths;
 // only the sample table changes between them.
 TEST_P(Bilateral, BlockReusedAcrossCallsAndSizes)

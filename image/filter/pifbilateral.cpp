@@ -39,12 +39,19 @@
  *            the processor's approximate reciprocal of den.
  *   general  every other window, 16 pixels at a time in float with the
  *            narrow form's sums and the fixed kind-100 division.
+ * The fixed form's sums are exact integers that cannot wrap, so it adds
+ * the neighbours in whatever order is fastest: each pair of samples is
+ * weighed once and counted for both of its pixels, through rows of pair
+ * weights kept for a strip of columns in 40 KB of automatic storage (the
+ * filter takes no memory); blocks keep their places in the row, which the
+ * shared division depends on.
  * The vector forms convert num / den to nearest even and saturate.  Rows
  * go in blocks of 16 from the left; the last block is moved back to end on
  * the row's last pixel, which some pixels then get twice (equal up to the
  * shared division's last bit).  Every call runs in round-to-nearest with
- * denormals kept and gives the caller's control word back.  All tiers run
- * this SSE2 code and agree on one processor; the approximate reciprocal
+ * denormals kept and gives the caller's control word back.  All tiers
+ * agree on one processor (tiers with SSSE3 look the fixed tables up by
+ * byte shuffles, which give the same entries); the approximate reciprocal
  * (kind 101, and inside the exponential) is the processor's own.
  *
  * Memory safety beyond the plain rules:

@@ -4,17 +4,23 @@
  * arithmetic is set out in the overview of pifbilateral.cpp.
  *
  * The vector kernels take 16 pixels a block.  Neighbour values come from
- * unaligned loads inside the window's footprint; the table entries of a
- * neighbour are read one lane at a time (a table lookup per pixel is the
- * nature of the filter).  In the kind-100 kernel two neighbours are
- * interleaved so that one multiply-add of signed 16-bit pairs gives
- * T_a * p_a + T_b * p_b per pixel, and another with ones T_a + T_b; entries
- * are at most 16384, so they fit a signed lane.  Lane group k of a block is
- * pixels 4k..4k+3.
+ * unaligned loads inside the window's footprint.  The fixed kernels look
+ * each pair of samples up once (the weight is the same from either end)
+ * into rows of pair weights, which the output blocks then read; the
+ * lookups are byte shuffles over 16-entry pieces of the ring tables on
+ * tiers with SSSE3 and scalar reads on the SSE3 tier or for tables that
+ * run past entry 127.  Kind 100 interleaves two neighbours so that one
+ * multiply-add of signed 16-bit pairs gives T_a * p_a + T_b * p_b per pixel,
+ * and another with ones T_a + T_b; entries are at most 16384, so they fit a
+ * signed lane.  Lane group k of a block is pixels 4k..4k+3.  The general
+ * kernel reads its float value cells one lane at a time.
  */
 #include "tier.h"
 
 #include <emmintrin.h>
+#if LUMI_HAS_SSSE3
+#include <tmmintrin.h>
+#endif
 
 #include "pifbilateral.h"
 
@@ -31,7 +37,8 @@ inline __m128i absdiff(__m128i a, __m128i b)
     return _mm_or_si128(_mm_subs_epu8(a, b), _mm_subs_epu8(b, a));
 }
 
-/* t[idx[i]] for the 16 bytes of idx, as two vectors of eight 16-bit lanes. */
+/* t[idx[i]] for the 16 bytes of idx, as two vectors of eight 16-bit lanes:
+ * scalar reads. */
 inline void lookup16(const Lum16u *t, __m128i idx, __m128i *lo, __m128i *hi)
 {
     alignas(16) Lum8u i[16];
@@ -93,32 +100,201 @@ inline void row_blocks(int32_t width, Block block)
 
 /* -------------------------------------------------------- fixed windows -- */
 
-struct Neighbours {
-    int32_t count;
-    intptr_t offset[kMaxNeighbours];
-    const Lum16u *table[kMaxNeighbours];
+const int32_t kMaxRings = 4;  /* 9x9 at step 1 */
+const int32_t kMaxPieces = 8; /* entries 0..127 */
+
+/* The ring tables of one call, as the lookups read them.  `scalar` is each
+ * ring's 256 entries.  Where the tier has a byte shuffle and every ring's
+ * entries are 0 from index 128 on, the entries are also kept as 16-entry
+ * pieces of their low and high bytes: `pieces` of them reach the last
+ * nonzero entry, `hiPieces` the last entry of 256 or more; otherwise
+ * `pieces` is 0 and the scalar tables serve.
+ *
+ * Piece k of a plane (k = 1 up to its count) holds the XOR of the plane's
+ * 16 entries from 16(k - 1) with the 16 from 16k (0 past the count).  A
+ * lookup shuffles piece k with i + 128 - 16k: for i below 16k that is i's
+ * place in the piece, for i at or above it the top bit is set and the
+ * shuffle gives 0.  (The first sum saturates, so every i from 128 up keeps
+ * the top bit through all eight pieces and reads 0.)  For i in
+ * the j-th 16 entries the pieces from j + 1 up are XORed, which telescopes
+ * to the entry itself; past the count no piece is, which gives the 0 that
+ * stands there.  So the high bytes, 0 sooner, take fewer shuffles. */
+struct RingTables {
+    const Lum16u *scalar[kMaxRings];
+    int32_t pieces, hiPieces;
+    __m128i lo[kMaxRings][kMaxPieces], hi[kMaxRings][kMaxPieces];
 };
 
-/* Every sample of the window but the centre, in row order, with its ring's
- * table. */
-void list_neighbours(const Rows &rows, int32_t q, int32_t s, const Lum16u *tables, Neighbours *nb)
+#if LUMI_HAS_SSSE3
+/* Piece k (from 1) of one plane of a 256-entry table, `shift` picking the
+ * byte, in lanes of `out`. */
+void table_piece(const Lum16u *t, int32_t k, int32_t count, int32_t shift, __m128i *out)
 {
-    nb->count = 0;
-    for (int32_t dy = -q; dy <= q; dy += s)
-        for (int32_t dx = -q; dx <= q; dx += s) {
-            const int32_t r = (dx < 0 ? -dx : dx) > (dy < 0 ? -dy : dy) ? (dx < 0 ? -dx : dx)
-                                                                      : (dy < 0 ? -dy : dy);
-            if (r == 0)
-                continue;
-            nb->offset[nb->count] = dy * rows.srcStep + dx;
-            nb->table[nb->count] = tables + (r / s - 1) * 256;
-            ++nb->count;
+    alignas(16) Lum8u b[16];
+    for (int32_t i = 0; i < 16; ++i) {
+        const int32_t below = t[16 * (k - 1) + i] >> shift;
+        const int32_t above = k < count ? t[16 * k + i] >> shift : 0;
+        b[i] = (Lum8u)(below ^ above);
+    }
+    *out = _mm_load_si128((const __m128i *)b);
+}
+#endif
+
+void ring_tables(const Lum16u *tables, int32_t rings, RingTables *rt)
+{
+    int32_t last = -1, lastHi = -1;
+    for (int32_t r = 0; r < rings; ++r) {
+        rt->scalar[r] = tables + r * 256;
+        for (int32_t d = 0; d < 256; ++d) {
+            if (rt->scalar[r][d] != 0 && d > last)
+                last = d;
+            if (rt->scalar[r][d] >= 256 && d > lastHi)
+                lastHi = d;
         }
+    }
+    rt->pieces = rt->hiPieces = 0;
+#if LUMI_HAS_SSSE3
+    if (last >= 16 * kMaxPieces)
+        return;
+    rt->pieces = last < 0 ? 1 : (last + 16) / 16;
+    rt->hiPieces = (lastHi + 16) / 16;
+    for (int32_t r = 0; r < rings; ++r) {
+        for (int32_t k = 1; k <= rt->pieces; ++k)
+            table_piece(rt->scalar[r], k, rt->pieces, 0, &rt->lo[r][k - 1]);
+        for (int32_t k = 1; k <= rt->hiPieces; ++k)
+            table_piece(rt->scalar[r], k, rt->hiPieces, 8, &rt->hi[r][k - 1]);
+    }
+#endif
 }
 
-/* Kind 100: 32-bit sums, c << 14 and 1 << 14 to start, two neighbours a
- * multiply-add; one shared division. */
-void gauss_block(const Lum8u *src, Lum8u *dst, const Neighbours &nb)
+#if LUMI_HAS_SSSE3
+/* The low and high bytes of the entries of ring `ring` at the 16 indices
+ * of idx, from the pieces.  kLo and kHi are rt.pieces and rt.hiPieces, as
+ * constants so that the shuffles unroll. */
+template <int32_t kLo, int32_t kHi>
+inline void ring_planes(const RingTables &rt, int32_t ring, __m128i idx, __m128i *l, __m128i *h)
+{
+    const __m128i *lo = rt.lo[ring], *hi = rt.hi[ring], sixteen = _mm_set1_epi8(16);
+    idx = _mm_adds_epu8(idx, _mm_set1_epi8(0x70));
+    *l = *h = _mm_setzero_si128();
+    for (int32_t k = 1; k <= (kLo > kHi ? kLo : kHi); ++k) {
+        if (k > 1)
+            idx = _mm_sub_epi8(idx, sixteen);
+        if (k <= kLo)
+            *l = _mm_xor_si128(*l, _mm_shuffle_epi8(lo[k - 1], idx));
+        if (k <= kHi)
+            *h = _mm_xor_si128(*h, _mm_shuffle_epi8(hi[k - 1], idx));
+    }
+}
+#endif
+
+/* The entries of ring `ring` at the 16 indices of idx, as two vectors of
+ * eight 16-bit lanes (kind 100); kLo 0 reads the scalar tables. */
+template <int32_t kLo, int32_t kHi>
+inline void ring_entries(const RingTables &rt, int32_t ring, __m128i idx, __m128i *t0,
+                         __m128i *t1)
+{
+#if LUMI_HAS_SSSE3
+    if (kLo > 0) {
+        __m128i l, h;
+        ring_planes<kLo, kHi>(rt, ring, idx, &l, &h);
+        *t0 = _mm_unpacklo_epi8(l, h);
+        *t1 = _mm_unpackhi_epi8(l, h);
+        return;
+    }
+#endif
+    lookup16(rt.scalar[ring], idx, t0, t1);
+}
+
+/* The same as bytes, for kind 101, whose entries are at most 16. */
+template <int32_t kLo>
+inline __m128i ring_bytes(const RingTables &rt, int32_t ring, __m128i idx)
+{
+#if LUMI_HAS_SSSE3
+    if (kLo > 0) {
+        __m128i l, h;
+        ring_planes<kLo, 0>(rt, ring, idx, &l, &h);
+        return l;
+    }
+#endif
+    __m128i t0, t1;
+    lookup16(rt.scalar[ring], idx, &t0, &t1);
+    return _mm_packus_epi16(t0, t1);
+}
+
+/* The weight of a pair of samples is the same seen from either of them
+ * (the ring and |p - c| are symmetric), so each pair is looked up once.
+ * For every offset o = (dx, dy) of the forward half of the window (dy > 0,
+ * or dy = 0 and dx > 0), a row of pair weights
+ *     W_o(x, y) = T_ring(o)[|I(x, y) - I(x + dx, y + dy)|]
+ * is made for each source row; pixel (x, y) then reads its neighbour at
+ * +o with weight W_o(x, y) and its neighbour at -o with W_o(x - dx, y - dy).
+ * The weight rows of an offset live in a ring of dy + 1 rows.  Every sum
+ * is an exact integer that cannot wrap, so the order in which neighbours
+ * are added leaves num and den, and so the pixels, as they were.
+ *
+ * The rows are kept to a strip of columns so that all rings fit a fixed
+ * amount of automatic storage (the filter takes no memory); strips are a
+ * multiple of 16 wide and output blocks keep their places in the row (the
+ * shared division of kind 100 depends on which pixels share a block). */
+const int32_t kMaxPairs = kMaxNeighbours / 2;
+const int32_t kPairBytes = 40960;
+
+struct Pair {
+    int32_t dx, dy, ring;
+    intptr_t offset; /* dy * srcStep + dx */
+    int32_t base;    /* first element of the offset's ring of weight rows */
+};
+
+struct PairPlan {
+    int32_t q, count;
+    Pair pair[kMaxPairs];
+    int32_t strip;  /* output columns per strip, a multiple of 16 */
+    int32_t stride; /* elements per weight row */
+};
+
+void plan_pairs(const Rows &rows, int32_t q, int32_t s, int32_t elemBytes, PairPlan *pl)
+{
+    pl->q = q;
+    pl->count = 0;
+    int32_t slots = 0;
+    for (int32_t dy = 0; dy <= q; dy += s)
+        for (int32_t dx = -q; dx <= q; dx += s) {
+            if (dy == 0 && dx <= 0)
+                continue;
+            const int32_t ax = dx < 0 ? -dx : dx;
+            Pair &p = pl->pair[pl->count++];
+            p.dx = dx;
+            p.dy = dy;
+            p.ring = (ax > dy ? ax : dy) / s - 1;
+            p.offset = dy * rows.srcStep + dx;
+            p.base = slots;
+            slots += dy + 1;
+        }
+    /* A strip's weight row spans the window's reach either side and the
+     * last block of the row, which may end up to 15 columns further.  The
+     * narrowest strip, kind 100 on the 9x9 window (130 rows), is 128. */
+    const int32_t row = kPairBytes / elemBytes / slots;
+    pl->strip = (row - 16 - 2 * q) & ~15;
+    pl->stride = pl->strip + 16 + 2 * q;
+    for (int32_t i = 0; i < pl->count; ++i)
+        pl->pair[i].base *= pl->stride;
+}
+
+/* Calls f(x) for blocks of 16 covering columns lo..hi (at least 16), the
+ * last one moved back to end on hi. */
+template <typename F>
+inline void column_blocks(int32_t lo, int32_t hi, F f)
+{
+    for (int32_t x = lo; x < hi - 15; x += 16)
+        f(x);
+    f(hi - 15);
+}
+
+/* Kind 100: two neighbours (the pair at +o and -o) a multiply-add into
+ * 32-bit sums started at c << 14 and 1 << 14; one shared division. */
+void gauss_pairs_block(const Lum8u *src, Lum8u *dst, const PairPlan &pl,
+                       const Lum16u *const *fwd, const Lum16u *const *bwd, int32_t col)
 {
     const __m128i z = _mm_setzero_si128(), ones = _mm_set1_epi16(1);
     const __m128i c = load16(src);
@@ -128,16 +304,18 @@ void gauss_block(const Lum8u *src, Lum8u *dst, const Neighbours &nb)
         num.v[k] = _mm_slli_epi32(num.v[k], 14);
         den.v[k] = _mm_set1_epi32(1 << 14);
     }
-    for (int32_t i = 0; i + 1 < nb.count; i += 2) {
-        const __m128i pa = load16(src + nb.offset[i]), pb = load16(src + nb.offset[i + 1]);
-        __m128i ta[2], tb[2];
-        lookup16(nb.table[i], absdiff(pa, c), &ta[0], &ta[1]);
-        lookup16(nb.table[i + 1], absdiff(pb, c), &tb[0], &tb[1]);
-        const __m128i va[2] = {_mm_unpacklo_epi8(pa, z), _mm_unpackhi_epi8(pa, z)};
-        const __m128i vb[2] = {_mm_unpacklo_epi8(pb, z), _mm_unpackhi_epi8(pb, z)};
+    for (int32_t i = 0; i < pl.count; ++i) {
+        const Pair &o = pl.pair[i];
+        const __m128i pa = load16(src + o.offset), pb = load16(src - o.offset);
+        const Lum16u *wa = fwd[i] + col, *wb = bwd[i] + col - o.dx;
+        const __m128i ta[2] = {_mm_loadu_si128((const __m128i *)wa),
+                               _mm_loadu_si128((const __m128i *)(wa + 8))};
+        const __m128i tb[2] = {_mm_loadu_si128((const __m128i *)wb),
+                               _mm_loadu_si128((const __m128i *)(wb + 8))};
+        const __m128i ab[2] = {_mm_unpacklo_epi8(pa, pb), _mm_unpackhi_epi8(pa, pb)};
         for (int h = 0; h < 2; ++h) {
-            const __m128i p0 = _mm_unpacklo_epi16(va[h], vb[h]);
-            const __m128i p1 = _mm_unpackhi_epi16(va[h], vb[h]);
+            const __m128i p0 = _mm_unpacklo_epi8(ab[h], z);
+            const __m128i p1 = _mm_unpackhi_epi8(ab[h], z);
             const __m128i t0 = _mm_unpacklo_epi16(ta[h], tb[h]);
             const __m128i t1 = _mm_unpackhi_epi16(ta[h], tb[h]);
             num.v[2 * h] = _mm_add_epi32(num.v[2 * h], _mm_madd_epi16(p0, t0));
@@ -154,11 +332,34 @@ void gauss_block(const Lum8u *src, Lum8u *dst, const Neighbours &nb)
     divide_store(dst, n, d);
 }
 
+/* Ta * pa + Tb * pb into n and Ta + Tb into d, 16-bit lanes, for entries
+ * of at most 16 (so each sum of two is at most 8160).  With SSSE3 one
+ * multiply-add of unsigned by signed bytes does both products. */
+inline void fast_pair(__m128i pa, __m128i pb, __m128i ta, __m128i tb, __m128i n[2], __m128i d[2])
+{
+    const __m128i z = _mm_setzero_si128();
+#if LUMI_HAS_SSSE3
+    n[0] = _mm_add_epi16(n[0], _mm_maddubs_epi16(_mm_unpacklo_epi8(pa, pb),
+                                                 _mm_unpacklo_epi8(ta, tb)));
+    n[1] = _mm_add_epi16(n[1], _mm_maddubs_epi16(_mm_unpackhi_epi8(pa, pb),
+                                                 _mm_unpackhi_epi8(ta, tb)));
+#else
+    n[0] = _mm_add_epi16(n[0], _mm_mullo_epi16(_mm_unpacklo_epi8(ta, z), _mm_unpacklo_epi8(pa, z)));
+    n[0] = _mm_add_epi16(n[0], _mm_mullo_epi16(_mm_unpacklo_epi8(tb, z), _mm_unpacklo_epi8(pb, z)));
+    n[1] = _mm_add_epi16(n[1], _mm_mullo_epi16(_mm_unpackhi_epi8(ta, z), _mm_unpackhi_epi8(pa, z)));
+    n[1] = _mm_add_epi16(n[1], _mm_mullo_epi16(_mm_unpackhi_epi8(tb, z), _mm_unpackhi_epi8(pb, z)));
+#endif
+    const __m128i t = _mm_add_epi8(ta, tb);
+    d[0] = _mm_add_epi16(d[0], _mm_unpacklo_epi8(t, z));
+    d[1] = _mm_add_epi16(d[1], _mm_unpackhi_epi8(t, z));
+}
+
 /* Kind 101: entries up to 16, so T * p is at most 4080 and 15 such terms
  * (the centre's c << 4 and 14 neighbours) fit an unsigned 16-bit lane; the
- * numerators move to 32-bit sums every 14 neighbours.  The denominator,
- * at most 16 * 81, stays in 16 bits. */
-void gauss_fast_block(const Lum8u *src, Lum8u *dst, const Neighbours &nb)
+ * numerators move to 32-bit sums every 7 pairs.  The denominator, at most
+ * 16 * 81, stays in 16 bits. */
+void gauss_fast_pairs_block(const Lum8u *src, Lum8u *dst, const PairPlan &pl,
+                            const Lum8u *const *fwd, const Lum8u *const *bwd, int32_t col)
 {
     const __m128i z = _mm_setzero_si128();
     const __m128i c = load16(src);
@@ -166,15 +367,12 @@ void gauss_fast_block(const Lum8u *src, Lum8u *dst, const Neighbours &nb)
                       _mm_slli_epi16(_mm_unpackhi_epi8(c, z), 4)};
     __m128i d16[2] = {_mm_set1_epi16(16), _mm_set1_epi16(16)};
     Sums num = {{z, z, z, z}};
-    for (int32_t i = 0; i < nb.count; ++i) {
-        const __m128i p = load16(src + nb.offset[i]);
-        __m128i t[2];
-        lookup16(nb.table[i], absdiff(p, c), &t[0], &t[1]);
-        n16[0] = _mm_add_epi16(n16[0], _mm_mullo_epi16(t[0], _mm_unpacklo_epi8(p, z)));
-        n16[1] = _mm_add_epi16(n16[1], _mm_mullo_epi16(t[1], _mm_unpackhi_epi8(p, z)));
-        d16[0] = _mm_add_epi16(d16[0], t[0]);
-        d16[1] = _mm_add_epi16(d16[1], t[1]);
-        if (i % 14 == 13 || i + 1 == nb.count) {
+    for (int32_t i = 0; i < pl.count; ++i) {
+        const Pair &o = pl.pair[i];
+        const __m128i ta = _mm_loadu_si128((const __m128i *)(fwd[i] + col));
+        const __m128i tb = _mm_loadu_si128((const __m128i *)(bwd[i] + col - o.dx));
+        fast_pair(load16(src + o.offset), load16(src - o.offset), ta, tb, n16, d16);
+        if (i % 7 == 6 || i + 1 == pl.count) {
             Sums part;
             widen16(n16[0], n16[1], &part);
             for (int k = 0; k < 4; ++k)
@@ -188,6 +386,113 @@ void gauss_fast_block(const Lum8u *src, Lum8u *dst, const Neighbours &nb)
     for (int k = 0; k < 4; ++k)
         q[k] = _mm_mul_ps(_mm_cvtepi32_ps(num.v[k]), _mm_rcp_ps(_mm_cvtepi32_ps(den.v[k])));
     store_pixels(dst, q);
+}
+
+/* The weight rows of source row y for a strip of output columns xa..xb - 1:
+ * each offset's columns reach dx further left or right.  kLo and kHi as in
+ * ring_entries; kind 101 (Lum8u) has no high bytes. */
+template <typename Elem, int32_t kLo, int32_t kHi>
+void weigh_row(const Rows &rows, const PairPlan &pl, const RingTables &rt, Elem *weights,
+               int32_t y, int32_t xa, int32_t xb)
+{
+    const int32_t q = pl.q;
+    const Lum8u *src = rows.src + y * rows.srcStep;
+    for (int32_t i = 0; i < pl.count; ++i) {
+        const Pair &o = pl.pair[i];
+        const int32_t ax = o.dx < 0 ? -o.dx : o.dx;
+        Elem *w = weights + o.base + (y + q) % (o.dy + 1) * pl.stride + q;
+        const int32_t lo = xa - (o.dx > 0 ? o.dx : 0), hi = lo + (xb - xa) + ax - 1;
+        column_blocks(lo, hi, [&](int32_t x) {
+            const __m128i idx = absdiff(load16(src + x), load16(src + x + o.offset));
+            if constexpr (sizeof(Elem) == 2) {
+                __m128i t0, t1;
+                ring_entries<kLo, kHi>(rt, o.ring, idx, &t0, &t1);
+                _mm_storeu_si128((__m128i *)(w + (x - xa)), t0);
+                _mm_storeu_si128((__m128i *)(w + (x - xa) + 8), t1);
+            } else {
+                _mm_storeu_si128((__m128i *)(w + (x - xa)), ring_bytes<kLo>(rt, o.ring, idx));
+            }
+        });
+    }
+}
+
+template <typename Elem>
+using WeighRow = void (*)(const Rows &, const PairPlan &, const RingTables &, Elem *, int32_t,
+                          int32_t, int32_t);
+
+/* weigh_row for rt.pieces and rt.hiPieces, whose unrolled forms are made
+ * for every count up to kMaxPieces (high bytes for kind 100 only); the
+ * tier without a byte shuffle has the scalar form alone. */
+template <typename Elem, int32_t kLo, int32_t kHi = 0>
+WeighRow<Elem> weigh_row_hi(int32_t hiPieces)
+{
+    if constexpr (kHi >= kLo || sizeof(Elem) == 1)
+        return &weigh_row<Elem, kLo, kHi>;
+    else
+        return hiPieces <= kHi ? &weigh_row<Elem, kLo, kHi>
+                               : weigh_row_hi<Elem, kLo, kHi + 1>(hiPieces);
+}
+
+template <typename Elem, int32_t kLo = 1>
+WeighRow<Elem> weigh_row_for(const RingTables &rt)
+{
+    if constexpr (!LUMI_HAS_SSSE3)
+        return &weigh_row<Elem, 0, 0>;
+    else if constexpr (kLo >= kMaxPieces)
+        return weigh_row_hi<Elem, kLo>(rt.hiPieces);
+    else if (rt.pieces == 0)
+        return &weigh_row<Elem, 0, 0>;
+    else
+        return rt.pieces <= kLo ? weigh_row_hi<Elem, kLo>(rt.hiPieces)
+                                : weigh_row_for<Elem, kLo + 1>(rt);
+}
+
+/* One strip, output columns xa..xb - 1, walked down the image: the weight
+ * rows of source row y (from -q, the first row the window reaches) and
+ * then, from row 0, output row y, whose backward weights are already made.
+ * Elem is Lum16u for kind 100 and Lum8u for kind 101. */
+template <typename Elem>
+void paired_strip(const Rows &rows, const PairPlan &pl, const RingTables &rt, WeighRow<Elem> weigh,
+                  Elem *weights, int32_t xa, int32_t xb)
+{
+    const int32_t q = pl.q;
+    const Elem *fwd[kMaxPairs], *bwd[kMaxPairs];
+    for (int32_t y = -q; y < rows.height; ++y) {
+        weigh(rows, pl, rt, weights, y, xa, xb);
+        if (y < 0)
+            continue;
+        for (int32_t i = 0; i < pl.count; ++i) {
+            const Pair &o = pl.pair[i];
+            const Elem *ring = weights + o.base;
+            fwd[i] = ring + (y + q) % (o.dy + 1) * pl.stride;
+            bwd[i] = ring + (y + q - o.dy) % (o.dy + 1) * pl.stride;
+        }
+        const Lum8u *src = rows.src + y * rows.srcStep;
+        Lum8u *dst = rows.dst + y * rows.dstStep;
+        column_blocks(xa, xb - 1, [&](int32_t x) {
+            if constexpr (sizeof(Elem) == 2)
+                gauss_pairs_block(src + x, dst + x, pl, fwd, bwd, x - xa + q);
+            else
+                gauss_fast_pairs_block(src + x, dst + x, pl, fwd, bwd, x - xa + q);
+        });
+    }
+}
+
+template <typename Elem>
+void paired_rows(const Rows &rows, int32_t q, int32_t s, const RingTables &rt)
+{
+    PairPlan pl;
+    plan_pairs(rows, q, s, (int32_t)sizeof(Elem), &pl);
+    const WeighRow<Elem> weigh = weigh_row_for<Elem>(rt);
+    alignas(16) Elem weights[kPairBytes / sizeof(Elem)];
+    /* Strips of pl.strip columns; the one holding the row's last block
+     * runs to the end of the row. */
+    for (int32_t xa = 0;; xa += pl.strip) {
+        const bool last = rows.width - 16 < xa + pl.strip;
+        paired_strip<Elem>(rows, pl, rt, weigh, weights, xa, last ? rows.width : xa + pl.strip);
+        if (last)
+            break;
+    }
 }
 
 /* ------------------------------------------------------- general window -- */
@@ -232,16 +537,12 @@ void general_block(const Rows &rows, const Lum8u *src, Lum8u *dst, int32_t qx, i
 
 void fixed_kernel(const Rows &rows, int32_t q, int32_t s, bool fast, const Lum16u *tables)
 {
-    Neighbours nb;
-    list_neighbours(rows, q, s, tables, &nb);
-    for (int32_t y = 0; y < rows.height; ++y) {
-        const Lum8u *src = rows.src + y * rows.srcStep;
-        Lum8u *dst = rows.dst + y * rows.dstStep;
-        if (fast)
-            row_blocks(rows.width, [&](int32_t x) { gauss_fast_block(src + x, dst + x, nb); });
-        else
-            row_blocks(rows.width, [&](int32_t x) { gauss_block(src + x, dst + x, nb); });
-    }
+    RingTables rt;
+    ring_tables(tables, q / s, &rt);
+    if (fast)
+        paired_rows<Lum8u>(rows, q, s, rt);
+    else
+        paired_rows<Lum16u>(rows, q, s, rt);
 }
 
 void general_kernel(const Rows &rows, int32_t qx, int32_t qy, int32_t s, const Lum32f *value0,
