@@ -12,33 +12,26 @@
  *       2   7  12   7   2      [12 52 127 52 12]
  *
  * S is the exact weighted sum of one output value.  Results:
- *   3x3          (S + ((S >> 4) & 1) + 7) >> 4, S / 16 to nearest, ties to even
- *   5x5 direct   ((S + 286) * 29382) >> 24, the product in unsigned 32 bits
- *   5x5 table    (float)S * 1/571 (bits 0x3AE58C54), converted to nearest
- *                even and saturated to 0..255
- * The two 5x5 forms agree for every S up to 571 * 255, so both engines give
- * the same pixels.
+ *   3x3   (S + ((S >> 4) & 1) + 7) >> 4, S / 16 to nearest, ties to even
+ *   5x5   ((S + 286) * 29382) >> 24, the product in unsigned 32 bits, which
+ *         is S / 571 to nearest for every S up to 571 * 255 (571 is odd, so
+ *         no S lies halfway)
+ * Every step is integer arithmetic, so the caller's rounding mode plays no
+ * part and is never touched.
  *
- * Engines:
- *   direct (one channel, y8 and e9): no working memory.  Each output row
- *     goes in strips of up to 1024 values: down the strip's footprint columns
- *     into 16-bit cells on the stack (3x3: top + 2*middle + bottom; 5x5: for
- *     each column its share of a window centred 2, 1 and 0 columns away),
- *     then across the cells; the 5x5 sum of five shifted cells and its scale
- *     are formed in 32 bits.
- *   table (three channels everywhere, one channel in m7 and n8): one block
- *     of working rows, taken before anything is written.
- *     3x3  the same strips as the direct engine, in the block;
- *     5x5  each source row is filtered once into three 16-bit rows
- *          ([2 7 12 7 2], [7 31 52 31 7], [12 52 127 52 12]) kept in rings of
- *          5, 4 and 3 rows (12 rows in one block); an output row adds the
- *          first kind of rows -2 and +2, the second of rows -1 and +1 and the
- *          third of the centre row, in 32 bits, and scales in float.  The
- *          conversion rounds by the thread's rounding mode, so the call sets
- *          it to nearest when it is not and puts the caller's back on every
- *          return.
- * Tiers run the same code but for one small helper (the 32-bit multiply),
- * which uses the instructions each tier has.
+ * Both engines run the same strips and give the same pixels; they differ in
+ * where the strips' cells live:
+ *   direct (one channel, y8 and e9): on the stack, no working memory;
+ *   table (three channels everywhere, one channel in m7 and n8): in one
+ *     block of working rows, taken before anything is written.
+ * Each output row goes in strips of up to 1008 values: first down the
+ * strip's footprint columns into 16-bit cells (3x3: top + 2*middle + bottom;
+ * 5x5: for each column its share of a window centred 2, 1 and 0 columns
+ * away), then across the cells.  The 5x5 sum of five shifted cells is scaled
+ * with one 16-bit multiply-add per output pair (scale5), never widened
+ * beforehand.  Tiers run the same code but for the 5x5 column shares, which
+ * SSSE3 and later form with byte multiply-adds and SSE3 with 16-bit
+ * multiplies.
  *
  * A width whose working rows cannot be counted in a signed 32-bit byte count
  * is refused with lumStsSizeErr before anything is written; every address is
@@ -103,8 +96,8 @@ __m128i scale5(__m128i a, __m128i b, __m128i c)
  *        u2 = 2 s0 + 7 s1 + 12 s2                          (at most 7650)
  *        u1 = 7 s0 + 31 s1 + 52 s2                         (at most 32640)
  *        u0 = 12 s0 + 52 s1 + 127 s2                       (at most 65025)
- *        S = (u2[-2] + u2[+2]) + (u1[-1] + u1[+1]) + u0[0], the first two
- *        pairs in 16 bits, the sum in 32. */
+ *        S = (u2[-2] + u2[+2]) + (u1[-1] + u1[+1]) + u0[0], the two pairs
+ *        in 16 bits (at most 15300 and 65280), then scale5. */
 const int kStripCells = 1024; /* cells of one kind in a stack strip */
 
 __m128i load_cells(const Lum16u *p) { return _mm_loadu_si128((const __m128i *)p); }
@@ -128,20 +121,20 @@ __m128i mix(__m128i x0, __m128i x1, __m128i x2, short w0, short w1, short w2)
 }
 #endif
 
-/* The three 5-tap kinds of one half (low or high eight bytes) of five byte
- * vectors b[0..4], weighted symmetrically about b[2]:
+/* The three 5-tap kinds of the low eight bytes of five byte vectors b[0..4],
+ * weighted symmetrically about b[2]:
  *   k2 = 2 (b0 + b4) + 7 (b1 + b3) + 12 b2
  *   k1 = 7 (b0 + b4) + 31 (b1 + b3) + 52 b2
  *   k0 = 12 (b0 + b4) + 52 (b1 + b3) + 127 b2       (k0 wraps past 2^15)
  * With SSSE3 the byte pairs are multiplied and summed in one step; no pair
  * sum exceeds 52 * 510, so nothing saturates. */
-void kinds5(const __m128i *b, bool hi, __m128i *k2, __m128i *k1, __m128i *k0)
+void kinds5(const __m128i *b, __m128i *k2, __m128i *k1, __m128i *k0)
 {
     const __m128i z = _mm_setzero_si128();
 #if LUMI_HAS_SSSE3
-    const __m128i i04 = hi ? _mm_unpackhi_epi8(b[0], b[4]) : _mm_unpacklo_epi8(b[0], b[4]);
-    const __m128i i13 = hi ? _mm_unpackhi_epi8(b[1], b[3]) : _mm_unpacklo_epi8(b[1], b[3]);
-    const __m128i i2 = hi ? _mm_unpackhi_epi8(b[2], z) : _mm_unpacklo_epi8(b[2], z);
+    const __m128i i04 = _mm_unpacklo_epi8(b[0], b[4]);
+    const __m128i i13 = _mm_unpacklo_epi8(b[1], b[3]);
+    const __m128i i2 = _mm_unpacklo_epi8(b[2], z);
     const auto kind = [&](int w0, int w1, int w2) {
         return _mm_add_epi16(
             _mm_add_epi16(_mm_maddubs_epi16(i04, _mm_set1_epi16((short)(w0 | w0 << 8))),
@@ -154,7 +147,7 @@ void kinds5(const __m128i *b, bool hi, __m128i *k2, __m128i *k1, __m128i *k0)
 #else
     __m128i w[5];
     for (int i = 0; i < 5; ++i)
-        w[i] = hi ? _mm_unpackhi_epi8(b[i], z) : _mm_unpacklo_epi8(b[i], z);
+        w[i] = _mm_unpacklo_epi8(b[i], z);
     const __m128i s0 = _mm_add_epi16(w[0], w[4]), s1 = _mm_add_epi16(w[1], w[3]);
     *k2 = mix(s0, s1, w[2], 2, 7, 12);
     *k1 = mix(s0, s1, w[2], 7, 31, 52);
@@ -164,13 +157,13 @@ void kinds5(const __m128i *b, bool hi, __m128i *k2, __m128i *k1, __m128i *k0)
 
 struct Strip3 {
     enum { r = 1, kinds = 1 };
-    /* Eight columns from x: the low or high half of the byte vectors b[0..2]. */
-    static void down(const __m128i *b, bool hi, Lum16u *const *cells, intptr_t x)
+    /* Eight columns from x: the low halves of the byte vectors b[0..2]. */
+    static void down(const __m128i *b, Lum16u *const *cells, intptr_t x)
     {
         const __m128i z = _mm_setzero_si128();
         __m128i w[3];
         for (int i = 0; i < 3; ++i)
-            w[i] = hi ? _mm_unpackhi_epi8(b[i], z) : _mm_unpacklo_epi8(b[i], z);
+            w[i] = _mm_unpacklo_epi8(b[i], z);
         const __m128i c = _mm_add_epi16(_mm_add_epi16(w[0], w[2]), _mm_add_epi16(w[1], w[1]));
         _mm_storeu_si128((__m128i *)(cells[0] + x), c);
     }
@@ -196,10 +189,10 @@ struct Strip3 {
 
 struct Strip5 {
     enum { r = 2, kinds = 3 };
-    static void down(const __m128i *b, bool hi, Lum16u *const *cells, intptr_t x)
+    static void down(const __m128i *b, Lum16u *const *cells, intptr_t x)
     {
         __m128i k2, k1, k0;
-        kinds5(b, hi, &k2, &k1, &k0);
+        kinds5(b, &k2, &k1, &k0);
         _mm_storeu_si128((__m128i *)(cells[2] + x), k2);
         _mm_storeu_si128((__m128i *)(cells[1] + x), k1);
         _mm_storeu_si128((__m128i *)(cells[0] + x), k0);
@@ -238,10 +231,12 @@ void strip_down(const Lum8u *const *rows, Lum16u *const *cellRows, int32_t span)
     const int n = 2 * K::r + 1;
     int32_t x = 0;
     __m128i b[5];
+    /* Eight columns at a time: the five rows' kinds of sixteen at once would
+     * not fit the registers. */
     for (; x + 8 <= span; x += 8) {
         for (int i = 0; i < n; ++i)
             b[i] = _mm_loadl_epi64((const __m128i *)(p[i] + x));
-        K::down(b, false, cells, x);
+        K::down(b, cells, x);
     }
     for (; x < span; ++x)
         K::down1(p, cells, x);
@@ -278,7 +273,8 @@ void strip_rows(const Lum8u *pSrc, intptr_t srcStep, Lum8u *pDst, intptr_t dstSt
 {
     const int r = K::r;
     const int32_t len = roi.width * ch, reach = 2 * r * ch;
-    const int32_t strip = cap - reach;
+    /* Whole blocks of 16 outputs per strip where the cells allow. */
+    const int32_t step = cap - reach >= 16 ? (cap - reach) & ~15 : cap - reach;
     Lum16u *cells[3];
     for (int k = 0; k < K::kinds; ++k)
         cells[k] = buf + (intptr_t)k * cap;
@@ -287,8 +283,8 @@ void strip_rows(const Lum8u *pSrc, intptr_t srcStep, Lum8u *pDst, intptr_t dstSt
         for (int i = 0; i < 2 * r + 1; ++i)
             rows[i] = pSrc + (intptr_t)(y - r + i) * srcStep - r * ch;
         Lum8u *dst = pDst + (intptr_t)y * dstStep;
-        for (int32_t x0 = 0; x0 < len; x0 += strip) {
-            const int32_t n = len - x0 < strip ? len - x0 : strip;
+        for (int32_t x0 = 0; x0 < len; x0 += step) {
+            const int32_t n = len - x0 < step ? len - x0 : step;
             const Lum8u *p[5];
             for (int i = 0; i < 2 * r + 1; ++i)
                 p[i] = rows[i] + x0;
@@ -326,7 +322,8 @@ LumStatus table_engine(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst, int32_t 
     Lum16u *buf = (Lum16u *)LUMI_T(lumsMalloc_8u)((int32_t)bytes);
     if (!buf)
         return lumStsMemAllocErr;
-    /* The strips take at most kStripCells cells of each kind from the block. */
+    /* The strips take at most kStripCells cells of each kind from the block,
+     * which holds at least 32 of each. */
     const int64_t cells = bytes / 2 / (mask == lumMaskSize3x3 ? 1 : 3);
     const int32_t cap = (int32_t)(cells < kStripCells ? cells : kStripCells);
     if (mask == lumMaskSize3x3)
