@@ -24,7 +24,7 @@
  *   direct (one channel, y8 and e9): on the stack, no working memory;
  *   table (three channels everywhere, one channel in m7 and n8): in one
  *     block of working rows, taken before anything is written.
- * Each output row goes in strips of up to 1008 values: first down the
+ * Each output row goes in strips of up to 2032 values: first down the
  * strip's footprint columns into 16-bit cells (3x3: top + 2*middle + bottom;
  * 5x5: for each column its share of a window centred 2, 1 and 0 columns
  * away), then across the cells.  The 5x5 sum of five shifted cells is scaled
@@ -98,7 +98,7 @@ __m128i scale5(__m128i a, __m128i b, __m128i c)
  *        u0 = 12 s0 + 52 s1 + 127 s2                       (at most 65025)
  *        S = (u2[-2] + u2[+2]) + (u1[-1] + u1[+1]) + u0[0], the two pairs
  *        in 16 bits (at most 15300 and 65280), then scale5. */
-const int kStripCells = 1024; /* cells of one kind in a stack strip */
+const int kStripCells = 2048; /* cells of one kind in a stack strip */
 
 __m128i load_cells(const Lum16u *p) { return _mm_loadu_si128((const __m128i *)p); }
 
@@ -156,16 +156,22 @@ void kinds5(const __m128i *b, __m128i *k2, __m128i *k1, __m128i *k0)
 }
 
 struct Strip3 {
-    enum { r = 1, kinds = 1 };
-    /* Eight columns from x: the low halves of the byte vectors b[0..2]. */
-    static void down(const __m128i *b, Lum16u *const *cells, intptr_t x)
+    enum { r = 1, kinds = 1, wide = 1 };
+    /* Eight columns from x: the low or high halves of the byte vectors b[0..2]. */
+    static void down(const __m128i *b, Lum16u *const *cells, intptr_t x, bool hi = false)
     {
         const __m128i z = _mm_setzero_si128();
         __m128i w[3];
         for (int i = 0; i < 3; ++i)
-            w[i] = _mm_unpacklo_epi8(b[i], z);
+            w[i] = hi ? _mm_unpackhi_epi8(b[i], z) : _mm_unpacklo_epi8(b[i], z);
         const __m128i c = _mm_add_epi16(_mm_add_epi16(w[0], w[2]), _mm_add_epi16(w[1], w[1]));
         _mm_storeu_si128((__m128i *)(cells[0] + x), c);
+    }
+    /* Sixteen columns from x. */
+    static void down16(const __m128i *b, Lum16u *const *cells, intptr_t x)
+    {
+        down(b, cells, x);
+        down(b, cells, x + 8, true);
     }
     static void down1(const Lum8u *const *p, Lum16u *const *cells, intptr_t x)
     {
@@ -187,8 +193,10 @@ struct Strip3 {
     }
 };
 
+/* The 5x5 column pass goes eight columns at a time (wide = 0): the kinds of
+ * sixteen at once would not fit the registers. */
 struct Strip5 {
-    enum { r = 2, kinds = 3 };
+    enum { r = 2, kinds = 3, wide = 0 };
     static void down(const __m128i *b, Lum16u *const *cells, intptr_t x)
     {
         __m128i k2, k1, k0;
@@ -231,8 +239,12 @@ void strip_down(const Lum8u *const *rows, Lum16u *const *cellRows, int32_t span)
     const int n = 2 * K::r + 1;
     int32_t x = 0;
     __m128i b[5];
-    /* Eight columns at a time: the five rows' kinds of sixteen at once would
-     * not fit the registers. */
+    if constexpr (K::wide != 0)
+        for (; x + 16 <= span; x += 16) {
+            for (int i = 0; i < n; ++i)
+                b[i] = _mm_loadu_si128((const __m128i *)(p[i] + x));
+            K::down16(b, cells, x);
+        }
     for (; x + 8 <= span; x += 8) {
         for (int i = 0; i < n; ++i)
             b[i] = _mm_loadl_epi64((const __m128i *)(p[i] + x));
