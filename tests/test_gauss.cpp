@@ -234,6 +234,25 @@ TEST_P(Gauss, AllocationFailure)
         }
 }
 
+// Rows cut into strips of 2032 values: widths on either side of one and two
+// strips, for both masks, through the public forms of every dispatch index.
+TEST_P(Gauss, RowsAroundStripEnds)
+{
+    for (int ch : {1, 3})
+        for (int r : {1, 2})
+            for (int values : {2024, 2031, 2032, 2033, 2040, 4063, 4064, 4065, 4072}) {
+                const int w = values / ch;
+                SCOPED_TRACE(testing::Message() << "C" << ch << " r" << r << " " << w);
+                Footprint f(w, 3, ch, r, (uint32_t)(w * 3 + r + ch));
+                GaussFn fn = ch == 1 ? lumiFilterGauss_8u_C1R : lumiFilterGauss_8u_C3R;
+                EXPECT_EQ(run(f, w % 16,
+                              [&](Lum8u *d, int step) {
+                                  return fn(f.centre(), f.step, d, step, {w, 3}, mask_of(r));
+                              }),
+                          reference(f));
+            }
+}
+
 LUMI_INSTANTIATE_TIERS(Gauss);
 
 // Both engines of each tier, whichever the tier's public form takes, give
@@ -246,6 +265,80 @@ Engines engines(const lumitest::TierMembers &m)
 {
     return {m.ownlumiFilterGauss_8u_C1R, m.ownlumiFilterGaussTable_8u};
 }
+
+// Footprint values whose 5x5 sum is exactly s (s <= 571 * 255), filled into
+// the 25 pixels from the heaviest weight down; a sum greedy filling cannot
+// end on exactly is retried with less in the centre.
+std::vector<int> window_for_sum(int s)
+{
+    std::vector<int> order; // positions i * 5 + j, heaviest first
+    for (int i = 0; i < 25; ++i)
+        order.push_back(i);
+    std::stable_sort(order.begin(), order.end(),
+                     [](int a, int b) { return kK5[a / 5][a % 5] > kK5[b / 5][b % 5]; });
+    for (int centre = std::min(255, s / 127); centre >= 0; --centre) {
+        std::vector<int> v(25, 0);
+        v[12] = centre;
+        int rest = s - 127 * centre;
+        for (int pos : order) {
+            if (pos == 12)
+                continue;
+            v[pos] = std::min(255, rest / kK5[pos / 5][pos % 5]);
+            rest -= v[pos] * kK5[pos / 5][pos % 5];
+        }
+        if (rest == 0)
+            return v;
+    }
+    ADD_FAILURE() << "no window sums to " << s;
+    return std::vector<int>(25, 0);
+}
+
+// One row whose outputs 0, 5, 10 ... have disjoint footprints, each built to
+// a chosen sum S: on both sides of every rounding boundary of S / 571
+// (571q + 285 rounds down, 571q + 286 up) and the largest S.  The row is
+// long enough for several strips; every output, designed or not, is checked
+// against the reference, on every tier's two engines.
+TEST(GaussEngines, RoundingBoundariesOfTheFiveByFiveScale)
+{
+    std::vector<int> sums;
+    for (int q = 0; q < 255; ++q)
+        for (int d : {284, 285, 286, 287})
+            sums.push_back(571 * q + d);
+    sums.push_back(571 * 255);
+    for (int ch : {1, 3}) {
+        const int w = (int)(sums.size() + ch - 1) / ch * 5;
+        Footprint f(w, 1, ch, 2, 1);
+        std::fill(f.buf.begin(), f.buf.end(), 0);
+        for (size_t k = 0; k < sums.size(); ++k) {
+            const std::vector<int> v = window_for_sum(sums[k]);
+            const int x = (int)(k / ch) * 5, c = (int)(k % ch);
+            for (int i = 0; i < 5; ++i)
+                for (int j = 0; j < 5; ++j)
+                    f.buf[(size_t)i * f.step + (x + j) * ch + c] = (uint8_t)v[i * 5 + j];
+        }
+        const std::vector<uint8_t> want = reference(f);
+        for (size_t k = 0; k < sums.size(); ++k)
+            ASSERT_EQ(want[(k / ch) * 5 * ch + k % ch], nearest_even(sums[k], 571));
+        for (const lumitest::TierMembers &m : lumitest::runnable_tier_members()) {
+            SCOPED_TRACE(testing::Message() << m.name << " C" << ch);
+            const auto &e = engines(m);
+            EXPECT_EQ(run(f, 1,
+                          [&](Lum8u *d, int step) {
+                              return e.table(f.centre(), f.step, d, step, {w, 1}, lumMaskSize5x5,
+                                             ch);
+                          }),
+                      want);
+            if (ch == 1)
+                EXPECT_EQ(run(f, 2,
+                              [&](Lum8u *d, int step) {
+                                  return e.direct(f.centre(), f.step, d, step, {w, 1},
+                                                  lumMaskSize5x5);
+                              }),
+                          want);
+        }
+    }
+}
+
 
 TEST(GaussEngines, DirectAndTableMatchTheReferenceOnEveryTier)
 {

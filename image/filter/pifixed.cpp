@@ -12,33 +12,26 @@
  *       2   7  12   7   2      [12 52 127 52 12]
  *
  * S is the exact weighted sum of one output value.  Results:
- *   3x3          (S + ((S >> 4) & 1) + 7) >> 4, S / 16 to nearest, ties to even
- *   5x5 direct   ((S + 286) * 29382) >> 24, the product in unsigned 32 bits
- *   5x5 table    (float)S * 1/571 (bits 0x3AE58C54), converted to nearest
- *                even and saturated to 0..255
- * The two 5x5 forms agree for every S up to 571 * 255, so both engines give
- * the same pixels.
+ *   3x3   (S + ((S >> 4) & 1) + 7) >> 4, S / 16 to nearest, ties to even
+ *   5x5   ((S + 286) * 29382) >> 24, the product in unsigned 32 bits, which
+ *         is S / 571 to nearest for every S up to 571 * 255 (571 is odd, so
+ *         no S lies halfway)
+ * Every step is integer arithmetic, so the caller's rounding mode plays no
+ * part and is never touched.
  *
- * Engines:
- *   direct (one channel, y8 and e9): no working memory.  Each output row
- *     goes in strips of up to 1024 values: down the strip's footprint columns
- *     into 16-bit cells on the stack (3x3: top + 2*middle + bottom; 5x5: for
- *     each column its share of a window centred 2, 1 and 0 columns away),
- *     then across the cells; the 5x5 sum of five shifted cells and its scale
- *     are formed in 32 bits.
- *   table (three channels everywhere, one channel in m7 and n8): one block
- *     of working rows, taken before anything is written.
- *     3x3  the same strips as the direct engine, in the block;
- *     5x5  each source row is filtered once into three 16-bit rows
- *          ([2 7 12 7 2], [7 31 52 31 7], [12 52 127 52 12]) kept in rings of
- *          5, 4 and 3 rows (12 rows in one block); an output row adds the
- *          first kind of rows -2 and +2, the second of rows -1 and +1 and the
- *          third of the centre row, in 32 bits, and scales in float.  The
- *          conversion rounds by the thread's rounding mode, so the call sets
- *          it to nearest when it is not and puts the caller's back on every
- *          return.
- * Tiers run the same code but for one small helper (the 32-bit multiply),
- * which uses the instructions each tier has.
+ * Both engines run the same strips and give the same pixels; they differ in
+ * where the strips' cells live:
+ *   direct (one channel, y8 and e9): on the stack, no working memory;
+ *   table (three channels everywhere, one channel in m7 and n8): in one
+ *     block of working rows, taken before anything is written.
+ * Each output row goes in strips of up to 2032 values: first down the
+ * strip's footprint columns into 16-bit cells (3x3: top + 2*middle + bottom;
+ * 5x5: for each column its share of a window centred 2, 1 and 0 columns
+ * away), then across the cells.  The 5x5 sum of five shifted cells is scaled
+ * with one 16-bit multiply-add per output pair (scale5), never widened
+ * beforehand.  Tiers run the same code but for the 5x5 column shares, which
+ * SSSE3 and later form with byte multiply-adds and SSE3 with 16-bit
+ * multiplies.
  *
  * A width whose working rows cannot be counted in a signed 32-bit byte count
  * is refused with lumStsSizeErr before anything is written; every address is
@@ -49,9 +42,6 @@
 #include <emmintrin.h>
 #if LUMI_HAS_SSSE3
 #include <tmmintrin.h>
-#endif
-#if LUMI_HAS_SSE41
-#include <smmintrin.h>
 #endif
 
 #include "checks.h"
@@ -73,50 +63,25 @@ __m128i round3_vec(__m128i s) /* 16-bit lanes */
     return _mm_srli_epi16(_mm_add_epi16(_mm_add_epi16(s, odd), _mm_set1_epi16(7)), 4);
 }
 
-/* A constant the compiler must not see through: multiplies by it stay one
- * multiply instead of becoming chains of shifts and adds, which are slower
- * here than the multiply itself. */
-__m128i opaque(__m128i v)
+/* round5 of eight sums S = a + b + c given in 16-bit lanes, with
+ * a <= 15300 and b, c <= 65280; results in 16-bit lanes.
+ * ((S + 286) * 29382) >> 24 equals ((S + 286) * 14691) >> 23, and both
+ * weights 14691 and 2 * 14691 fit a signed 16-bit multiplier, so one
+ * multiply-add of the pairs (a - e, v - 2^15) forms 14691 * (S - 2^16), where
+ * v = (b + c + 1) >> 1 and e = (b + c) & 1, so that 2v - e = b + c.  Adding
+ * 14691 * (286 + 2^16) gives 14691 * (S + 286) < 2^31, exact in 32 bits. */
+__m128i scale5(__m128i a, __m128i b, __m128i c)
 {
-    __asm__("" : "+x"(v));
-    return v;
-}
-
-/* Low 32 bits of a * m per lane. */
-__m128i mul_lo32(__m128i a, uint32_t m)
-{
-#if LUMI_HAS_SSE41
-    return _mm_mullo_epi32(a, opaque(_mm_set1_epi32((int)m)));
-#else
-    /* SSE3 and SSSE3 have only the even-lane 32x32->64 product. */
-    const __m128i k = opaque(_mm_set1_epi32((int)m));
-    const __m128i even = _mm_mul_epu32(a, k);
-    const __m128i odd = _mm_mul_epu32(_mm_srli_epi64(a, 32), k);
-    return _mm_unpacklo_epi32(_mm_shuffle_epi32(even, _MM_SHUFFLE(0, 0, 2, 0)),
-                              _mm_shuffle_epi32(odd, _MM_SHUFFLE(0, 0, 2, 0)));
-#endif
-}
-
-__m128i round5_vec(__m128i s) /* 32-bit lanes */
-{
-    return _mm_srli_epi32(mul_lo32(_mm_add_epi32(s, _mm_set1_epi32(286)), 29382u), 24);
-}
-
-/* The caller's rounding field, put to nearest for the call when it differs. */
-const unsigned kRoundingBits = 0x6000;
-
-unsigned enter_nearest()
-{
-    const unsigned csr = _mm_getcsr();
-    if (csr & kRoundingBits)
-        _mm_setcsr(csr & ~kRoundingBits);
-    return csr & kRoundingBits;
-}
-
-void leave_nearest(unsigned saved)
-{
-    if (saved)
-        _mm_setcsr((_mm_getcsr() & ~kRoundingBits) | saved);
+    const __m128i v = _mm_avg_epu16(b, c);
+    const __m128i e = _mm_and_si128(_mm_xor_si128(b, c), _mm_set1_epi16(1));
+    const __m128i lo16 = _mm_sub_epi16(a, e);
+    const __m128i hi16 = _mm_xor_si128(v, _mm_set1_epi16(-0x8000));
+    const __m128i w = _mm_set1_epi32(14691 | 29382 << 16);
+    const __m128i bias = _mm_set1_epi32(14691 * (286 + 65536));
+    const __m128i lo = _mm_madd_epi16(_mm_unpacklo_epi16(lo16, hi16), w);
+    const __m128i hi = _mm_madd_epi16(_mm_unpackhi_epi16(lo16, hi16), w);
+    return _mm_packs_epi32(_mm_srli_epi32(_mm_add_epi32(lo, bias), 23),
+                           _mm_srli_epi32(_mm_add_epi32(hi, bias), 23));
 }
 
 /* ------------------------------------------------------- direct engine -- */
@@ -131,13 +96,22 @@ void leave_nearest(unsigned saved)
  *        u2 = 2 s0 + 7 s1 + 12 s2                          (at most 7650)
  *        u1 = 7 s0 + 31 s1 + 52 s2                         (at most 32640)
  *        u0 = 12 s0 + 52 s1 + 127 s2                       (at most 65025)
- *        S = (u2[-2] + u2[+2]) + (u1[-1] + u1[+1]) + u0[0], the first two
- *        pairs in 16 bits, the sum in 32. */
-const int kStripCells = 1024; /* cells of one kind in a stack strip */
+ *        S = (u2[-2] + u2[+2]) + (u1[-1] + u1[+1]) + u0[0], the two pairs
+ *        in 16 bits (at most 15300 and 65280), then scale5. */
+const int kStripCells = 2048; /* cells of one kind in a stack strip */
 
 __m128i load_cells(const Lum16u *p) { return _mm_loadu_si128((const __m128i *)p); }
 
 #if !LUMI_HAS_SSSE3
+/* A constant the compiler must not see through: multiplies by it stay one
+ * multiply instead of becoming chains of shifts and adds, which are slower
+ * here than the multiply itself. */
+__m128i opaque(__m128i v)
+{
+    __asm__("" : "+x"(v));
+    return v;
+}
+
 /* w0 * x0 + w1 * x1 + w2 * x2 in 16-bit lanes (callers keep it below 2^16). */
 __m128i mix(__m128i x0, __m128i x1, __m128i x2, short w0, short w1, short w2)
 {
@@ -147,30 +121,20 @@ __m128i mix(__m128i x0, __m128i x1, __m128i x2, short w0, short w1, short w2)
 }
 #endif
 
-/* a + b + c of unsigned 16-bit lanes, in 32 bits: lanes 0-3 and 4-7. */
-void widen_sum3(__m128i a, __m128i b, __m128i c, __m128i *lo, __m128i *hi)
-{
-    const __m128i z = _mm_setzero_si128();
-    *lo = _mm_add_epi32(_mm_add_epi32(_mm_unpacklo_epi16(a, z), _mm_unpacklo_epi16(b, z)),
-                        _mm_unpacklo_epi16(c, z));
-    *hi = _mm_add_epi32(_mm_add_epi32(_mm_unpackhi_epi16(a, z), _mm_unpackhi_epi16(b, z)),
-                        _mm_unpackhi_epi16(c, z));
-}
-
-/* The three 5-tap kinds of one half (low or high eight bytes) of five byte
- * vectors b[0..4], weighted symmetrically about b[2]:
+/* The three 5-tap kinds of the low eight bytes of five byte vectors b[0..4],
+ * weighted symmetrically about b[2]:
  *   k2 = 2 (b0 + b4) + 7 (b1 + b3) + 12 b2
  *   k1 = 7 (b0 + b4) + 31 (b1 + b3) + 52 b2
  *   k0 = 12 (b0 + b4) + 52 (b1 + b3) + 127 b2       (k0 wraps past 2^15)
  * With SSSE3 the byte pairs are multiplied and summed in one step; no pair
  * sum exceeds 52 * 510, so nothing saturates. */
-void kinds5(const __m128i *b, bool hi, __m128i *k2, __m128i *k1, __m128i *k0)
+void kinds5(const __m128i *b, __m128i *k2, __m128i *k1, __m128i *k0)
 {
     const __m128i z = _mm_setzero_si128();
 #if LUMI_HAS_SSSE3
-    const __m128i i04 = hi ? _mm_unpackhi_epi8(b[0], b[4]) : _mm_unpacklo_epi8(b[0], b[4]);
-    const __m128i i13 = hi ? _mm_unpackhi_epi8(b[1], b[3]) : _mm_unpacklo_epi8(b[1], b[3]);
-    const __m128i i2 = hi ? _mm_unpackhi_epi8(b[2], z) : _mm_unpacklo_epi8(b[2], z);
+    const __m128i i04 = _mm_unpacklo_epi8(b[0], b[4]);
+    const __m128i i13 = _mm_unpacklo_epi8(b[1], b[3]);
+    const __m128i i2 = _mm_unpacklo_epi8(b[2], z);
     const auto kind = [&](int w0, int w1, int w2) {
         return _mm_add_epi16(
             _mm_add_epi16(_mm_maddubs_epi16(i04, _mm_set1_epi16((short)(w0 | w0 << 8))),
@@ -183,7 +147,7 @@ void kinds5(const __m128i *b, bool hi, __m128i *k2, __m128i *k1, __m128i *k0)
 #else
     __m128i w[5];
     for (int i = 0; i < 5; ++i)
-        w[i] = hi ? _mm_unpackhi_epi8(b[i], z) : _mm_unpacklo_epi8(b[i], z);
+        w[i] = _mm_unpacklo_epi8(b[i], z);
     const __m128i s0 = _mm_add_epi16(w[0], w[4]), s1 = _mm_add_epi16(w[1], w[3]);
     *k2 = mix(s0, s1, w[2], 2, 7, 12);
     *k1 = mix(s0, s1, w[2], 7, 31, 52);
@@ -192,9 +156,9 @@ void kinds5(const __m128i *b, bool hi, __m128i *k2, __m128i *k1, __m128i *k0)
 }
 
 struct Strip3 {
-    enum { r = 1, kinds = 1 };
-    /* Eight columns from x: the low or high half of the byte vectors b[0..2]. */
-    static void down(const __m128i *b, bool hi, Lum16u *const *cells, intptr_t x)
+    enum { r = 1, kinds = 1, wide = 1 };
+    /* Eight columns from x: the low or high halves of the byte vectors b[0..2]. */
+    static void down(const __m128i *b, Lum16u *const *cells, intptr_t x, bool hi = false)
     {
         const __m128i z = _mm_setzero_si128();
         __m128i w[3];
@@ -202,6 +166,12 @@ struct Strip3 {
             w[i] = hi ? _mm_unpackhi_epi8(b[i], z) : _mm_unpacklo_epi8(b[i], z);
         const __m128i c = _mm_add_epi16(_mm_add_epi16(w[0], w[2]), _mm_add_epi16(w[1], w[1]));
         _mm_storeu_si128((__m128i *)(cells[0] + x), c);
+    }
+    /* Sixteen columns from x. */
+    static void down16(const __m128i *b, Lum16u *const *cells, intptr_t x)
+    {
+        down(b, cells, x);
+        down(b, cells, x + 8, true);
     }
     static void down1(const Lum8u *const *p, Lum16u *const *cells, intptr_t x)
     {
@@ -223,12 +193,14 @@ struct Strip3 {
     }
 };
 
+/* The 5x5 column pass goes eight columns at a time (wide = 0): the kinds of
+ * sixteen at once would not fit the registers. */
 struct Strip5 {
-    enum { r = 2, kinds = 3 };
-    static void down(const __m128i *b, bool hi, Lum16u *const *cells, intptr_t x)
+    enum { r = 2, kinds = 3, wide = 0 };
+    static void down(const __m128i *b, Lum16u *const *cells, intptr_t x)
     {
         __m128i k2, k1, k0;
-        kinds5(b, hi, &k2, &k1, &k0);
+        kinds5(b, &k2, &k1, &k0);
         _mm_storeu_si128((__m128i *)(cells[2] + x), k2);
         _mm_storeu_si128((__m128i *)(cells[1] + x), k1);
         _mm_storeu_si128((__m128i *)(cells[0] + x), k0);
@@ -243,12 +215,9 @@ struct Strip5 {
     static __m128i across(Lum16u *const *cells, intptr_t x, intptr_t ch)
     {
         const Lum16u *u0 = cells[0] + x, *u1 = cells[1] + x, *u2 = cells[2] + x;
-        /* u2 + u2 <= 15300 and u1 + u1 <= 65280 stay in 16 bits. */
-        __m128i lo, hi;
-        widen_sum3(_mm_add_epi16(load_cells(u2), load_cells(u2 + 4 * ch)),
-                   _mm_add_epi16(load_cells(u1 + ch), load_cells(u1 + 3 * ch)),
-                   load_cells(u0 + 2 * ch), &lo, &hi);
-        return _mm_packs_epi32(round5_vec(lo), round5_vec(hi));
+        return scale5(_mm_add_epi16(load_cells(u2), load_cells(u2 + 4 * ch)),
+                      _mm_add_epi16(load_cells(u1 + ch), load_cells(u1 + 3 * ch)),
+                      load_cells(u0 + 2 * ch));
     }
     static Lum8u across1(Lum16u *const *cells, intptr_t x, intptr_t ch)
     {
@@ -270,17 +239,16 @@ void strip_down(const Lum8u *const *rows, Lum16u *const *cellRows, int32_t span)
     const int n = 2 * K::r + 1;
     int32_t x = 0;
     __m128i b[5];
-    for (; x + 16 <= span; x += 16) {
-        for (int i = 0; i < n; ++i)
-            b[i] = _mm_loadu_si128((const __m128i *)(p[i] + x));
-        K::down(b, false, cells, x);
-        K::down(b, true, cells, x + 8);
-    }
-    if (x + 8 <= span) {
+    if constexpr (K::wide != 0)
+        for (; x + 16 <= span; x += 16) {
+            for (int i = 0; i < n; ++i)
+                b[i] = _mm_loadu_si128((const __m128i *)(p[i] + x));
+            K::down16(b, cells, x);
+        }
+    for (; x + 8 <= span; x += 8) {
         for (int i = 0; i < n; ++i)
             b[i] = _mm_loadl_epi64((const __m128i *)(p[i] + x));
-        K::down(b, false, cells, x);
-        x += 8;
+        K::down(b, cells, x);
     }
     for (; x < span; ++x)
         K::down1(p, cells, x);
@@ -317,7 +285,8 @@ void strip_rows(const Lum8u *pSrc, intptr_t srcStep, Lum8u *pDst, intptr_t dstSt
 {
     const int r = K::r;
     const int32_t len = roi.width * ch, reach = 2 * r * ch;
-    const int32_t strip = cap - reach;
+    /* Whole blocks of 16 outputs per strip where the cells allow. */
+    const int32_t step = cap - reach >= 16 ? (cap - reach) & ~15 : cap - reach;
     Lum16u *cells[3];
     for (int k = 0; k < K::kinds; ++k)
         cells[k] = buf + (intptr_t)k * cap;
@@ -326,8 +295,8 @@ void strip_rows(const Lum8u *pSrc, intptr_t srcStep, Lum8u *pDst, intptr_t dstSt
         for (int i = 0; i < 2 * r + 1; ++i)
             rows[i] = pSrc + (intptr_t)(y - r + i) * srcStep - r * ch;
         Lum8u *dst = pDst + (intptr_t)y * dstStep;
-        for (int32_t x0 = 0; x0 < len; x0 += strip) {
-            const int32_t n = len - x0 < strip ? len - x0 : strip;
+        for (int32_t x0 = 0; x0 < len; x0 += step) {
+            const int32_t n = len - x0 < step ? len - x0 : step;
             const Lum8u *p[5];
             for (int i = 0; i < 2 * r + 1; ++i)
                 p[i] = rows[i] + x0;
@@ -345,95 +314,6 @@ void direct_rows(const Lum8u *pSrc, intptr_t srcStep, Lum8u *pDst, intptr_t dstS
 }
 
 /* -------------------------------------------------------- table engine -- */
-
-/* 5x5 row pass: the three horizontal kinds of one source row. */
-void gauss5_row(const Lum8u *src, int32_t len, int ch, Lum16u *a, Lum16u *b, Lum16u *c)
-{
-    int32_t i = 0;
-    __m128i v[5], k2, k1, k0;
-    for (; i + 16 <= len; i += 16) {
-        for (int t = 0; t < 5; ++t)
-            v[t] = _mm_loadu_si128((const __m128i *)(src + i + (t - 2) * ch));
-        kinds5(v, false, &k2, &k1, &k0);
-        _mm_storeu_si128((__m128i *)(a + i), k2);
-        _mm_storeu_si128((__m128i *)(b + i), k1);
-        _mm_storeu_si128((__m128i *)(c + i), k0);
-        kinds5(v, true, &k2, &k1, &k0);
-        _mm_storeu_si128((__m128i *)(a + i + 8), k2);
-        _mm_storeu_si128((__m128i *)(b + i + 8), k1);
-        _mm_storeu_si128((__m128i *)(c + i + 8), k0);
-    }
-    if (i + 8 <= len) {
-        for (int t = 0; t < 5; ++t)
-            v[t] = _mm_loadl_epi64((const __m128i *)(src + i + (t - 2) * ch));
-        kinds5(v, false, &k2, &k1, &k0);
-        _mm_storeu_si128((__m128i *)(a + i), k2);
-        _mm_storeu_si128((__m128i *)(b + i), k1);
-        _mm_storeu_si128((__m128i *)(c + i), k0);
-        i += 8;
-    }
-    for (; i < len; ++i) {
-        const Lum8u *p = src + i;
-        const uint32_t e2 = p[-2 * ch] + p[2 * ch], e1 = p[-ch] + p[ch], c0 = p[0];
-        a[i] = (Lum16u)(2 * e2 + 7 * e1 + 12 * c0);
-        b[i] = (Lum16u)(7 * e2 + 31 * e1 + 52 * c0);
-        c[i] = (Lum16u)(12 * e2 + 52 * e1 + 127 * c0);
-    }
-}
-
-const float kInv571 = 1.75131345e-3f; /* bits 0x3AE58C54 */
-
-/* 5x5 column pass: S from the five rows' kinds, scaled in float. */
-void gauss5_col(const Lum16u *a0, const Lum16u *b1, const Lum16u *c2, const Lum16u *b3,
-                const Lum16u *a4, int32_t len, Lum8u *dst)
-{
-    const __m128 k = _mm_set1_ps(kInv571);
-    int32_t i = 0;
-    for (; i + 8 <= len; i += 8) {
-        /* a + a <= 15300 and b + b <= 65280 stay in 16 bits. */
-        const __m128i aa = _mm_add_epi16(_mm_loadu_si128((const __m128i *)(a0 + i)),
-                                         _mm_loadu_si128((const __m128i *)(a4 + i)));
-        const __m128i bb = _mm_add_epi16(_mm_loadu_si128((const __m128i *)(b1 + i)),
-                                         _mm_loadu_si128((const __m128i *)(b3 + i)));
-        __m128i lo, hi;
-        widen_sum3(aa, bb, _mm_loadu_si128((const __m128i *)(c2 + i)), &lo, &hi);
-        const __m128i qlo = _mm_cvtps_epi32(_mm_mul_ps(_mm_cvtepi32_ps(lo), k));
-        const __m128i qhi = _mm_cvtps_epi32(_mm_mul_ps(_mm_cvtepi32_ps(hi), k));
-        const __m128i q = _mm_packs_epi32(qlo, qhi);
-        _mm_storel_epi64((__m128i *)(dst + i), _mm_packus_epi16(q, q));
-    }
-    for (; i < len; ++i) {
-        const uint32_t s = (uint32_t)a0[i] + a4[i] + b1[i] + b3[i] + c2[i];
-        const int q = _mm_cvtss_si32(_mm_mul_ss(_mm_cvtsi32_ss(_mm_setzero_ps(), (int)s),
-                                                _mm_set_ss(kInv571)));
-        dst[i] = (Lum8u)(q > 255 ? 255 : q < 0 ? 0 : q);
-    }
-}
-
-/* Rings of the 5x5 table path: source row k keeps its first kind in slot
- * k % 5, its second in k % 4 and its third in k % 3, for as long as some
- * output row still reads it. */
-void ownlumiFilterLaplGaus5x5(const Lum8u *pSrc, intptr_t srcStep, Lum8u *pDst, intptr_t dstStep,
-                              LumiSize roi, int ch, Lum16u *rows, intptr_t rowCells)
-{
-    const int32_t len = roi.width * ch;
-    Lum16u *a[5], *b[4], *c[3];
-    for (int i = 0; i < 5; ++i)
-        a[i] = rows + i * rowCells;
-    for (int i = 0; i < 4; ++i)
-        b[i] = rows + (5 + i) * rowCells;
-    for (int i = 0; i < 3; ++i)
-        c[i] = rows + (9 + i) * rowCells;
-    const Lum8u *top = pSrc - 2 * srcStep; /* footprint row 0 at column 0 */
-    for (int32_t k = 0; k < 4; ++k)
-        gauss5_row(top + k * srcStep, len, ch, a[k % 5], b[k % 4], c[k % 3]);
-    for (int32_t y = 0; y < roi.height; ++y) {
-        const int32_t k = y + 4;
-        gauss5_row(top + k * srcStep, len, ch, a[k % 5], b[k % 4], c[k % 3]);
-        gauss5_col(a[y % 5], b[(y + 1) % 4], c[(y + 2) % 3], b[(y + 3) % 4], a[(y + 4) % 5], len,
-                   pDst + y * dstStep);
-    }
-}
 
 /* Bytes of the table path's one block, or -1 when they do not fit 31 bits. */
 int64_t table_bytes(LumiSize roi, LumiMaskSize mask, int ch)
@@ -454,16 +334,14 @@ LumStatus table_engine(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst, int32_t 
     Lum16u *buf = (Lum16u *)LUMI_T(lumsMalloc_8u)((int32_t)bytes);
     if (!buf)
         return lumStsMemAllocErr;
-    if (mask == lumMaskSize3x3) {
-        const int64_t cells = bytes / 2;
-        strip_rows<Strip3>(pSrc, srcStep, pDst, dstStep, roi, ch, buf,
-                           (int32_t)(cells < kStripCells ? cells : kStripCells));
-    } else {
-        const unsigned saved = enter_nearest();
-        ownlumiFilterLaplGaus5x5(pSrc, srcStep, pDst, dstStep, roi, ch, buf,
-                                 (((intptr_t)roi.width * ch + 15) & ~15));
-        leave_nearest(saved);
-    }
+    /* The strips take at most kStripCells cells of each kind from the block,
+     * which holds at least 32 of each. */
+    const int64_t cells = bytes / 2 / (mask == lumMaskSize3x3 ? 1 : 3);
+    const int32_t cap = (int32_t)(cells < kStripCells ? cells : kStripCells);
+    if (mask == lumMaskSize3x3)
+        strip_rows<Strip3>(pSrc, srcStep, pDst, dstStep, roi, ch, buf, cap);
+    else
+        strip_rows<Strip5>(pSrc, srcStep, pDst, dstStep, roi, ch, buf, cap);
     LUMI_T(lumsFree)(buf);
     return lumStsNoErr;
 }
