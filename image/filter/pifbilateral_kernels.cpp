@@ -85,17 +85,14 @@ inline void divide_store(Lum8u *dst, const __m128 n[4], const __m128 d[4])
     store_pixels(dst, q);
 }
 
-/* Calls block(x) for the blocks of 16 of a row of `width` >= 16 pixels, the
- * last one moved back to end on the last pixel. */
-template <typename Block>
-inline void row_blocks(int32_t width, Block block)
+/* Calls f(x) for blocks of 16 covering columns lo..hi (at least 16), the
+ * last one moved back to end on hi, so some columns are done twice. */
+template <typename F>
+inline void column_blocks(int32_t lo, int32_t hi, F f)
 {
-    for (int32_t x = 0;;) {
-        block(x);
-        if (x == width - 16)
-            break;
-        x = width - 16 - x > 16 ? x + 16 : width - 16;
-    }
+    for (int32_t x = lo; x < hi - 15; x += 16)
+        f(x);
+    f(hi - 15);
 }
 
 /* -------------------------------------------------------- fixed windows -- */
@@ -279,16 +276,6 @@ void plan_pairs(const Rows &rows, int32_t q, int32_t s, int32_t elemBytes, PairP
     pl->stride = pl->strip + 16 + 2 * q;
     for (int32_t i = 0; i < pl->count; ++i)
         pl->pair[i].base *= pl->stride;
-}
-
-/* Calls f(x) for blocks of 16 covering columns lo..hi (at least 16), the
- * last one moved back to end on hi. */
-template <typename F>
-inline void column_blocks(int32_t lo, int32_t hi, F f)
-{
-    for (int32_t x = lo; x < hi - 15; x += 16)
-        f(x);
-    f(hi - 15);
 }
 
 /* Kind 100: two neighbours (the pair at +o and -o) a multiply-add into
@@ -551,7 +538,7 @@ void general_kernel(const Rows &rows, int32_t qx, int32_t qy, int32_t s, const L
     for (int32_t y = 0; y < rows.height; ++y) {
         const Lum8u *src = rows.src + y * rows.srcStep;
         Lum8u *dst = rows.dst + y * rows.dstStep;
-        row_blocks(rows.width, [&](int32_t x) {
+        column_blocks(0, rows.width - 1, [&](int32_t x) {
             general_block(rows, src + x, dst + x, qx, qy, s, value0, samples);
         });
     }
