@@ -171,11 +171,7 @@ inline void warp_origins(const WarpSrc8u &c, __m128i ix, __m128i iy, const Lum8u
         org[2] = c.src + (int32_t)hi, org[3] = c.src + (hi >> 32);
         return;
     }
-    int32_t x[4], y[4];
-    remap_lanes_out(ix, x);
-    remap_lanes_out(iy, y);
-    for (int k = 0; k < 4; ++k)
-        org[k] = c.src + (ptrdiff_t)y[k] * c.step + (ptrdiff_t)x[k] * S;
+    remap_origins<S>(c.src, c.step, ix, iy, org);
 }
 
 /* Four pixels of one channel: two bytes of each of the two rows per pixel. */
@@ -301,7 +297,7 @@ inline void warp_c3_row(const Lum8u *const org[4], ptrdiff_t off, __m128i *left,
 {
     __m128i t[4];
     for (int k = 0; k < 4; ++k)
-        t[k] = Wide ? _mm_loadl_epi64((const __m128i *)(org[k] + off)) : remap_load_bytes(org[k] + off, 6);
+        t[k] = remap_load_row(org[k] + off, 6, Wide);
     /* Lane k of d0 holds bytes 0..3 of pixel k's row, lane k of d1 bytes
      * 4..7; the right tap is bytes 3..6. */
     const __m128i a = _mm_unpacklo_epi32(t[0], t[1]), b = _mm_unpacklo_epi32(t[2], t[3]);
