@@ -27,11 +27,13 @@
  * Each output row goes in strips of up to 2032 values: first down the
  * strip's footprint columns into 16-bit cells (3x3: top + 2*middle + bottom;
  * 5x5: for each column its share of a window centred 2, 1 and 0 columns
- * away), then across the cells.  The 5x5 sum of five shifted cells is scaled
- * with one 16-bit multiply-add per output pair (scale5), never widened
- * beforehand.  Tiers run the same code but for the 5x5 column shares, which
- * SSSE3 and later form with byte multiply-adds and SSE3 with 16-bit
- * multiplies.
+ * away), then across the cells.  The 5x5 filter makes two output rows per
+ * pass where the region has them, so that the six source rows they share
+ * are loaded and paired once.  The 5x5 sum of five shifted cells is
+ * divided in 16-bit lanes, never widened: an estimate of S / 571 from S / 4
+ * and a correction from the exact remainder (scale5).  Tiers run the same
+ * code but for the 5x5 column shares, which SSSE3 and later form with byte
+ * multiply-adds and SSE3 with 16-bit multiplies.
  *
  * A width whose working rows cannot be counted in a signed 32-bit byte count
  * is refused with lumStsSizeErr before anything is written; every address is
@@ -64,24 +66,20 @@ __m128i round3_vec(__m128i s) /* 16-bit lanes */
 }
 
 /* round5 of eight sums S = a + b + c given in 16-bit lanes, with
- * a <= 15300 and b, c <= 65280; results in 16-bit lanes.
- * ((S + 286) * 29382) >> 24 equals ((S + 286) * 14691) >> 23, and both
- * weights 14691 and 2 * 14691 fit a signed 16-bit multiplier, so one
- * multiply-add of the pairs (a - e, v - 2^15) forms 14691 * (S - 2^16), where
- * v = (b + c + 1) >> 1 and e = (b + c) & 1, so that 2v - e = b + c.  Adding
- * 14691 * (286 + 2^16) gives 14691 * (S + 286) < 2^31, exact in 32 bits. */
+ * a <= 15300 and b, c <= 65280; results in 16-bit lanes.  S itself does not
+ * fit 16 bits, but S / 4 does and S mod 2^16 does:
+ *   v = ((b + c + 1) >> 1 + (a >> 1) + 1) >> 1 lies in [(S - 1) / 4, (S + 3) / 4]
+ *   q0 = (v * 459) >> 16 is then round(S / 571) or one less (checked for every
+ *        S up to 571 * 255 and every v of its interval; the tests repeat it)
+ *   r = S - 571 q0 lies in [-285, 856], exact in signed 16 bits although S
+ *       and 571 q0 wrap, and q0 + 1 is the answer exactly when r > 285. */
 __m128i scale5(__m128i a, __m128i b, __m128i c)
 {
-    const __m128i v = _mm_avg_epu16(b, c);
-    const __m128i e = _mm_and_si128(_mm_xor_si128(b, c), _mm_set1_epi16(1));
-    const __m128i lo16 = _mm_sub_epi16(a, e);
-    const __m128i hi16 = _mm_xor_si128(v, _mm_set1_epi16(-0x8000));
-    const __m128i w = _mm_set1_epi32(14691 | 29382 << 16);
-    const __m128i bias = _mm_set1_epi32(14691 * (286 + 65536));
-    const __m128i lo = _mm_madd_epi16(_mm_unpacklo_epi16(lo16, hi16), w);
-    const __m128i hi = _mm_madd_epi16(_mm_unpackhi_epi16(lo16, hi16), w);
-    return _mm_packs_epi32(_mm_srli_epi32(_mm_add_epi32(lo, bias), 23),
-                           _mm_srli_epi32(_mm_add_epi32(hi, bias), 23));
+    const __m128i v = _mm_avg_epu16(_mm_avg_epu16(b, c), _mm_srli_epi16(a, 1));
+    const __m128i q0 = _mm_mulhi_epu16(v, _mm_set1_epi16(459));
+    const __m128i s = _mm_add_epi16(_mm_add_epi16(a, b), c);
+    const __m128i r = _mm_sub_epi16(s, _mm_mullo_epi16(q0, _mm_set1_epi16(571)));
+    return _mm_sub_epi16(q0, _mm_cmpgt_epi16(r, _mm_set1_epi16(285)));
 }
 
 /* ------------------------------------------------------- direct engine -- */
@@ -155,9 +153,51 @@ void kinds5(const __m128i *b, __m128i *k2, __m128i *k1, __m128i *k0)
 #endif
 }
 
+/* The kinds of two output rows at once from six byte vectors b[0..5] (rows
+ * -2..+3 of the first output row), eight columns from the low or high
+ * halves, into k[0..2] (first row: k0, k1, k2) and k[3..5] (second row).
+ * With SSSE3 the six rows go into three byte pairs that serve both output
+ * rows, paired so that no weight of 127 shares a pair with a nonzero one
+ * (no pair sum exceeds 127 * 255, so nothing saturates):
+ *   A = (row 0, row +3)   B = (row +1, row -2)   C = (row -1, row +2)
+ * first row:   w2 A0          + w1 B0 + w0 B1   + w1 C0 + w0 C1
+ * second row:  w1 A0 + w0 A1  + w2 B0           + w0 C0 + w1 C1 */
+template <bool hi>
+inline void kinds5_pair(const __m128i *b, Lum16u *const *cells, intptr_t x)
+{
+#if LUMI_HAS_SSSE3
+    const auto pairs = [](__m128i u, __m128i v) {
+        return hi ? _mm_unpackhi_epi8(u, v) : _mm_unpacklo_epi8(u, v);
+    };
+    const __m128i A = pairs(b[2], b[5]), B = pairs(b[3], b[0]), C = pairs(b[1], b[4]);
+    const auto w = [](int lo, int hi8) { return _mm_set1_epi16((short)(lo | hi8 << 8)); };
+    const auto put = [&](int k, __m128i v) { _mm_storeu_si128((__m128i *)(cells[k] + x), v); };
+    const auto kind = [&](int k, int w0, int w1, int w2) {
+        put(k, _mm_add_epi16(_mm_add_epi16(_mm_maddubs_epi16(A, w(w2, 0)),
+                                           _mm_maddubs_epi16(B, w(w1, w0))),
+                             _mm_maddubs_epi16(C, w(w1, w0))));
+        put(k + 3, _mm_add_epi16(_mm_add_epi16(_mm_maddubs_epi16(A, w(w1, w0)),
+                                               _mm_maddubs_epi16(B, w(w2, 0))),
+                                 _mm_maddubs_epi16(C, w(w0, w1))));
+    };
+    kind(2, 2, 7, 12);
+    kind(1, 7, 31, 52);
+    kind(0, 12, 52, 127);
+#else
+    __m128i h[6], k[6];
+    for (int i = 0; i < 6; ++i)
+        h[i] = hi ? _mm_srli_si128(b[i], 8) : b[i];
+    kinds5(h, &k[2], &k[1], &k[0]);
+    kinds5(h + 1, &k[5], &k[4], &k[3]);
+    for (int i = 0; i < 6; ++i)
+        _mm_storeu_si128((__m128i *)(cells[i] + x), k[i]);
+#endif
+}
+
 struct Strip3 {
-    enum { r = 1, kinds = 1, wide = 1 };
+    enum { r = 1, kinds = 1, pass = 1 };
     /* Eight columns from x: the low or high halves of the byte vectors b[0..2]. */
+    template <int P>
     static void down(const __m128i *b, Lum16u *const *cells, intptr_t x, bool hi = false)
     {
         const __m128i z = _mm_setzero_si128();
@@ -168,11 +208,13 @@ struct Strip3 {
         _mm_storeu_si128((__m128i *)(cells[0] + x), c);
     }
     /* Sixteen columns from x. */
+    template <int P>
     static void down16(const __m128i *b, Lum16u *const *cells, intptr_t x)
     {
-        down(b, cells, x);
-        down(b, cells, x + 8, true);
+        down<1>(b, cells, x);
+        down<1>(b, cells, x + 8, true);
     }
+    template <int P>
     static void down1(const Lum8u *const *p, Lum16u *const *cells, intptr_t x)
     {
         cells[0][x] = (Lum16u)(p[0][x] + 2 * p[1][x] + p[2][x]);
@@ -193,31 +235,64 @@ struct Strip3 {
     }
 };
 
-/* The 5x5 column pass goes eight columns at a time (wide = 0): the kinds of
- * sixteen at once would not fit the registers. */
+/* The 5x5 column pass makes two output rows a pass (pass = 2) where the
+ * region has them, from six source rows loaded once; a last odd row goes
+ * alone.  Cells k of the second row follow the first row's three kinds. */
 struct Strip5 {
-    enum { r = 2, kinds = 3, wide = 0 };
+    enum { r = 2, kinds = 3, pass = 2 };
+    static void store_kinds(Lum16u *const *cells, intptr_t x, const __m128i *k, int rows)
+    {
+        for (int i = 0; i < 3 * rows; ++i)
+            _mm_storeu_si128((__m128i *)(cells[i] + x), k[i]);
+    }
+    /* Eight columns from the low halves of b[0 .. 3 + P]. */
+    template <int P>
     static void down(const __m128i *b, Lum16u *const *cells, intptr_t x)
     {
-        __m128i k2, k1, k0;
-        kinds5(b, &k2, &k1, &k0);
-        _mm_storeu_si128((__m128i *)(cells[2] + x), k2);
-        _mm_storeu_si128((__m128i *)(cells[1] + x), k1);
-        _mm_storeu_si128((__m128i *)(cells[0] + x), k0);
+        if (P == 2) {
+            kinds5_pair<false>(b, cells, x);
+            return;
+        }
+        __m128i k[3];
+        kinds5(b, &k[2], &k[1], &k[0]);
+        store_kinds(cells, x, k, 1);
     }
+    /* Sixteen columns from x. */
+    template <int P>
+    static void down16(const __m128i *b, Lum16u *const *cells, intptr_t x)
+    {
+        if (P == 1) {
+            down<1>(b, cells, x);
+            __m128i h[5];
+            for (int i = 0; i < 5; ++i)
+                h[i] = _mm_srli_si128(b[i], 8);
+            down<1>(h, cells, x + 8);
+            return;
+        }
+        kinds5_pair<false>(b, cells, x);
+        kinds5_pair<true>(b, cells, x + 8);
+    }
+    template <int P>
     static void down1(const Lum8u *const *p, Lum16u *const *cells, intptr_t x)
     {
-        const uint32_t s0 = p[0][x] + p[4][x], s1 = p[1][x] + p[3][x], s2 = p[2][x];
-        cells[2][x] = (Lum16u)(2 * s0 + 7 * s1 + 12 * s2);
-        cells[1][x] = (Lum16u)(7 * s0 + 31 * s1 + 52 * s2);
-        cells[0][x] = (Lum16u)(12 * s0 + 52 * s1 + 127 * s2);
+        for (int j = 0; j < P; ++j) {
+            const Lum8u *const *q = p + j;
+            Lum16u *const *c = cells + 3 * j;
+            const uint32_t s0 = q[0][x] + q[4][x], s1 = q[1][x] + q[3][x], s2 = q[2][x];
+            c[2][x] = (Lum16u)(2 * s0 + 7 * s1 + 12 * s2);
+            c[1][x] = (Lum16u)(7 * s0 + 31 * s1 + 52 * s2);
+            c[0][x] = (Lum16u)(12 * s0 + 52 * s1 + 127 * s2);
+        }
     }
     static __m128i across(Lum16u *const *cells, intptr_t x, intptr_t ch)
     {
         const Lum16u *u0 = cells[0] + x, *u1 = cells[1] + x, *u2 = cells[2] + x;
+        /* One load of the centre cells serves both of its uses (the
+         * compiler would otherwise read them twice). */
+        __m128i c = load_cells(u0 + 2 * ch);
+        __asm__("" : "+x"(c));
         return scale5(_mm_add_epi16(load_cells(u2), load_cells(u2 + 4 * ch)),
-                      _mm_add_epi16(load_cells(u1 + ch), load_cells(u1 + 3 * ch)),
-                      load_cells(u0 + 2 * ch));
+                      _mm_add_epi16(load_cells(u1 + ch), load_cells(u1 + 3 * ch)), c);
     }
     static Lum8u across1(Lum16u *const *cells, intptr_t x, intptr_t ch)
     {
@@ -226,32 +301,32 @@ struct Strip5 {
     }
 };
 
-/* Down the columns of `span` footprint bytes from p[0..2r] into the cells. */
-template <typename K>
+/* Down the columns of `span` footprint bytes from p[0 .. 2r + P - 1] into
+ * the cells of P output rows. */
+template <typename K, int P>
 void strip_down(const Lum8u *const *rows, Lum16u *const *cellRows, int32_t span)
 {
-    const Lum8u *p[5];
-    for (int i = 0; i < 2 * K::r + 1; ++i)
+    const int n = 2 * K::r + P;
+    const Lum8u *p[6];
+    for (int i = 0; i < n; ++i)
         p[i] = rows[i];
-    Lum16u *cells[3];
-    for (int k = 0; k < K::kinds; ++k)
+    Lum16u *cells[6];
+    for (int k = 0; k < K::kinds * P; ++k)
         cells[k] = cellRows[k];
-    const int n = 2 * K::r + 1;
     int32_t x = 0;
-    __m128i b[5];
-    if constexpr (K::wide != 0)
-        for (; x + 16 <= span; x += 16) {
-            for (int i = 0; i < n; ++i)
-                b[i] = _mm_loadu_si128((const __m128i *)(p[i] + x));
-            K::down16(b, cells, x);
-        }
+    __m128i b[6];
+    for (; x + 16 <= span; x += 16) {
+        for (int i = 0; i < n; ++i)
+            b[i] = _mm_loadu_si128((const __m128i *)(p[i] + x));
+        K::template down16<P>(b, cells, x);
+    }
     for (; x + 8 <= span; x += 8) {
         for (int i = 0; i < n; ++i)
             b[i] = _mm_loadl_epi64((const __m128i *)(p[i] + x));
-        K::down(b, cells, x);
+        K::template down<P>(b, cells, x);
     }
     for (; x < span; ++x)
-        K::down1(p, cells, x);
+        K::template down1<P>(p, cells, x);
 }
 
 /* Across the cells into `len` output bytes. */
@@ -277,8 +352,8 @@ void strip_across(Lum16u *const *cellRows, intptr_t ch, Lum8u *dst, int32_t len)
         dst[x] = K::across1(cells, x, ch);
 }
 
-/* The whole region through strips of at most `cap` cells of each kind;
- * kind k starts at buf + k * cap. */
+/* The whole region through strips of at most `cap` cells of each kind and
+ * row of a pass; kind k of pass row j starts at buf + (j * kinds + k) * cap. */
 template <typename K>
 void strip_rows(const Lum8u *pSrc, intptr_t srcStep, Lum8u *pDst, intptr_t dstStep, LumiSize roi,
                 int ch, Lum16u *buf, int32_t cap)
@@ -287,29 +362,34 @@ void strip_rows(const Lum8u *pSrc, intptr_t srcStep, Lum8u *pDst, intptr_t dstSt
     const int32_t len = roi.width * ch, reach = 2 * r * ch;
     /* Whole blocks of 16 outputs per strip where the cells allow. */
     const int32_t step = cap - reach >= 16 ? (cap - reach) & ~15 : cap - reach;
-    Lum16u *cells[3];
-    for (int k = 0; k < K::kinds; ++k)
+    Lum16u *cells[6];
+    for (int k = 0; k < K::kinds * K::pass; ++k)
         cells[k] = buf + (intptr_t)k * cap;
-    for (int32_t y = 0; y < roi.height; ++y) {
-        const Lum8u *rows[5];
-        for (int i = 0; i < 2 * r + 1; ++i)
+    for (int32_t y = 0; y < roi.height;) {
+        const int P = K::pass == 2 && y + 1 < roi.height ? 2 : 1;
+        const Lum8u *rows[6];
+        for (int i = 0; i < 2 * r + P; ++i)
             rows[i] = pSrc + (intptr_t)(y - r + i) * srcStep - r * ch;
-        Lum8u *dst = pDst + (intptr_t)y * dstStep;
         for (int32_t x0 = 0; x0 < len; x0 += step) {
             const int32_t n = len - x0 < step ? len - x0 : step;
-            const Lum8u *p[5];
-            for (int i = 0; i < 2 * r + 1; ++i)
+            const Lum8u *p[6];
+            for (int i = 0; i < 2 * r + P; ++i)
                 p[i] = rows[i] + x0;
-            strip_down<K>(p, cells, n + reach);
-            strip_across<K>(cells, ch, dst + x0, n);
+            if (P == 2)
+                strip_down<K, K::pass>(p, cells, n + reach);
+            else
+                strip_down<K, 1>(p, cells, n + reach);
+            for (int j = 0; j < P; ++j)
+                strip_across<K>(cells + j * K::kinds, ch, pDst + (intptr_t)(y + j) * dstStep + x0, n);
         }
+        y += P;
     }
 }
 
 template <typename K>
 void direct_rows(const Lum8u *pSrc, intptr_t srcStep, Lum8u *pDst, intptr_t dstStep, LumiSize roi)
 {
-    Lum16u buf[K::kinds * kStripCells];
+    Lum16u buf[K::kinds * K::pass * kStripCells];
     strip_rows<K>(pSrc, srcStep, pDst, dstStep, roi, 1, buf, kStripCells);
 }
 
@@ -336,7 +416,7 @@ LumStatus table_engine(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst, int32_t 
         return lumStsMemAllocErr;
     /* The strips take at most kStripCells cells of each kind from the block,
      * which holds at least 32 of each. */
-    const int64_t cells = bytes / 2 / (mask == lumMaskSize3x3 ? 1 : 3);
+    const int64_t cells = bytes / 2 / (mask == lumMaskSize3x3 ? 1 : 6);
     const int32_t cap = (int32_t)(cells < kStripCells ? cells : kStripCells);
     if (mask == lumMaskSize3x3)
         strip_rows<Strip3>(pSrc, srcStep, pDst, dstStep, roi, ch, buf, cap);
