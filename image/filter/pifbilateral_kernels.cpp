@@ -12,7 +12,10 @@
  * run past entry 127.  Kind 100 interleaves two neighbours so that one
  * multiply-add of signed 16-bit pairs gives T_a * p_a + T_b * p_b per pixel,
  * and another with ones T_a + T_b; entries are at most 16384, so they fit a
- * signed lane.  Lane group k of a block is pixels 4k..4k+3.  The general
+ * signed lane.  When every entry is below 16384, the denominator adds the
+ * entries of two pairs in 16-bit lanes before that multiply-add, which
+ * saves one of them per two pairs.  Lane group k of a block is pixels
+ * 4k..4k+3.  The general
  * kernel reads its float value cells one lane at a time.
  */
 #include "tier.h"
@@ -170,8 +173,8 @@ void ring_tables(const Lum16u *tables, int32_t rings, RingTables *rt)
 
 #if LUMI_HAS_SSSE3
 /* The low and high bytes of the entries of ring `ring` at the 16 indices
- * of idx, from the pieces.  kLo and kHi are rt.pieces and rt.hiPieces, as constants so
- * that the shuffles unroll.  The step from one piece to the next is a
+ * of idx, from the pieces.  kLo and kHi are rt.pieces and rt.hiPieces, as
+ * constants so that the shuffles unroll.  The step from one piece to the next is a
  * saturating subtraction, which gives the same bytes (the first sum is at
  * least 0x70 and seven steps take 0x70 off) but stays one chain on one
  * register constant rather than a constant loaded for every piece. */
@@ -305,21 +308,21 @@ inline PairLanes pair_lanes(const Lum8u *src, const Pair &o, const Lum16u *wa, c
 }
 
 /* Kind 100, half h of a block: two neighbours (the pair at +o and -o) a
- * multiply-add into the 32-bit sums num and den of lane groups 2h, 2h + 1.
- * With kSharedDen the denominator takes two pairs at once: their
- * interleaved entries are added in 16-bit lanes first and one multiply-add
- * with ones then gives all four.  That needs every entry below 2^14, so
- * that two stay a positive signed lane; an entry reaches 2^14 only when
- * the value and position weights both round to about 1 (a huge position
- * sigma).  The halves go one after the other so that the sums and the
- * lanes of two pairs stay in registers. */
+ * multiply-add into the 32-bit sums num and den of lane groups 2h, 2h + 1,
+ * two pairs at a time (a window of n by n samples, n odd, has (n^2 - 1) / 2
+ * pairs, a multiple of 4).  With kSharedDen the denominator takes both
+ * pairs at once: their interleaved entries are added in 16-bit lanes first
+ * and one multiply-add with ones then gives all four.  That needs every
+ * entry below 2^14, so that two stay a positive signed lane; an entry
+ * reaches 2^14 only when the value and position weights both round to
+ * about 1 (a huge position sigma).  The halves go one after the other so
+ * that the sums and the lanes of two pairs stay in registers. */
 template <bool kSharedDen, int h>
 inline void gauss_pairs_half(const Lum8u *src, const PairPlan &pl, const Lum16u *const *fwd,
                              const Lum16u *const *bwd, int32_t col, __m128i *num, __m128i *den)
 {
     const __m128i ones = _mm_set1_epi16(1);
-    int32_t i = 0;
-    for (; i + 1 < pl.count; i += 2) {
+    for (int32_t i = 0; i < pl.count; i += 2) {
         const Pair &oa = pl.pair[i], &ob = pl.pair[i + 1];
         const PairLanes a = pair_lanes<h>(src, oa, fwd[i] + col, bwd[i] + col - oa.dx);
         const PairLanes b = pair_lanes<h>(src, ob, fwd[i + 1] + col, bwd[i + 1] + col - ob.dx);
@@ -332,14 +335,6 @@ inline void gauss_pairs_half(const Lum8u *src, const PairPlan &pl, const Lum16u 
                 den[k] = _mm_add_epi32(den[k], _mm_madd_epi16(a.t[k], ones));
                 den[k] = _mm_add_epi32(den[k], _mm_madd_epi16(b.t[k], ones));
             }
-        }
-    }
-    if (i < pl.count) {
-        const Pair &o = pl.pair[i];
-        const PairLanes a = pair_lanes<h>(src, o, fwd[i] + col, bwd[i] + col - o.dx);
-        for (int k = 0; k < 2; ++k) {
-            num[k] = _mm_add_epi32(num[k], _mm_madd_epi16(a.p[k], a.t[k]));
-            den[k] = _mm_add_epi32(den[k], _mm_madd_epi16(a.t[k], ones));
         }
     }
 }
