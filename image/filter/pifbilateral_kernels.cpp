@@ -15,8 +15,8 @@
  * signed lane.  When every entry is below 16384, the denominator adds the
  * entries of two pairs in 16-bit lanes before that multiply-add, which
  * saves one of them per two pairs.  Lane group k of a block is pixels
- * 4k..4k+3.  The general
- * kernel reads its float value cells one lane at a time.
+ * 4k..4k+3.  The general kernel reads its float value cells one lane at a
+ * time.
  */
 #include "tier.h"
 
@@ -174,10 +174,10 @@ void ring_tables(const Lum16u *tables, int32_t rings, RingTables *rt)
 #if LUMI_HAS_SSSE3
 /* The low and high bytes of the entries of ring `ring` at the 16 indices
  * of idx, from the pieces.  kLo and kHi are rt.pieces and rt.hiPieces, as
- * constants so that the shuffles unroll.  The step from one piece to the next is a
- * saturating subtraction, which gives the same bytes (the first sum is at
- * least 0x70 and seven steps take 0x70 off) but stays one chain on one
- * register constant rather than a constant loaded for every piece. */
+ * constants so that the shuffles unroll.  The step from one piece to the
+ * next is a saturating subtraction, which gives the same bytes (the first
+ * sum is at least 0x70 and seven steps take 0x70 off) but stays one chain
+ * on one register constant rather than a constant loaded for every piece. */
 template <int32_t kLo, int32_t kHi>
 inline void ring_planes(const RingTables &rt, int32_t ring, __m128i idx, __m128i *l, __m128i *h)
 {
@@ -419,7 +419,7 @@ void gauss_fast_pairs_block(const Lum8u *src, Lum8u *dst, const PairPlan &pl,
 }
 
 /* The weight rows of source row y for a strip of output columns xa..xb - 1,
- * into rows[i] for pair i (where column xa sits at element q): each
+ * into out[i] for pair i (where column xa sits at element q): each
  * offset's columns reach dx further left or right.  kLo and kHi as in
  * ring_entries; kind 101 (Lum8u) has no high bytes. */
 template <typename Elem, int32_t kLo, int32_t kHi>
