@@ -641,6 +641,56 @@ TEST_P(Bilateral, FixedWindowsExactlyAcrossStripsAndRows)
                     }
 }
 
+// Kind 100 adds the entries of two pairs in one 16-bit lane when every
+// entry is below 2^14 and keeps them apart otherwise.  Position sigmas
+// (scaled by the step, whose first ring is the largest) put the largest
+// entry just below the limit (a flat image then fills every lane to
+// 2 * 16383) and on it (a lane of 2 * 16384 would turn negative); value
+// tables that the shuffles read and ones that run past entry 127.
+TEST_P(Bilateral, DenominatorLanesAtTheLargestEntries)
+{
+    const struct {
+        int side, step;
+    } windows[] = {{3, 1}, {5, 1}, {5, 2}, {7, 1}, {9, 1}, {9, 2}};
+    const struct {
+        float ps2;
+        int largest;
+    } limits[] = {{8192.0f, 16383}, {1e6f, 16384}};
+    uint32_t seed = 900;
+    for (const auto &wnd : windows)
+        for (const auto &lim : limits)
+            for (float vs2 : {900.0f, 60000.0f})
+                for (Content content : {kFlat, kAlternating, kRandom}) {
+                    SCOPED_TRACE(testing::Message() << "window " << wnd.side << " step "
+                                                    << wnd.step << " sigma2 " << vs2 << ","
+                                                    << lim.ps2 << " content " << content);
+                    const LumiSize k = {wnd.side, wnd.side}, roiSize = {45, 7};
+                    PagedFootprint pf(roiSize.width, roiSize.height, k, seed++, content,
+                                      (seed & 1) != 0);
+                    ASSERT_NE(pf.data, nullptr);
+                    Block b(buf_size(lumiFilterBilateralGauss, roiSize, k), 3);
+                    const float ps2 = lim.ps2 * (float)(wnd.step * wnd.step);
+                    ASSERT_EQ(lumiFilterBilateralInit_8u_C1R(lumiFilterBilateralGauss, k, vs2, ps2,
+                                                             wnd.step, b.data()),
+                              lumStsNoErr);
+                    const Record &st = record_of(b.data());
+                    const int q = (wnd.side >> 1) - (wnd.side >> 1) % wnd.step;
+                    int largest = 0;
+                    for (int r = wnd.step; r <= q; r += wnd.step)
+                        for (int d = 0; d < 256; ++d)
+                            largest = std::max(largest, (int)nearbyintf((st.value0[d] *
+                                                                         st.position0[r]) *
+                                                                        16384.0f));
+                    ASSERT_EQ(largest, lim.largest);
+                    GuardedImage d(roiSize.width, roiSize.height, 1, 3, (int)(seed % 16));
+                    ASSERT_EQ(lumiFilterBilateral_8u_C1R(pf.origin(), pf.f.fw, d.data(), d.step,
+                                                         roiSize, k, b.data()),
+                              lumStsNoErr);
+                    check_fixed_exactly(pf.f, d.region(), st, q);
+                    EXPECT_TRUE(d.guard_intact());
+                }
+}
+
 // One block serves calls with smaller kernels, other sizes and both paths;
 // only the sample table changes between them.
 TEST_P(Bilateral, BlockReusedAcrossCallsAndSizes)

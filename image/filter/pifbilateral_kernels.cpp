@@ -12,8 +12,11 @@
  * run past entry 127.  Kind 100 interleaves two neighbours so that one
  * multiply-add of signed 16-bit pairs gives T_a * p_a + T_b * p_b per pixel,
  * and another with ones T_a + T_b; entries are at most 16384, so they fit a
- * signed lane.  Lane group k of a block is pixels 4k..4k+3.  The general
- * kernel reads its float value cells one lane at a time.
+ * signed lane.  When every entry is below 16384, the denominator adds the
+ * entries of two pairs in 16-bit lanes before that multiply-add, which
+ * saves one of them per two pairs.  Lane group k of a block is pixels
+ * 4k..4k+3.  The general kernel reads its float value cells one lane at a
+ * time.
  */
 #include "tier.h"
 
@@ -119,6 +122,7 @@ const int32_t kMaxPieces = 8; /* entries 0..127 */
 struct RingTables {
     const Lum16u *scalar[kMaxRings];
     int32_t pieces, hiPieces;
+    int32_t largest; /* the largest entry of any ring */
     __m128i lo[kMaxRings][kMaxPieces], hi[kMaxRings][kMaxPieces];
 };
 
@@ -140,9 +144,12 @@ void table_piece(const Lum16u *t, int32_t k, int32_t count, int32_t shift, __m12
 void ring_tables(const Lum16u *tables, int32_t rings, RingTables *rt)
 {
     int32_t last = -1, lastHi = -1;
+    rt->largest = 0;
     for (int32_t r = 0; r < rings; ++r) {
         rt->scalar[r] = tables + r * 256;
         for (int32_t d = 0; d < 256; ++d) {
+            if (rt->scalar[r][d] > rt->largest)
+                rt->largest = rt->scalar[r][d];
             if (rt->scalar[r][d] != 0 && d > last)
                 last = d;
             if (rt->scalar[r][d] >= 256 && d > lastHi)
@@ -167,7 +174,10 @@ void ring_tables(const Lum16u *tables, int32_t rings, RingTables *rt)
 #if LUMI_HAS_SSSE3
 /* The low and high bytes of the entries of ring `ring` at the 16 indices
  * of idx, from the pieces.  kLo and kHi are rt.pieces and rt.hiPieces, as
- * constants so that the shuffles unroll. */
+ * constants so that the shuffles unroll.  The step from one piece to the
+ * next is a saturating subtraction, which gives the same bytes (the first
+ * sum is at least 0x70 and seven steps take 0x70 off) but stays one chain
+ * on one register constant rather than a constant loaded for every piece. */
 template <int32_t kLo, int32_t kHi>
 inline void ring_planes(const RingTables &rt, int32_t ring, __m128i idx, __m128i *l, __m128i *h)
 {
@@ -176,7 +186,7 @@ inline void ring_planes(const RingTables &rt, int32_t ring, __m128i idx, __m128i
     *l = *h = _mm_setzero_si128();
     for (int32_t k = 1; k <= (kLo > kHi ? kLo : kHi); ++k) {
         if (k > 1)
-            idx = _mm_sub_epi8(idx, sixteen);
+            idx = _mm_subs_epu8(idx, sixteen);
         if (k <= kLo)
             *l = _mm_xor_si128(*l, _mm_shuffle_epi8(lo[k - 1], idx));
         if (k <= kHi)
@@ -278,12 +288,63 @@ void plan_pairs(const Rows &rows, int32_t q, int32_t s, int32_t elemBytes, PairP
         pl->pair[i].base *= pl->stride;
 }
 
-/* Kind 100: two neighbours (the pair at +o and -o) a multiply-add into
- * 32-bit sums started at c << 14 and 1 << 14; one shared division. */
+/* Kind 100, pair o for the eight pixels of half h of a block: the
+ * neighbours at +o and -o interleaved with their weights, (pa, pb) and
+ * (Ta, Tb) in the 16-bit lanes of each pixel, lane groups 2h and 2h + 1. */
+struct PairLanes {
+    __m128i p[2], t[2];
+};
+
+template <int h>
+inline PairLanes pair_lanes(const Lum8u *src, const Pair &o, const Lum16u *wa, const Lum16u *wb)
+{
+    const __m128i z = _mm_setzero_si128();
+    const __m128i pa = load16(src + o.offset), pb = load16(src - o.offset);
+    const __m128i ab = h ? _mm_unpackhi_epi8(pa, pb) : _mm_unpacklo_epi8(pa, pb);
+    const __m128i ta = _mm_loadu_si128((const __m128i *)(wa + 8 * h));
+    const __m128i tb = _mm_loadu_si128((const __m128i *)(wb + 8 * h));
+    return {{_mm_unpacklo_epi8(ab, z), _mm_unpackhi_epi8(ab, z)},
+            {_mm_unpacklo_epi16(ta, tb), _mm_unpackhi_epi16(ta, tb)}};
+}
+
+/* Kind 100, half h of a block: two neighbours (the pair at +o and -o) a
+ * multiply-add into the 32-bit sums num and den of lane groups 2h, 2h + 1,
+ * two pairs at a time (a window of n by n samples, n odd, has (n^2 - 1) / 2
+ * pairs, a multiple of 4).  With kSharedDen the denominator takes both
+ * pairs at once: their interleaved entries are added in 16-bit lanes first
+ * and one multiply-add with ones then gives all four.  That needs every
+ * entry below 2^14, so that two stay a positive signed lane; an entry
+ * reaches 2^14 only when the value and position weights both round to
+ * about 1 (a huge position sigma).  The halves go one after the other so
+ * that the sums and the lanes of two pairs stay in registers. */
+template <bool kSharedDen, int h>
+inline void gauss_pairs_half(const Lum8u *src, const PairPlan &pl, const Lum16u *const *fwd,
+                             const Lum16u *const *bwd, int32_t col, __m128i *num, __m128i *den)
+{
+    const __m128i ones = _mm_set1_epi16(1);
+    for (int32_t i = 0; i < pl.count; i += 2) {
+        const Pair &oa = pl.pair[i], &ob = pl.pair[i + 1];
+        const PairLanes a = pair_lanes<h>(src, oa, fwd[i] + col, bwd[i] + col - oa.dx);
+        const PairLanes b = pair_lanes<h>(src, ob, fwd[i + 1] + col, bwd[i + 1] + col - ob.dx);
+        for (int k = 0; k < 2; ++k) {
+            num[k] = _mm_add_epi32(num[k], _mm_madd_epi16(a.p[k], a.t[k]));
+            num[k] = _mm_add_epi32(num[k], _mm_madd_epi16(b.p[k], b.t[k]));
+            if (kSharedDen) {
+                den[k] = _mm_add_epi32(den[k], _mm_madd_epi16(_mm_add_epi16(a.t[k], b.t[k]), ones));
+            } else {
+                den[k] = _mm_add_epi32(den[k], _mm_madd_epi16(a.t[k], ones));
+                den[k] = _mm_add_epi32(den[k], _mm_madd_epi16(b.t[k], ones));
+            }
+        }
+    }
+}
+
+/* Kind 100: sums started at c << 14 and 1 << 14; one shared division. */
+template <bool kSharedDen>
 void gauss_pairs_block(const Lum8u *src, Lum8u *dst, const PairPlan &pl,
                        const Lum16u *const *fwd, const Lum16u *const *bwd, int32_t col)
 {
-    const __m128i z = _mm_setzero_si128(), ones = _mm_set1_epi16(1);
+    const __m128i z = _mm_setzero_si128();
     const __m128i c = load16(src);
     Sums num, den;
     widen16(_mm_unpacklo_epi8(c, z), _mm_unpackhi_epi8(c, z), &num);
@@ -291,26 +352,8 @@ void gauss_pairs_block(const Lum8u *src, Lum8u *dst, const PairPlan &pl,
         num.v[k] = _mm_slli_epi32(num.v[k], 14);
         den.v[k] = _mm_set1_epi32(1 << 14);
     }
-    for (int32_t i = 0; i < pl.count; ++i) {
-        const Pair &o = pl.pair[i];
-        const __m128i pa = load16(src + o.offset), pb = load16(src - o.offset);
-        const Lum16u *wa = fwd[i] + col, *wb = bwd[i] + col - o.dx;
-        const __m128i ta[2] = {_mm_loadu_si128((const __m128i *)wa),
-                               _mm_loadu_si128((const __m128i *)(wa + 8))};
-        const __m128i tb[2] = {_mm_loadu_si128((const __m128i *)wb),
-                               _mm_loadu_si128((const __m128i *)(wb + 8))};
-        const __m128i ab[2] = {_mm_unpacklo_epi8(pa, pb), _mm_unpackhi_epi8(pa, pb)};
-        for (int h = 0; h < 2; ++h) {
-            const __m128i p0 = _mm_unpacklo_epi8(ab[h], z);
-            const __m128i p1 = _mm_unpackhi_epi8(ab[h], z);
-            const __m128i t0 = _mm_unpacklo_epi16(ta[h], tb[h]);
-            const __m128i t1 = _mm_unpackhi_epi16(ta[h], tb[h]);
-            num.v[2 * h] = _mm_add_epi32(num.v[2 * h], _mm_madd_epi16(p0, t0));
-            num.v[2 * h + 1] = _mm_add_epi32(num.v[2 * h + 1], _mm_madd_epi16(p1, t1));
-            den.v[2 * h] = _mm_add_epi32(den.v[2 * h], _mm_madd_epi16(t0, ones));
-            den.v[2 * h + 1] = _mm_add_epi32(den.v[2 * h + 1], _mm_madd_epi16(t1, ones));
-        }
-    }
+    gauss_pairs_half<kSharedDen, 0>(src, pl, fwd, bwd, col, num.v, den.v);
+    gauss_pairs_half<kSharedDen, 1>(src, pl, fwd, bwd, col, num.v + 2, den.v + 2);
     __m128 n[4], d[4];
     for (int k = 0; k < 4; ++k) {
         n[k] = _mm_cvtepi32_ps(num.v[k]);
@@ -375,37 +418,38 @@ void gauss_fast_pairs_block(const Lum8u *src, Lum8u *dst, const PairPlan &pl,
     store_pixels(dst, q);
 }
 
-/* The weight rows of source row y for a strip of output columns xa..xb - 1:
- * each offset's columns reach dx further left or right.  kLo and kHi as in
+/* The weight rows of source row y for a strip of output columns xa..xb - 1,
+ * into out[i] for pair i (where column xa sits at element q): each
+ * offset's columns reach dx further left or right.  kLo and kHi as in
  * ring_entries; kind 101 (Lum8u) has no high bytes. */
 template <typename Elem, int32_t kLo, int32_t kHi>
-void weigh_row(const Rows &rows, const PairPlan &pl, const RingTables &rt, Elem *weights,
+void weigh_row(const Rows &rows, const PairPlan &pl, const RingTables &rt, Elem *const *out,
                int32_t y, int32_t xa, int32_t xb)
 {
-    const int32_t q = pl.q;
     const Lum8u *src = rows.src + y * rows.srcStep;
     for (int32_t i = 0; i < pl.count; ++i) {
         const Pair &o = pl.pair[i];
-        const int32_t ax = o.dx < 0 ? -o.dx : o.dx;
-        Elem *w = weights + o.base + (y + q) % (o.dy + 1) * pl.stride + q;
+        const intptr_t offset = o.offset;
+        const int32_t ring = o.ring, ax = o.dx < 0 ? -o.dx : o.dx;
+        Elem *w = out[i] + pl.q;
         const int32_t lo = xa - (o.dx > 0 ? o.dx : 0), hi = lo + (xb - xa) + ax - 1;
         column_blocks(lo, hi, [&](int32_t x) {
-            const __m128i idx = absdiff(load16(src + x), load16(src + x + o.offset));
+            const __m128i idx = absdiff(load16(src + x), load16(src + x + offset));
             if constexpr (sizeof(Elem) == 2) {
                 __m128i t0, t1;
-                ring_entries<kLo, kHi>(rt, o.ring, idx, &t0, &t1);
+                ring_entries<kLo, kHi>(rt, ring, idx, &t0, &t1);
                 _mm_storeu_si128((__m128i *)(w + (x - xa)), t0);
                 _mm_storeu_si128((__m128i *)(w + (x - xa) + 8), t1);
             } else {
-                _mm_storeu_si128((__m128i *)(w + (x - xa)), ring_bytes<kLo>(rt, o.ring, idx));
+                _mm_storeu_si128((__m128i *)(w + (x - xa)), ring_bytes<kLo>(rt, ring, idx));
             }
         });
     }
 }
 
 template <typename Elem>
-using WeighRow = void (*)(const Rows &, const PairPlan &, const RingTables &, Elem *, int32_t,
-                          int32_t, int32_t);
+using WeighRow = void (*)(const Rows &, const PairPlan &, const RingTables &, Elem *const *,
+                          int32_t, int32_t, int32_t);
 
 /* weigh_row for rt.pieces and rt.hiPieces, whose unrolled forms are made
  * for every count up to kMaxPieces (high bytes for kind 100 only); the
@@ -443,24 +487,36 @@ void paired_strip(const Rows &rows, const PairPlan &pl, const RingTables &rt, We
                   Elem *weights, int32_t xa, int32_t xb)
 {
     const int32_t q = pl.q;
-    const Elem *fwd[kMaxPairs], *bwd[kMaxPairs];
+    /* Slot of source row y in each ring: (y + q) mod (dy + 1), stepped
+     * along rather than divided out for every row.  The row dy above,
+     * which the backward weights read, is the oldest: the next slot. */
+    int32_t slot[kMaxPairs];
+    Elem *fwd[kMaxPairs];
+    const Elem *bwd[kMaxPairs];
+    for (int32_t i = 0; i < pl.count; ++i)
+        slot[i] = 0;
     for (int32_t y = -q; y < rows.height; ++y) {
-        weigh(rows, pl, rt, weights, y, xa, xb);
-        if (y < 0)
-            continue;
         for (int32_t i = 0; i < pl.count; ++i) {
             const Pair &o = pl.pair[i];
-            const Elem *ring = weights + o.base;
-            fwd[i] = ring + (y + q) % (o.dy + 1) * pl.stride;
-            bwd[i] = ring + (y + q - o.dy) % (o.dy + 1) * pl.stride;
+            const int32_t next = slot[i] == o.dy ? 0 : slot[i] + 1;
+            fwd[i] = weights + o.base + slot[i] * pl.stride;
+            bwd[i] = weights + o.base + next * pl.stride;
+            slot[i] = next;
         }
+        weigh(rows, pl, rt, fwd, y, xa, xb);
+        if (y < 0)
+            continue;
         const Lum8u *src = rows.src + y * rows.srcStep;
         Lum8u *dst = rows.dst + y * rows.dstStep;
         column_blocks(xa, xb - 1, [&](int32_t x) {
-            if constexpr (sizeof(Elem) == 2)
-                gauss_pairs_block(src + x, dst + x, pl, fwd, bwd, x - xa + q);
-            else
+            if constexpr (sizeof(Elem) == 2) {
+                if (rt.largest < (1 << 14))
+                    gauss_pairs_block<true>(src + x, dst + x, pl, fwd, bwd, x - xa + q);
+                else
+                    gauss_pairs_block<false>(src + x, dst + x, pl, fwd, bwd, x - xa + q);
+            } else {
                 gauss_fast_pairs_block(src + x, dst + x, pl, fwd, bwd, x - xa + q);
+            }
         });
     }
 }
