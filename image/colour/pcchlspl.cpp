@@ -272,11 +272,10 @@ template <class Kernel>
 inline void block8_32f(const Lum32f *src, Lum32f *dst)
 {
 #if LUMI_HAS_AVX
-    __m256 in[3], out[3], q[3];
+    __m256 in[3], out[3];
     load8(src, in);
     Kernel::body(in, out);
-    interleave(out[0], out[1], out[2], q);
-    store8(dst, q);
+    store8(dst, out);
 #else
     for (int half = 0; half < 2; ++half) {
         __m128 in[3], out[3], q[3];
