@@ -162,6 +162,53 @@ inline __m256 select(__m256 mask, __m256 a, __m256 b)
 #endif
 
 
+#if LUMI_HAS_AVX
+/* Two eight-lane registers that every operation above treats lane by lane.
+ * A body kernel run on pairs converts two blocks of pixels at once; their
+ * chains of dependent steps are independent, so the processor overlaps the
+ * latencies of one with the work of the other. */
+struct Pair8 {
+    __m256 a, b;
+};
+template <> inline Pair8 splat<Pair8>(float v)
+{
+    const __m256 x = _mm256_set1_ps(v);
+    return {x, x};
+}
+#define LUMI_HLS_PAIRWISE(op) \
+    inline Pair8 op(Pair8 x, Pair8 y) { return {op(x.a, y.a), op(x.b, y.b)}; }
+LUMI_HLS_PAIRWISE(add)
+LUMI_HLS_PAIRWISE(sub)
+LUMI_HLS_PAIRWISE(mul)
+LUMI_HLS_PAIRWISE(div)
+LUMI_HLS_PAIRWISE(vmax)
+LUMI_HLS_PAIRWISE(vmin)
+LUMI_HLS_PAIRWISE(eq)
+LUMI_HLS_PAIRWISE(lt)
+LUMI_HLS_PAIRWISE(le)
+LUMI_HLS_PAIRWISE(gt)
+LUMI_HLS_PAIRWISE(band)
+LUMI_HLS_PAIRWISE(bandnot)
+#undef LUMI_HLS_PAIRWISE
+inline Pair8 select(Pair8 m, Pair8 x, Pair8 y) { return {select(m.a, x.a, y.a), select(m.b, x.b, y.b)}; }
+inline bool any(Pair8 mask) { return any(_mm256_or_ps(mask.a, mask.b)); }
+#endif
+
+/* x + c where mask is set, else x.  With a one-instruction blend the sum
+ * is formed beside the compare rather than after it, which shortens the
+ * path to whatever reads the result; without one, adding the masked
+ * constant is shorter.  The two agree wherever x + (+0) is x, that is
+ * unless x is -0 in a rounding mode other than downward: see the callers. */
+template <class V>
+inline V add_where(V mask, V x, V c)
+{
+#if LUMI_HAS_SSE41
+    return select(mask, add(x, c), x);
+#else
+    return add(x, band(mask, c));
+#endif
+}
+
 /* The processor's reciprocal estimate of one value, and the same refined by
  * one Newton step written as (2r) - ((x*r)*r). */
 inline float rcp_estimate(float x)
@@ -334,7 +381,10 @@ template <class V>
 inline V channel(V x, V m1, V m2)
 {
     const V up = lt(x, splat<V>(60.0f));
-    const V pos = select(up, x, sub(splat<V>(240.0f), x));
+    /* Below 60, 240 - x exceeds 180 and so x; from 180 to 240 it lies in
+     * 0..60 and below x: the smaller of the two is the ramp's position
+     * wherever a ramp is taken (-0 and -inf included). */
+    const V pos = vmin(x, sub(splat<V>(240.0f), x));
     const V ramp = add(mul(mul(pos, splat<V>(kSixtieth)), sub(m2, m1)), m1);
     const V flat = select(lt(x, splat<V>(240.0f)), ramp, m1);
     return select(up, ramp, select(lt(x, splat<V>(180.0f)), m2, flat));
@@ -347,8 +397,10 @@ inline void rgb_from_hls(V h, V l, V s, V out[3])
     const V m2 = select(gt(l, splat<V>(0.5f)), sub(add(l, s), ls), add(l, ls));
     const V m1 = sub(mul(splat<V>(2.0f), l), m2);
     V hr = add(h, splat<V>(120.0f)), hb = sub(h, splat<V>(120.0f));
-    hr = sub(hr, band(gt(hr, splat<V>(360.0f)), splat<V>(360.0f)));
-    hb = add(hb, band(lt(hb, splat<V>(0.0f)), splat<V>(360.0f)));
+    /* An exact zero sum is -0 only when rounding downward, so neither
+     * h + 120 nor h - 120 is ever a -0 that adding +0 would change. */
+    hr = add_where(gt(hr, splat<V>(360.0f)), hr, splat<V>(-360.0f));
+    hb = add_where(lt(hb, splat<V>(0.0f)), hb, splat<V>(360.0f));
     out[0] = channel(hr, m1, m2);
     out[1] = channel(h, m1, m2);
     out[2] = channel(hb, m1, m2);
