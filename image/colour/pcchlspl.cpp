@@ -287,24 +287,6 @@ inline void block8_32f(const Lum32f *src, Lum32f *dst)
 #endif
 }
 
-#if LUMI_HAS_AVX
-/* Sixteen: two blocks of eight through one pass of the kernel on pairs. */
-template <class Kernel>
-inline void block16_32f(const Lum32f *src, Lum32f *dst)
-{
-    __m256 a[3], b[3];
-    load8(src, a);
-    load8(src + 24, b);
-    const Pair8 in[3] = {{a[0], b[0]}, {a[1], b[1]}, {a[2], b[2]}};
-    Pair8 out[3];
-    Kernel::body(in, out);
-    for (int c = 0; c < 3; ++c)
-        a[c] = out[c].a, b[c] = out[c].b;
-    store8(dst, a);
-    store8(dst + 24, b);
-}
-#endif
-
 template <class Kernel>
 void blocks_32f(const Lum32f *src, Lum32f *dst, int32_t end)
 {
@@ -312,8 +294,20 @@ void blocks_32f(const Lum32f *src, Lum32f *dst, int32_t end)
     __m128 lo[3], olo[3], q[3];
     int32_t x = 0;
 #if LUMI_HAS_AVX
-    for (; x + 16 <= end; x += 16)
-        block16_32f<Kernel>(src + 3 * x, dst + 3 * x);
+    /* Sixteen at a time: two blocks of eight through one pass of the
+     * kernel on pairs. */
+    for (; x + 16 <= end; x += 16) {
+        __m256 a[3], b[3];
+        load8(src + 3 * x, a);
+        load8(src + 3 * x + 24, b);
+        const Pair8 in[3] = {{a[0], b[0]}, {a[1], b[1]}, {a[2], b[2]}};
+        Pair8 out[3];
+        Kernel::body(in, out);
+        for (int c = 0; c < 3; ++c)
+            a[c] = out[c].a, b[c] = out[c].b;
+        store8(dst + 3 * x, a);
+        store8(dst + 3 * x + 24, b);
+    }
 #endif
     for (; x + 8 <= end; x += 8)
         block8_32f<Kernel>(src + 3 * x, dst + 3 * x);
