@@ -43,9 +43,10 @@
  * share a mode agree.
  *
  * The AVX build runs the body's arithmetic on eight lanes, two rounds at a
- * time; each lane sees the same operations, so its results are those of the
- * SSE4.1 build.  Blends and byte shuffles move pixels between interleaved
- * memory and channel registers.  The float bodies test a block for grey
+ * time, and the float forms on two such blocks side by side (sixteen pixels
+ * a round, then eight, then four); each lane sees the same operations, so
+ * its results are those of the SSE4.1 build.  Blends and shuffles move
+ * pixels between interleaved memory and channel registers.  The float bodies test a block for grey
  * pixels (delta at most 2^-23, or S = 0) and apply the masks or selects
  * that give them their values only when there is one.
  *
