@@ -115,6 +115,7 @@ inline __m128 eq(__m128 a, __m128 b) { return _mm_cmpeq_ps(a, b); }
 inline __m128 lt(__m128 a, __m128 b) { return _mm_cmplt_ps(a, b); }
 inline __m128 le(__m128 a, __m128 b) { return _mm_cmple_ps(a, b); }
 inline __m128 gt(__m128 a, __m128 b) { return _mm_cmpgt_ps(a, b); }
+inline __m128 nge(__m128 a, __m128 b) { return _mm_cmpnge_ps(a, b); }
 inline __m128 band(__m128 a, __m128 b) { return _mm_and_ps(a, b); }
 inline __m128 bandnot(__m128 a, __m128 b) { return _mm_andnot_ps(a, b); }
 inline bool any(__m128 mask) { return _mm_movemask_ps(mask) != 0; }
@@ -147,6 +148,7 @@ inline __m256 eq(__m256 a, __m256 b) { return _mm256_cmp_ps(a, b, _CMP_EQ_OQ); }
 inline __m256 lt(__m256 a, __m256 b) { return _mm256_cmp_ps(a, b, _CMP_LT_OS); }
 inline __m256 le(__m256 a, __m256 b) { return _mm256_cmp_ps(a, b, _CMP_LE_OS); }
 inline __m256 gt(__m256 a, __m256 b) { return _mm256_cmp_ps(a, b, _CMP_GT_OS); }
+inline __m256 nge(__m256 a, __m256 b) { return _mm256_cmp_ps(a, b, _CMP_NGE_US); }
 inline __m256 band(__m256 a, __m256 b) { return _mm256_and_ps(a, b); }
 inline __m256 bandnot(__m256 a, __m256 b) { return _mm256_andnot_ps(a, b); }
 inline bool any(__m256 mask) { return _mm256_movemask_ps(mask) != 0; }
@@ -187,6 +189,7 @@ LUMI_HLS_PAIRWISE(eq)
 LUMI_HLS_PAIRWISE(lt)
 LUMI_HLS_PAIRWISE(le)
 LUMI_HLS_PAIRWISE(gt)
+LUMI_HLS_PAIRWISE(nge)
 LUMI_HLS_PAIRWISE(band)
 LUMI_HLS_PAIRWISE(bandnot)
 #undef LUMI_HLS_PAIRWISE
@@ -380,14 +383,17 @@ inline void rgb_from_hls(float h, float l, float s, float out[3])
 template <class V>
 inline V channel(V x, V m1, V m2)
 {
-    const V up = lt(x, splat<V>(60.0f));
-    /* Below 60, 240 - x exceeds 180 and so x; from 180 to 240 it lies in
-     * 0..60 and below x: the smaller of the two is the ramp's position
-     * wherever a ramp is taken (-0 and -inf included). */
+    /* The ramp's position is the smaller of x and 240 - x: below 60 that
+     * is x (240 - x exceeds 180), from 180 to 240 it is 240 - x (0..60).
+     * It is below 60, or NaN, on both ramps and from 240 on (where it is at
+     * most 0); from 60 to 180 it is 60 or more, and only x = 180 ramps
+     * there.  So one test of the position and one of x choose each value,
+     * and the ramp enters only the last two selects. */
     const V pos = vmin(x, sub(splat<V>(240.0f), x));
     const V ramp = add(mul(mul(pos, splat<V>(kSixtieth)), sub(m2, m1)), m1);
-    const V flat = select(lt(x, splat<V>(240.0f)), ramp, m1);
-    return select(up, ramp, select(lt(x, splat<V>(180.0f)), m2, flat));
+    const V low = nge(pos, splat<V>(60.0f));
+    return select(low, select(lt(x, splat<V>(240.0f)), ramp, m1),
+                  select(lt(x, splat<V>(180.0f)), m2, ramp));
 }
 
 template <class V>
