@@ -212,6 +212,25 @@ inline V add_where(V mask, V x, V c)
 #endif
 }
 
+/* 2 x as a product.  The compiler would rewrite it as x + x (the same
+ * bits), an addition, and the adders are what the inverse's compares and
+ * sums keep busiest; hiding the constant keeps it on a multiplier. */
+inline __m128 twice(__m128 x)
+{
+    __m128 two = _mm_set1_ps(2.0f);
+    __asm__("" : "+x"(two));
+    return _mm_mul_ps(two, x);
+}
+#if LUMI_HAS_AVX
+inline __m256 twice(__m256 x)
+{
+    __m256 two = _mm256_set1_ps(2.0f);
+    __asm__("" : "+x"(two));
+    return _mm256_mul_ps(two, x);
+}
+inline Pair8 twice(Pair8 x) { return {twice(x.a), twice(x.b)}; }
+#endif
+
 /* The processor's reciprocal estimate of one value, and the same refined by
  * one Newton step written as (2r) - ((x*r)*r). */
 inline float rcp_estimate(float x)
@@ -401,7 +420,7 @@ inline void rgb_from_hls(V h, V l, V s, V out[3])
 {
     const V ls = mul(l, s);
     const V m2 = select(gt(l, splat<V>(0.5f)), sub(add(l, s), ls), add(l, ls));
-    const V m1 = sub(mul(splat<V>(2.0f), l), m2);
+    const V m1 = sub(twice(l), m2);
     V hr = add(h, splat<V>(120.0f)), hb = sub(h, splat<V>(120.0f));
     /* An exact zero sum is -0 only when rounding downward, so neither
      * h + 120 nor h - 120 is ever a -0 that adding +0 would change. */
