@@ -4,6 +4,7 @@
 // reference takes it from the instruction on the machine it runs on.
 #include <gtest/gtest.h>
 
+#include <fenv.h>
 #include <math.h>
 #include <stdint.h>
 #include <string.h>
@@ -443,13 +444,24 @@ TEST_P(Hls, Float32)
         EXPECT_EQ(b.at(x, 0, 1), 0.0f) << x; // m1 = 2 l - m2 = 0.5 - 0.5
 }
 
+// A list of pixels (three floats each) laid over an image in reading order,
+// pixel i of the list at position i + shift, over as many rows as it takes.
+struct PixelList {
+    std::vector<float> px;
+    int count() const { return (int)px.size() / 3; }
+    int rows(int w) const { return (count() + w - 1) / w; }
+    void fill(Img<Lum32f> &img, int shift) const
+    {
+        for (int y = 0; y < img.h; ++y)
+            for (int x = 0; x < img.w; ++x)
+                memcpy(&img.at(x, y, 0), &px[3 * (size_t)((y * img.w + x + shift) % count())], 12);
+    }
+};
+
 // Every combination of three values from a list of special floats (signed
 // zeros, subnormals, the grey threshold and its neighbour, 0.5 and the next
-// float, out of range, overflowing, infinite, NaN), as pixel i of the list,
-// rotated by `shift` so that over all shifts each combination meets every
-// column of a row.
-struct SpecialGrid {
-    std::vector<float> px;
+// float, out of range, overflowing, infinite, NaN).
+struct SpecialGrid : PixelList {
     SpecialGrid()
     {
         const float v[] = {0.0f, -0.0f, from_bits(1), -from_bits(1), 1.1920929e-7f, 2.4e-7f,
@@ -460,53 +472,103 @@ struct SpecialGrid {
                 for (float c : v)
                     px.insert(px.end(), {a, b, c});
     }
-    int count() const { return (int)px.size() / 3; }
-    void fill(Img<Lum32f> &img, int shift) const
+};
+
+// Hues on and beside every edge of the channel function, for G and for R
+// and B after their +-120 and wraps: the 49 floats H nearest to each
+// multiple of 60 degrees from -240 to 600 (each edge is met exactly by h,
+// h + 120 and h - 120).  Each hue comes with lightness and saturation
+// pairs that give m2 above and below mid-lightness, S = 0 (L copied), m1 of
+// -0 (where a ramp at position +0 would give +0), a falling ramp (S < 0)
+// and an infinite S.
+struct HueEdges : PixelList {
+    HueEdges()
     {
-        for (int y = 0; y < img.h; ++y)
-            for (int x = 0; x < img.w; ++x)
-                memcpy(&img.at(x, y, 0), &px[3 * (size_t)((y * img.w + x + shift) % count())], 12);
+        const float ls[][2] = {{0.3f, 0.6f},   {0.8f, 0.45f},  {0.4f, 0.0f},
+                               {-0.0f, -0.5f}, {0.6f, -0.3f},  {0.5f, INFINITY}};
+        for (int edge = -240; edge <= 600; edge += 60) {
+            float H = (float)edge / 360.0f;
+            for (int k = 0; k < 24; ++k)
+                H = nextafterf(H, -INFINITY);
+            for (int k = 0; k <= 48; ++k, H = nextafterf(H, INFINITY))
+                for (const auto &p : ls)
+                    px.insert(px.end(), {H, p[0], p[1]});
+        }
     }
 };
 
 bool same_float(float a, float b) { return memcmp(&a, &b, 4) == 0 || (a != a && b != b); }
 
-// Special values through both directions at widths whose rows hold blocks of
-// eight, a block of four and a tail of one (13), or four and three (7), on
-// every column; each output has the reference's bits (any NaN for a NaN),
-// including the sign of a zero.
+// Converts `list` at width w in one direction and compares each output with
+// the reference's bits (any NaN for a NaN), the sign of a zero included;
+// reports the first three differences.
+bool matches_reference_32f(const PixelList &list, int w, int shift, bool fwd)
+{
+    const int h = list.rows(w);
+    Img<Lum32f> src(w, h, 2), dst(w, h, 1);
+    list.fill(src, shift);
+    const LumStatus st = fwd
+        ? lumiRGBToHLS_32f_C3R(src.data(), src.step(), dst.data(), dst.step(), {w, h})
+        : lumiHLSToRGB_32f_C3R(src.data(), src.step(), dst.data(), dst.step(), {w, h});
+    EXPECT_EQ(st, lumStsNoErr);
+    int wrong = 0;
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) {
+            const float *p = &src.at(x, y, 0);
+            float want[3];
+            if (fwd)
+                ref_hls_32f(p[0], p[1], p[2], want);
+            else
+                ref_rgb(x < (w & ~3) ? kA : kB, p[0] * 360.0f, p[1], p[2], want);
+            for (int c = 0; c < 3; ++c)
+                if (!same_float(dst.at(x, y, c), want[c]) && ++wrong <= 3)
+                    ADD_FAILURE() << "column " << x << " channel " << c << " of (" << p[0] << ", "
+                                  << p[1] << ", " << p[2] << "): got " << dst.at(x, y, c)
+                                  << ", want " << want[c];
+        }
+    EXPECT_TRUE(dst.guards_intact());
+    return st == lumStsNoErr && wrong == 0 && dst.guards_intact();
+}
+
+// Special values through both directions at widths whose rows hold two
+// rounds of sixteen, a block of eight, four and a tail of three (47), or
+// eight, four and a tail of one (13), or four and three (7), on every column.
 TEST_P(Hls, Float32SpecialValuesOnEveryPath)
 {
     const SpecialGrid grid;
-    for (int w : {13, 7})
+    for (int w : {47, 13, 7})
         for (int shift = 0; shift < w; ++shift)
-            for (bool fwd : {true, false}) {
-                SCOPED_TRACE(::testing::Message() << (fwd ? "to HLS " : "to RGB ") << w << " shift " << shift);
-                const int h = (grid.count() + w - 1) / w;
-                Img<Lum32f> src(w, h, 2), dst(w, h, 1);
-                grid.fill(src, shift);
-                const LumStatus st = fwd
-                    ? lumiRGBToHLS_32f_C3R(src.data(), src.step(), dst.data(), dst.step(), {w, h})
-                    : lumiHLSToRGB_32f_C3R(src.data(), src.step(), dst.data(), dst.step(), {w, h});
-                ASSERT_EQ(st, lumStsNoErr);
-                int wrong = 0;
-                for (int y = 0; y < h; ++y)
-                    for (int x = 0; x < w; ++x) {
-                        const float *p = &src.at(x, y, 0);
-                        float want[3];
-                        if (fwd)
-                            ref_hls_32f(p[0], p[1], p[2], want);
-                        else
-                            ref_rgb(x < (w & ~3) ? kA : kB, p[0] * 360.0f, p[1], p[2], want);
-                        for (int c = 0; c < 3; ++c)
-                            if (!same_float(dst.at(x, y, c), want[c]) && ++wrong <= 3)
-                                ADD_FAILURE() << "column " << x << " channel " << c << " of (" << p[0]
-                                              << ", " << p[1] << ", " << p[2] << "): got "
-                                              << dst.at(x, y, c) << ", want " << want[c];
-                    }
-                ASSERT_EQ(wrong, 0);
-                ASSERT_TRUE(dst.guards_intact());
-            }
+            for (bool fwd : {true, false})
+                ASSERT_TRUE(matches_reference_32f(grid, w, shift, fwd))
+                    << (fwd ? "to HLS " : "to RGB ") << w << " shift " << shift;
+}
+
+// Hues at the channel edges, at the same widths, so that every edge meets
+// every kind of block and the tail, with grey lanes mixed among the others.
+TEST_P(Hls, Float32HueEdgesOnEveryPath)
+{
+    const HueEdges edges;
+    for (int w : {47, 13, 7})
+        for (int shift = 0; shift < 6; ++shift)
+            ASSERT_TRUE(matches_reference_32f(edges, w, shift, false)) << w << " shift " << shift;
+}
+
+// The caller's rounding mode rounds every step of the arithmetic, so
+// whatever form a step takes (a masked sum or a choice between sums, a
+// minimum or a choice of operands) must round as the stated formula does in
+// each mode; the mode is restored before the test ends.
+TEST_P(Hls, Float32HlsToRgbInEveryRoundingMode)
+{
+    const HueEdges edges;
+    const SpecialGrid grid;
+    for (int mode : {FE_DOWNWARD, FE_UPWARD, FE_TOWARDZERO}) {
+        ASSERT_EQ(fesetround(mode), 0);
+        bool ok = true;
+        for (int w : {47, 7})
+            ok = ok && matches_reference_32f(edges, w, 0, false) && matches_reference_32f(grid, w, 3, false);
+        fesetround(FE_TONEAREST);
+        ASSERT_TRUE(ok) << "rounding mode " << mode;
+    }
 }
 
 // ---------------------------------------------------------------- planes --

@@ -115,6 +115,7 @@ inline __m128 eq(__m128 a, __m128 b) { return _mm_cmpeq_ps(a, b); }
 inline __m128 lt(__m128 a, __m128 b) { return _mm_cmplt_ps(a, b); }
 inline __m128 le(__m128 a, __m128 b) { return _mm_cmple_ps(a, b); }
 inline __m128 gt(__m128 a, __m128 b) { return _mm_cmpgt_ps(a, b); }
+inline __m128 nge(__m128 a, __m128 b) { return _mm_cmpnge_ps(a, b); }
 inline __m128 band(__m128 a, __m128 b) { return _mm_and_ps(a, b); }
 inline __m128 bandnot(__m128 a, __m128 b) { return _mm_andnot_ps(a, b); }
 inline bool any(__m128 mask) { return _mm_movemask_ps(mask) != 0; }
@@ -147,6 +148,7 @@ inline __m256 eq(__m256 a, __m256 b) { return _mm256_cmp_ps(a, b, _CMP_EQ_OQ); }
 inline __m256 lt(__m256 a, __m256 b) { return _mm256_cmp_ps(a, b, _CMP_LT_OS); }
 inline __m256 le(__m256 a, __m256 b) { return _mm256_cmp_ps(a, b, _CMP_LE_OS); }
 inline __m256 gt(__m256 a, __m256 b) { return _mm256_cmp_ps(a, b, _CMP_GT_OS); }
+inline __m256 nge(__m256 a, __m256 b) { return _mm256_cmp_ps(a, b, _CMP_NGE_US); }
 inline __m256 band(__m256 a, __m256 b) { return _mm256_and_ps(a, b); }
 inline __m256 bandnot(__m256 a, __m256 b) { return _mm256_andnot_ps(a, b); }
 inline bool any(__m256 mask) { return _mm256_movemask_ps(mask) != 0; }
@@ -161,6 +163,73 @@ inline __m256 select(__m256 mask, __m256 a, __m256 b)
 }
 #endif
 
+
+#if LUMI_HAS_AVX
+/* Two eight-lane registers that every operation above treats lane by lane.
+ * A body kernel run on pairs converts two blocks of pixels at once; their
+ * chains of dependent steps are independent, so the processor overlaps the
+ * latencies of one with the work of the other. */
+struct Pair8 {
+    __m256 a, b;
+};
+template <> inline Pair8 splat<Pair8>(float v)
+{
+    const __m256 x = _mm256_set1_ps(v);
+    return {x, x};
+}
+#define LUMI_HLS_PAIRWISE(op) \
+    inline Pair8 op(Pair8 x, Pair8 y) { return {op(x.a, y.a), op(x.b, y.b)}; }
+LUMI_HLS_PAIRWISE(add)
+LUMI_HLS_PAIRWISE(sub)
+LUMI_HLS_PAIRWISE(mul)
+LUMI_HLS_PAIRWISE(div)
+LUMI_HLS_PAIRWISE(vmax)
+LUMI_HLS_PAIRWISE(vmin)
+LUMI_HLS_PAIRWISE(eq)
+LUMI_HLS_PAIRWISE(lt)
+LUMI_HLS_PAIRWISE(le)
+LUMI_HLS_PAIRWISE(gt)
+LUMI_HLS_PAIRWISE(nge)
+LUMI_HLS_PAIRWISE(band)
+LUMI_HLS_PAIRWISE(bandnot)
+#undef LUMI_HLS_PAIRWISE
+inline Pair8 select(Pair8 m, Pair8 x, Pair8 y) { return {select(m.a, x.a, y.a), select(m.b, x.b, y.b)}; }
+inline bool any(Pair8 mask) { return any(_mm256_or_ps(mask.a, mask.b)); }
+#endif
+
+/* x + c where mask is set, else x.  With a one-instruction blend the sum
+ * is formed beside the compare rather than after it, which shortens the
+ * path to whatever reads the result; without one, adding the masked
+ * constant is shorter.  The two agree wherever x + (+0) is x, that is
+ * unless x is -0 in a rounding mode other than downward: see the callers. */
+template <class V>
+inline V add_where(V mask, V x, V c)
+{
+#if LUMI_HAS_SSE41
+    return select(mask, add(x, c), x);
+#else
+    return add(x, band(mask, c));
+#endif
+}
+
+/* 2 x as a product.  The compiler would rewrite it as x + x (the same
+ * bits), an addition, and the adders are what the inverse's compares and
+ * sums keep busiest; hiding the constant keeps it on a multiplier. */
+inline __m128 twice(__m128 x)
+{
+    __m128 two = _mm_set1_ps(2.0f);
+    __asm__("" : "+x"(two));
+    return _mm_mul_ps(two, x);
+}
+#if LUMI_HAS_AVX
+inline __m256 twice(__m256 x)
+{
+    __m256 two = _mm256_set1_ps(2.0f);
+    __asm__("" : "+x"(two));
+    return _mm256_mul_ps(two, x);
+}
+inline Pair8 twice(Pair8 x) { return {twice(x.a), twice(x.b)}; }
+#endif
 
 /* The processor's reciprocal estimate of one value, and the same refined by
  * one Newton step written as (2r) - ((x*r)*r). */
@@ -333,11 +402,17 @@ inline void rgb_from_hls(float h, float l, float s, float out[3])
 template <class V>
 inline V channel(V x, V m1, V m2)
 {
-    const V up = lt(x, splat<V>(60.0f));
-    const V pos = select(up, x, sub(splat<V>(240.0f), x));
+    /* The ramp's position is the smaller of x and 240 - x: below 60 that
+     * is x (240 - x exceeds 180), from 180 to 240 it is 240 - x (0..60).
+     * It is below 60, or NaN, on both ramps and from 240 on (where it is at
+     * most 0); from 60 to 180 it is 60 or more, and only x = 180 ramps
+     * there.  So one test of the position and one of x choose each value,
+     * and the ramp enters only the last two selects. */
+    const V pos = vmin(x, sub(splat<V>(240.0f), x));
     const V ramp = add(mul(mul(pos, splat<V>(kSixtieth)), sub(m2, m1)), m1);
-    const V flat = select(lt(x, splat<V>(240.0f)), ramp, m1);
-    return select(up, ramp, select(lt(x, splat<V>(180.0f)), m2, flat));
+    const V low = nge(pos, splat<V>(60.0f));
+    return select(low, select(lt(x, splat<V>(240.0f)), ramp, m1),
+                  select(lt(x, splat<V>(180.0f)), m2, ramp));
 }
 
 template <class V>
@@ -345,10 +420,12 @@ inline void rgb_from_hls(V h, V l, V s, V out[3])
 {
     const V ls = mul(l, s);
     const V m2 = select(gt(l, splat<V>(0.5f)), sub(add(l, s), ls), add(l, ls));
-    const V m1 = sub(mul(splat<V>(2.0f), l), m2);
+    const V m1 = sub(twice(l), m2);
     V hr = add(h, splat<V>(120.0f)), hb = sub(h, splat<V>(120.0f));
-    hr = sub(hr, band(gt(hr, splat<V>(360.0f)), splat<V>(360.0f)));
-    hb = add(hb, band(lt(hb, splat<V>(0.0f)), splat<V>(360.0f)));
+    /* An exact zero sum is -0 only when rounding downward, so neither
+     * h + 120 nor h - 120 is ever a -0 that adding +0 would change. */
+    hr = add_where(gt(hr, splat<V>(360.0f)), hr, splat<V>(-360.0f));
+    hb = add_where(lt(hb, splat<V>(0.0f)), hb, splat<V>(360.0f));
     out[0] = channel(hr, m1, m2);
     out[1] = channel(h, m1, m2);
     out[2] = channel(hb, m1, m2);
@@ -539,21 +616,36 @@ inline void store4(Lum32f *p, const __m128 q[3])
 
 #if LUMI_HAS_AVX
 /* Eight float pixels (24 values): pixels 0..3 in the low halves, 4..7 in
- * the high ones, so that the shuffles above never cross the halves.  Three
+ * the high ones, so that no shuffle crosses the halves.  Three
  * whole-register loads (or stores) and three moves between the halves cost
- * less than six half-register ones. */
+ * less than six half-register ones.  Within the halves, shuffles alone do
+ * it in five moves one way and six the other, fewer than the blend forms
+ * above take on eight lanes. */
 inline void load8(const Lum32f *p, __m256 out[3])
 {
     const __m256 v0 = _mm256_loadu_ps(p), v1 = _mm256_loadu_ps(p + 8), v2 = _mm256_loadu_ps(p + 16);
-    deinterleave(_mm256_blend_ps(v0, v1, 0xf0), _mm256_permute2f128_ps(v0, v2, 0x21),
-                 _mm256_blend_ps(v1, v2, 0xf0), out);
+    const __m256 a = _mm256_blend_ps(v0, v1, 0xf0);          /* r0 g0 b0 r1 */
+    const __m256 b = _mm256_permute2f128_ps(v0, v2, 0x21);   /* g1 b1 r2 g2 */
+    const __m256 c = _mm256_blend_ps(v1, v2, 0xf0);          /* b2 r3 g3 b3 */
+    const __m256 rg = shuf<_MM_SHUFFLE(2, 1, 3, 2)>(b, c);   /* r2 g2 r3 g3 */
+    const __m256 gb = shuf<_MM_SHUFFLE(1, 0, 2, 1)>(a, b);   /* g0 b0 g1 b1 */
+    out[0] = shuf<_MM_SHUFFLE(2, 0, 3, 0)>(a, rg);
+    out[1] = shuf<_MM_SHUFFLE(3, 1, 2, 0)>(gb, rg);
+    out[2] = shuf<_MM_SHUFFLE(3, 0, 3, 1)>(gb, c);
 }
 
-inline void store8(Lum32f *p, const __m256 q[3])
+/* Channels back to eight interleaved pixels. */
+inline void store8(Lum32f *p, const __m256 rgb[3])
 {
-    _mm256_storeu_ps(p, _mm256_permute2f128_ps(q[0], q[1], 0x20));
-    _mm256_storeu_ps(p + 8, _mm256_blend_ps(q[2], q[0], 0xf0));
-    _mm256_storeu_ps(p + 16, _mm256_permute2f128_ps(q[1], q[2], 0x31));
+    const __m256 rg = shuf<_MM_SHUFFLE(2, 0, 2, 0)>(rgb[0], rgb[1]);   /* r0 r2 g0 g2 */
+    const __m256 gb = shuf<_MM_SHUFFLE(3, 1, 3, 1)>(rgb[1], rgb[2]);   /* g1 g3 b1 b3 */
+    const __m256 br = shuf<_MM_SHUFFLE(3, 1, 2, 0)>(rgb[2], rgb[0]);   /* b0 b2 r1 r3 */
+    const __m256 a = shuf<_MM_SHUFFLE(2, 0, 2, 0)>(rg, br);            /* r0 g0 b0 r1 */
+    const __m256 b = shuf<_MM_SHUFFLE(3, 1, 2, 0)>(gb, rg);            /* g1 b1 r2 g2 */
+    const __m256 c = shuf<_MM_SHUFFLE(3, 1, 3, 1)>(br, gb);            /* b2 r3 g3 b3 */
+    _mm256_storeu_ps(p, _mm256_permute2f128_ps(a, b, 0x20));
+    _mm256_storeu_ps(p + 8, _mm256_blend_ps(c, a, 0xf0));
+    _mm256_storeu_ps(p + 16, _mm256_permute2f128_ps(b, c, 0x31));
 }
 #endif
 

@@ -43,9 +43,10 @@
  * share a mode agree.
  *
  * The AVX build runs the body's arithmetic on eight lanes, two rounds at a
- * time; each lane sees the same operations, so its results are those of the
- * SSE4.1 build.  Blends and byte shuffles move pixels between interleaved
- * memory and channel registers.  The float bodies test a block for grey
+ * time, and the float forms on two such blocks side by side (sixteen pixels
+ * a round, then eight, then four); each lane sees the same operations, so
+ * its results are those of the SSE4.1 build.  Blends and shuffles move
+ * pixels between interleaved memory and channel registers.  The float bodies test a block for grey
  * pixels (delta at most 2^-23, or S = 0) and apply the masks or selects
  * that give them their values only when there is one.
  *
@@ -272,11 +273,10 @@ template <class Kernel>
 inline void block8_32f(const Lum32f *src, Lum32f *dst)
 {
 #if LUMI_HAS_AVX
-    __m256 in[3], out[3], q[3];
+    __m256 in[3], out[3];
     load8(src, in);
     Kernel::body(in, out);
-    interleave(out[0], out[1], out[2], q);
-    store8(dst, q);
+    store8(dst, out);
 #else
     for (int half = 0; half < 2; ++half) {
         __m128 in[3], out[3], q[3];
@@ -294,6 +294,22 @@ void blocks_32f(const Lum32f *src, Lum32f *dst, int32_t end)
     const auto body = [](const auto *in, auto *out) { Kernel::body(in, out); };
     __m128 lo[3], olo[3], q[3];
     int32_t x = 0;
+#if LUMI_HAS_AVX
+    /* Sixteen at a time: two blocks of eight through one pass of the
+     * kernel on pairs. */
+    for (; x + 16 <= end; x += 16) {
+        __m256 a[3], b[3];
+        load8(src + 3 * x, a);
+        load8(src + 3 * x + 24, b);
+        const Pair8 in[3] = {{a[0], b[0]}, {a[1], b[1]}, {a[2], b[2]}};
+        Pair8 out[3];
+        Kernel::body(in, out);
+        for (int c = 0; c < 3; ++c)
+            a[c] = out[c].a, b[c] = out[c].b;
+        store8(dst + 3 * x, a);
+        store8(dst + 3 * x + 24, b);
+    }
+#endif
     for (; x + 8 <= end; x += 8)
         block8_32f<Kernel>(src + 3 * x, dst + 3 * x);
     if (x < end) {
