@@ -118,6 +118,7 @@ inline __m128 gt(__m128 a, __m128 b) { return _mm_cmpgt_ps(a, b); }
 inline __m128 nge(__m128 a, __m128 b) { return _mm_cmpnge_ps(a, b); }
 inline __m128 band(__m128 a, __m128 b) { return _mm_and_ps(a, b); }
 inline __m128 bandnot(__m128 a, __m128 b) { return _mm_andnot_ps(a, b); }
+inline __m128 bor(__m128 a, __m128 b) { return _mm_or_ps(a, b); }
 inline bool any(__m128 mask) { return _mm_movemask_ps(mask) != 0; }
 
 /* mask ? a : b, lane by lane. */
@@ -151,6 +152,7 @@ inline __m256 gt(__m256 a, __m256 b) { return _mm256_cmp_ps(a, b, _CMP_GT_OS); }
 inline __m256 nge(__m256 a, __m256 b) { return _mm256_cmp_ps(a, b, _CMP_NGE_US); }
 inline __m256 band(__m256 a, __m256 b) { return _mm256_and_ps(a, b); }
 inline __m256 bandnot(__m256 a, __m256 b) { return _mm256_andnot_ps(a, b); }
+inline __m256 bor(__m256 a, __m256 b) { return _mm256_or_ps(a, b); }
 inline bool any(__m256 mask) { return _mm256_movemask_ps(mask) != 0; }
 /* The blend is written out: the compiler turns the intrinsic into a generic
  * select on the sign bits, which without 256-bit integer compares it then
@@ -192,6 +194,7 @@ LUMI_HLS_PAIRWISE(gt)
 LUMI_HLS_PAIRWISE(nge)
 LUMI_HLS_PAIRWISE(band)
 LUMI_HLS_PAIRWISE(bandnot)
+LUMI_HLS_PAIRWISE(bor)
 #undef LUMI_HLS_PAIRWISE
 inline Pair8 select(Pair8 m, Pair8 x, Pair8 y) { return {select(m.a, x.a, y.a), select(m.b, x.b, y.b)}; }
 inline bool any(Pair8 mask) { return any(_mm256_or_ps(mask.a, mask.b)); }
@@ -415,20 +418,43 @@ inline V channel(V x, V m1, V m2)
                   select(lt(x, splat<V>(180.0f)), m2, ramp));
 }
 
+/* The inverse in two steps: first the three hue positions and the ends of
+ * the ramps, which need only the inputs, then the channels.  A loop may
+ * start the first step of one block before the second of the block before
+ * it, so that neither waits on the other's long chain of results. */
+template <class V>
+struct HlsRamps {
+    V hr, h, hb, m1, m2;
+};
+
+template <class V>
+inline HlsRamps<V> ramps_from_hls(V h, V l, V s)
+{
+    HlsRamps<V> r;
+    const V ls = mul(l, s);
+    r.m2 = select(gt(l, splat<V>(0.5f)), sub(add(l, s), ls), add(l, ls));
+    r.m1 = sub(twice(l), r.m2);
+    const V hr = add(h, splat<V>(120.0f)), hb = sub(h, splat<V>(120.0f));
+    /* An exact zero sum is -0 only when rounding downward, so neither
+     * h + 120 nor h - 120 is ever a -0 that adding +0 would change. */
+    r.hr = add_where(gt(hr, splat<V>(360.0f)), hr, splat<V>(-360.0f));
+    r.hb = add_where(lt(hb, splat<V>(0.0f)), hb, splat<V>(360.0f));
+    r.h = h;
+    return r;
+}
+
+template <class V>
+inline void rgb_from_ramps(const HlsRamps<V> &r, V out[3])
+{
+    out[0] = channel(r.hr, r.m1, r.m2);
+    out[1] = channel(r.h, r.m1, r.m2);
+    out[2] = channel(r.hb, r.m1, r.m2);
+}
+
 template <class V>
 inline void rgb_from_hls(V h, V l, V s, V out[3])
 {
-    const V ls = mul(l, s);
-    const V m2 = select(gt(l, splat<V>(0.5f)), sub(add(l, s), ls), add(l, ls));
-    const V m1 = sub(twice(l), m2);
-    V hr = add(h, splat<V>(120.0f)), hb = sub(h, splat<V>(120.0f));
-    /* An exact zero sum is -0 only when rounding downward, so neither
-     * h + 120 nor h - 120 is ever a -0 that adding +0 would change. */
-    hr = add_where(gt(hr, splat<V>(360.0f)), hr, splat<V>(-360.0f));
-    hb = add_where(lt(hb, splat<V>(0.0f)), hb, splat<V>(360.0f));
-    out[0] = channel(hr, m1, m2);
-    out[1] = channel(h, m1, m2);
-    out[2] = channel(hb, m1, m2);
+    rgb_from_ramps(ramps_from_hls(h, l, s), out);
 }
 
 /* ------------------------------------- interleaved pixels and channels -- */

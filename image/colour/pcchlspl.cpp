@@ -43,12 +43,16 @@
  * share a mode agree.
  *
  * The AVX build runs the body's arithmetic on eight lanes, two rounds at a
- * time, and the float forms on two such blocks side by side (sixteen pixels
- * a round, then eight, then four); each lane sees the same operations, so
- * its results are those of the SSE4.1 build.  Blends and shuffles move
- * pixels between interleaved memory and channel registers.  The float bodies test a block for grey
- * pixels (delta at most 2^-23, or S = 0) and apply the masks or selects
- * that give them their values only when there is one.
+ * time; each lane sees the same operations, so its results are those of the
+ * SSE4.1 build.  Blends and shuffles move pixels between interleaved memory
+ * and channel registers.  Float RGB -> HLS takes two blocks of eight side
+ * by side (sixteen pixels a round, then eight, then four), tests each block
+ * for grey pixels (delta at most 2^-23) and applies their masks only when
+ * there is one.  Float HLS -> RGB runs blocks of eight software-pipelined:
+ * a round loads one block and computes its ramp ends and hue positions
+ * while it finishes the block before.  Its grey pixels (S = 0) need no
+ * test on any tier: their hue is made a NaN, which every channel maps to
+ * m1, and m1 is L.
  *
  * Steps are bytes.  A 16-bit or float row advances by the step divided by
  * the element size; a negative step that is no whole number of elements is
@@ -57,6 +61,8 @@
  */
 #include "checks.h"
 #include "pcchls.h"
+
+#include <type_traits>
 
 namespace LUMI_NS {
 namespace {
@@ -254,16 +260,22 @@ struct Hls32f {
 };
 
 struct Rgb32f {
+    /* S = 0 copies L.  Such a lane takes a NaN for its hue, which every
+     * channel maps to m1, and L for m1; so the grey lanes cost one mask
+     * and one select, and no branch. */
+    template <class V>
+    static HlsRamps<V> ramps(const V in[3])
+    {
+        const V grey = eq(in[2], splat<V>(0.0f));
+        HlsRamps<V> r = ramps_from_hls(bor(mul(in[0], splat<V>(360.0f)), grey), in[1], in[2]);
+        r.m1 = select(grey, in[1], r.m1);
+        return r;
+    }
+
     template <class V>
     static void body(const V in[3], V out[3])
     {
-        rgb_from_hls(mul(in[0], splat<V>(360.0f)), in[1], in[2], out);
-        /* S = 0 copies L; most blocks have no such pixel and skip the
-         * three selects. */
-        const V grey = eq(in[2], splat<V>(0.0f));
-        if (any(grey))
-            for (int c = 0; c < 3; ++c)
-                out[c] = select(grey, in[1], out[c]);
+        rgb_from_ramps(ramps(in), out);
     }
 };
 
@@ -288,6 +300,46 @@ inline void block8_32f(const Lum32f *src, Lum32f *dst)
 #endif
 }
 
+#if LUMI_HAS_AVX
+/* HLS -> RGB on eight lanes, software-pipelined: each round loads block
+ * i + 1 and computes its ramp ends and hue positions, then computes and
+ * stores the channels of block i from what the round before left.  The two
+ * halves of a round are independent, so the long chain of each block is
+ * spread over two rounds and neither half waits on the other.  The
+ * arithmetic is that of one block at a time. */
+inline auto ramps8(const Lum32f *src)
+{
+    __m256 in[3];
+    load8(src, in);
+    return Rgb32f::ramps(in);
+}
+
+template <class R>
+inline void channels8(const R &r, Lum32f *dst)
+{
+    __m256 out[3];
+    rgb_from_ramps(r, out);
+    store8(dst, out);
+}
+
+/* Converts whole blocks of eight below end, when there are two or more,
+ * and returns the pixels done. */
+int32_t pipelined_to_rgb_32f(const Lum32f *src, Lum32f *dst, int32_t end)
+{
+    if (end < 16)
+        return 0;
+    auto r = ramps8(src);
+    int32_t x = 0;
+    for (; x + 16 <= end; x += 8) {
+        const auto next = ramps8(src + 3 * x + 24);
+        channels8(r, dst + 3 * x);
+        r = next;
+    }
+    channels8(r, dst + 3 * x);
+    return x + 8;
+}
+#endif
+
 template <class Kernel>
 void blocks_32f(const Lum32f *src, Lum32f *dst, int32_t end)
 {
@@ -295,8 +347,10 @@ void blocks_32f(const Lum32f *src, Lum32f *dst, int32_t end)
     __m128 lo[3], olo[3], q[3];
     int32_t x = 0;
 #if LUMI_HAS_AVX
-    /* Sixteen at a time: two blocks of eight through one pass of the
-     * kernel on pairs. */
+    if (std::is_same<Kernel, Rgb32f>::value)
+        x = pipelined_to_rgb_32f(src, dst, end);
+    /* Sixteen at a time (what is left of them): two blocks of eight through
+     * one pass of the kernel on pairs. */
     for (; x + 16 <= end; x += 16) {
         __m256 a[3], b[3];
         load8(src + 3 * x, a);
