@@ -553,6 +553,44 @@ TEST_P(Hls, Float32HueEdgesOnEveryPath)
             ASSERT_TRUE(matches_reference_32f(edges, w, shift, false)) << w << " shift " << shift;
 }
 
+// S = 0 copies L's bits exactly, whatever H holds, wherever the pixel sits:
+// in either half of a pipelined round, a block of eight, four, or the tail.
+// The L values are those arithmetic would change (a signalling NaN, a NaN
+// with a payload, -0, infinities, the largest float); the H values include
+// NaN, infinities and the hues that put a channel on an edge.  Neighbours
+// have S != 0, so a grey lane's result cannot come from a whole-block test.
+TEST_P(Hls, Float32GreyCopiesLBitsOnEveryPath)
+{
+    const float ls[] = {from_bits(0x7f800001), from_bits(0xffc12345), -0.0f, 0.0f, INFINITY,
+                        -INFINITY, from_bits(0x7f7fffff), 0.75f, -2.0f};
+    const float hs[] = {NAN, INFINITY, -INFINITY, 1.0f / 3.0f, 2.0f / 3.0f, 0.0f, -0.0f, 0.5f, 1.0f};
+    for (int w : {16, 23, 24, 31, 40})
+        for (int grey_at = 0; grey_at < w; ++grey_at) {
+            Img<Lum32f> src(w, 1, 1), dst(w, 1, 1);
+            for (int x = 0; x < w; ++x) {
+                src.at(x, 0, 0) = 0.1f * (float)(x % 10);
+                src.at(x, 0, 1) = 0.4f;
+                src.at(x, 0, 2) = 0.7f;
+            }
+            const float l = ls[grey_at % 9], h = hs[(grey_at / 3) % 9];
+            const float s = (grey_at & 1) ? -0.0f : 0.0f;
+            src.at(grey_at, 0, 0) = h, src.at(grey_at, 0, 1) = l, src.at(grey_at, 0, 2) = s;
+            ASSERT_EQ(lumiHLSToRGB_32f_C3R(src.data(), src.step(), dst.data(), dst.step(), {w, 1}),
+                      lumStsNoErr);
+            for (int c = 0; c < 3; ++c)
+                ASSERT_EQ(memcmp(&dst.at(grey_at, 0, c), &l, 4), 0)
+                    << "width " << w << " column " << grey_at << " channel " << c << " L " << l;
+            for (int x = 0; x < w; ++x) {
+                const float *p = &src.at(x, 0, 0);
+                float want[3];
+                ref_rgb(x < (w & ~3) ? kA : kB, p[0] * 360.0f, p[1], p[2], want);
+                for (int c = 0; c < 3 && x != grey_at; ++c)
+                    ASSERT_TRUE(same_float(dst.at(x, 0, c), want[c])) << w << " " << x << " " << c;
+            }
+            ASSERT_TRUE(dst.guards_intact());
+        }
+}
+
 // The caller's rounding mode rounds every step of the arithmetic, so
 // whatever form a step takes (a masked sum or a choice between sums, a
 // minimum or a choice of operands) must round as the stated formula does in
