@@ -240,11 +240,6 @@ struct Strip3 {
  * alone.  Cells k of the second row follow the first row's three kinds. */
 struct Strip5 {
     enum { r = 2, kinds = 3, pass = 2 };
-    static void store_kinds(Lum16u *const *cells, intptr_t x, const __m128i *k, int rows)
-    {
-        for (int i = 0; i < 3 * rows; ++i)
-            _mm_storeu_si128((__m128i *)(cells[i] + x), k[i]);
-    }
     /* Eight columns from the low halves of b[0 .. 3 + P]. */
     template <int P>
     static void down(const __m128i *b, Lum16u *const *cells, intptr_t x)
@@ -255,7 +250,8 @@ struct Strip5 {
         }
         __m128i k[3];
         kinds5(b, &k[2], &k[1], &k[0]);
-        store_kinds(cells, x, k, 1);
+        for (int i = 0; i < 3; ++i)
+            _mm_storeu_si128((__m128i *)(cells[i] + x), k[i]);
     }
     /* Sixteen columns from x. */
     template <int P>
@@ -405,6 +401,15 @@ int64_t table_bytes(LumiSize roi, LumiMaskSize mask, int ch)
     return bytes > INT32_MAX ? -1 : bytes;
 }
 
+/* The strips take at most kStripCells cells of each kind and pass row from
+ * a block of `bytes`, which holds at least 32 of each. */
+template <typename K>
+int32_t strip_cap(int64_t bytes)
+{
+    const int64_t cells = bytes / 2 / (K::kinds * K::pass);
+    return (int32_t)(cells < kStripCells ? cells : kStripCells);
+}
+
 LumStatus table_engine(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst, int32_t dstStep,
                        LumiSize roi, LumiMaskSize mask, int ch)
 {
@@ -414,14 +419,10 @@ LumStatus table_engine(const Lum8u *pSrc, int32_t srcStep, Lum8u *pDst, int32_t 
     Lum16u *buf = (Lum16u *)LUMI_T(lumsMalloc_8u)((int32_t)bytes);
     if (!buf)
         return lumStsMemAllocErr;
-    /* The strips take at most kStripCells cells of each kind from the block,
-     * which holds at least 32 of each. */
-    const int64_t cells = bytes / 2 / (mask == lumMaskSize3x3 ? 1 : 6);
-    const int32_t cap = (int32_t)(cells < kStripCells ? cells : kStripCells);
     if (mask == lumMaskSize3x3)
-        strip_rows<Strip3>(pSrc, srcStep, pDst, dstStep, roi, ch, buf, cap);
+        strip_rows<Strip3>(pSrc, srcStep, pDst, dstStep, roi, ch, buf, strip_cap<Strip3>(bytes));
     else
-        strip_rows<Strip5>(pSrc, srcStep, pDst, dstStep, roi, ch, buf, cap);
+        strip_rows<Strip5>(pSrc, srcStep, pDst, dstStep, roi, ch, buf, strip_cap<Strip5>(bytes));
     LUMI_T(lumsFree)(buf);
     return lumStsNoErr;
 }
